@@ -1,0 +1,47 @@
+# Settings and helpers shared by every Windows target.
+
+# The product runs from Windows XP on: a later function has to be looked up at run time, so the headers do not offer it.
+set(CRV_OLDEST_WINDOWS 0x0502)
+
+add_compile_definitions(UNICODE _UNICODE WIN32_LEAN_AND_MEAN NOMINMAX STRICT _GLIBCXX_ASSERTIONS
+  PSAPI_VERSION=1)
+# Two builds of the same sources are byte-identical. libstdc++ is linked in; libgcc is shared, so that an exception thrown in
+# one DLL can be caught in another.
+add_link_options(-Wl,--no-insert-timestamp -Wl,--dynamicbase -Wl,--nxcompat -static-libstdc++ -shared-libgcc)
+
+# Boost's headers alone: the machine's own include folder would bring glibc's headers with it.
+set(CRV_BOOST_INCLUDE "${CMAKE_BINARY_DIR}/boost-include")
+file(MAKE_DIRECTORY "${CRV_BOOST_INCLUDE}")
+if(NOT EXISTS "${CRV_BOOST_INCLUDE}/boost")
+  file(CREATE_LINK /usr/include/boost "${CRV_BOOST_INCLUDE}/boost" SYMBOLIC)
+endif()
+add_library(crv_boost INTERFACE)
+target_include_directories(crv_boost SYSTEM INTERFACE "${CRV_BOOST_INCLUDE}")
+
+# The runtime DLLs that every image of ours imports.
+execute_process(COMMAND "${CMAKE_CXX_COMPILER}" -print-file-name=libgcc_s_dw2-1.dll
+  OUTPUT_VARIABLE CRV_LIBGCC_DLL OUTPUT_STRIP_TRAILING_WHITESPACE)
+set(CRV_RUNTIME_DLLS "${CRV_LIBGCC_DLL}" /usr/i686-w64-mingw32/lib/libwinpthread-1.dll)
+
+# crv_product_library(NAME SOURCES... LINK libs...): one folder of the product as a static library.
+function(crv_product_library name)
+  cmake_parse_arguments(ARG "" "" "SOURCES;LINK" ${ARGN})
+  add_library(${name} STATIC ${ARG_SOURCES})
+  target_include_directories(${name} PUBLIC "${CMAKE_SOURCE_DIR}/src")
+  target_compile_definitions(${name} PRIVATE _WIN32_WINNT=${CRV_OLDEST_WINDOWS} WINVER=${CRV_OLDEST_WINDOWS})
+  target_link_libraries(${name} PUBLIC ${ARG_LINK})
+endfunction()
+
+# crv_copy_beside(target folder files...): copies files into a folder of the build tree as part of ALL.
+function(crv_copy_beside target folder)
+  set(stamps)
+  foreach(file IN LISTS ARGN)
+    get_filename_component(leaf "${file}" NAME)
+    add_custom_command(OUTPUT "${folder}/${leaf}"
+      COMMAND "${CMAKE_COMMAND}" -E make_directory "${folder}"
+      COMMAND "${CMAKE_COMMAND}" -E copy "${file}" "${folder}/${leaf}"
+      DEPENDS "${file}")
+    list(APPEND stamps "${folder}/${leaf}")
+  endforeach()
+  add_custom_target(${target} ALL DEPENDS ${stamps})
+endfunction()

@@ -1,0 +1,54 @@
+// A command line taken apart: the program token, switches ("/name" or "/name:value", names compared without regard to case) and
+// positional words; and put together again, for messages and for starting other programs. Calls no Windows function. An object
+// is used by one thread at a time.
+#pragma once
+
+#include <map>
+#include <string>
+#include <vector>
+
+#include "base/nocase.h"
+
+namespace crv {
+
+class CommandLine {
+ public:
+  using Switches = std::map<std::wstring, std::wstring, nocase::Less>;
+
+  // Empty. Names are compared under the global locale of this moment.
+  CommandLine() = default;
+
+  // Replaces the whole content. The first token always becomes the program token, whatever it looks like. Blanks, tabs, carriage
+  // returns and line feeds separate tokens unless they stand in double quotes; two double quotes in a row are a literal one.
+  // Never fails: an odd quote runs to the end of the text.
+  void parse(const wchar_t* text);
+
+  // Whether the switch is present, with or without a value.
+  bool has(const wchar_t* name) const;
+
+  // The switch's value; an empty string when it has none or is missing. The reference lives as long as the switch.
+  const std::wstring& value(const wchar_t* name) const;
+
+  // Adds the switch or replaces its value; a present switch keeps the spelling of its name.
+  void set(const std::wstring& name, const std::wstring& value);
+
+  void set_program(const std::wstring& program) { program_ = program; }
+  const std::wstring& program() const { return program_; }
+  const Switches& switches() const { return switches_; }
+  const std::vector<std::wstring>& words() const { return words_; }
+
+  // The switches in ascending order of their names, then the words, as command-line text without the program token.
+  std::wstring arguments() const;
+
+  // The program token in double quotes, a blank and `arguments`; a part that is empty is left out.
+  std::wstring text() const;
+
+ private:
+  void AddArgument(std::wstring&& token);
+
+  std::wstring program_;
+  Switches switches_;
+  std::vector<std::wstring> words_;
+};
+
+}  // namespace crv
