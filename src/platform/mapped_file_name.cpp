@@ -1,0 +1,29 @@
+#include "platform/mapped_file_name.h"
+
+#include <psapi.h>
+
+#include <cwchar>
+#include <string>
+
+namespace crv::platform {
+
+DWORD MappedFileName(HANDLE process, void* address, wchar_t* name, DWORD size) {
+  const DWORD length = GetMappedFileNameW(process, address, name, size);
+  constexpr wchar_t kDosDevices[] = L"\\??\\";
+  constexpr DWORD kPrefixLength = 4;
+  if (length < kPrefixLength + 2 || std::wcsncmp(name, kDosDevices, kPrefixLength) != 0 || name[kPrefixLength + 1] != L':') return length;
+
+  const wchar_t drive[] = {name[kPrefixLength], L':', L'\0'};
+  wchar_t device[MAX_PATH];
+  if (!QueryDosDeviceW(drive, device, MAX_PATH)) return length;
+  const std::wstring converted = device + std::wstring(name + kPrefixLength + 2, length - kPrefixLength - 2);
+  if (converted.size() >= size) {
+    SetLastError(ERROR_INSUFFICIENT_BUFFER);
+    return 0;
+  }
+  converted.copy(name, converted.size());
+  name[converted.size()] = L'\0';
+  return static_cast<DWORD>(converted.size());
+}
+
+}  // namespace crv::platform

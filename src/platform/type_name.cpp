@@ -1,0 +1,22 @@
+#include "platform/type_name.h"
+
+#include <cxxabi.h>
+
+#include <cstdlib>
+#include <memory>
+
+namespace crv::platform {
+namespace {
+
+std::string Demangle(const char* mangled) {
+  int status = 0;
+  const std::unique_ptr<char, decltype(&std::free)> name(abi::__cxa_demangle(mangled, nullptr, nullptr, &status), &std::free);
+  return status == 0 && name ? name.get() : mangled;
+}
+
+}  // namespace
+
+std::string StructTypeName(const std::type_info& type) { return "struct " + Demangle(type.name()); }
+std::string ClassTypeName(const std::type_info& type) { return "class " + Demangle(type.name()); }
+
+}  // namespace crv::platform
