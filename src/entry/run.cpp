@@ -1,0 +1,72 @@
+#include "entry/run.h"
+
+#include <exception>
+
+#include "base/command_line.h"
+#include "base/exceptions.h"
+#include "base/log.h"
+#include "entry/com_apartment.h"
+#include "entry/log_folder.h"
+#include "entry/modes.h"
+
+namespace crv::wsc {
+namespace {
+
+const log::Tag tag("wsc");
+
+constexpr std::uint32_t kSucceeded = 0;
+constexpr std::uint32_t kGeneralFailure = 31;  // ERROR_GEN_FAILURE
+
+struct Mode {
+  const wchar_t* name;
+  void (*run)(const CommandLine&);
+};
+
+constexpr Mode kModes[] = {
+    {L"av", &RunAvMode},
+    {L"as", &RunAsMode},
+    {L"fw", &RunFwMode},
+    {L"svc", &RunSvcMode},
+};
+
+void Dispatch(const CommandLine& command_line, const wchar_t* text) {
+  for (const Mode& mode : kModes) {
+    if (command_line.has(mode.name)) return mode.run(command_line);
+  }
+  throw exceptions::fatal(exceptions::kInvalidParameter, "run: %ls", text);
+}
+
+void RunBody(const wchar_t* text) {
+  if (!text) throw exceptions::fatal(exceptions::kInvalidParameter, "run: nullptr");
+  const ComApartment com;
+  log::OpenLogFile(LogFile());
+  log::Info(tag, "wsc started: '%ls'", text);
+  CommandLine command_line;
+  command_line.parse(text);
+  Dispatch(command_line, text);
+}
+
+// A log library that fails here must not cost the host its result code.
+void LogFailure(const std::exception& failure) {
+  try {
+    log::LogException(tag, failure, "run");
+  } catch (const std::exception&) {
+  }
+}
+
+}  // namespace
+}  // namespace crv::wsc
+
+extern "C" std::uint32_t __stdcall run(const wchar_t* command_line) {
+  using namespace crv;
+  try {
+    wsc::RunBody(command_line);
+    return wsc::kSucceeded;
+  } catch (const exceptions::detail::base& failure) {
+    wsc::LogFailure(failure);
+    return failure.code();
+  } catch (const std::exception& failure) {
+    wsc::LogFailure(failure);
+    return wsc::kGeneralFailure;
+  }
+}
