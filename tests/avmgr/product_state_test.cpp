@@ -1,0 +1,31 @@
+#include "avmgr/product_state.h"
+
+#include <gtest/gtest.h>
+
+#include "support/thrown.h"
+
+namespace crv::wsc {
+namespace {
+
+TEST(ProductStateWords, GiveTheirValues) {
+  EXPECT_EQ(0u, static_cast<std::uint32_t>(to_prod_state(L"on")));
+  EXPECT_EQ(1u, static_cast<std::uint32_t>(to_prod_state(L"off")));
+  EXPECT_EQ(2u, static_cast<std::uint32_t>(to_prod_state(L"snoozed")));
+  EXPECT_EQ(0u, static_cast<std::uint32_t>(to_signature_status(L"out_of_date")));
+  EXPECT_EQ(1u, static_cast<std::uint32_t>(to_signature_status(L"up_to_date")));
+}
+
+TEST(ProductStateWords, AnyOtherWordIsRefusedAndNamed) {
+  for (const std::wstring word : {L"", L"On", L"ON", L"on ", L" on", L"o", L"onn", L"up_to_date"}) {
+    EXPECT_EQ("fatal 000000a0 to_prod_state " + std::string(word.begin(), word.end()),
+              test::Thrown([&] { to_prod_state(word); }));
+  }
+  for (const std::wstring word : {L"", L"UP_TO_DATE", L"up_to_date ", L"uptodate", L"on"}) {
+    EXPECT_EQ("fatal 000000a0 to_signature_status " + std::string(word.begin(), word.end()),
+              test::Thrown([&] { to_signature_status(word); }));
+  }
+  EXPECT_NE("nothing", test::Thrown([] { to_prod_state(std::wstring(L"on\0x", 4)); })) << "the whole word counts";
+}
+
+}  // namespace
+}  // namespace crv::wsc

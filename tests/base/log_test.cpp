@@ -1,0 +1,87 @@
+#include "base/log.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <stdexcept>
+
+#include "base/exceptions.h"
+#include "support/captured_log.h"
+
+namespace crv {
+namespace {
+
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+const log::Tag tag("wsc");
+
+void LogEverything() {
+  log::Info(tag, "%s %d", "i", 1);
+  log::Debug(tag, "d");
+  log::Warning(tag, "w");
+  log::Error(tag, "e");
+  log::Critical(tag, "c");
+  log::Info(tag, L"%s %d", L"i", 1);
+  log::Debug(tag, L"d");
+  log::Warning(tag, L"w");
+  log::Error(tag, L"e");
+  log::Critical(tag, L"c");
+  log::LogException(tag, exceptions::fatal(160, "bad action"), "run");
+  log::LogExceptionAtLevel(log::LogLevel::error, tag, std::runtime_error("odd"), "context %d", 2);
+  log::OpenLogFile(L"C:\\log\\wsc.log");
+  log::LogStream(log::LogLevel::error, tag) << L"Dump path '" << L"100%s" << L"' " << 5;
+}
+
+TEST(Log, EveryEntryPointReachesItsOperationUnformatted) {
+  test::CapturedLog captured;
+  LogEverything();
+  EXPECT_THAT(captured.lines(),
+              ElementsAre("narrow 1 wsc: i 1", "narrow 2 wsc: d", "narrow 3 wsc: w", "narrow 4 wsc: e", "narrow 5 wsc: c",
+                          "wide 1 wsc: i 1", "wide 2 wsc: d", "wide 3 wsc: w", "wide 4 wsc: e", "wide 5 wsc: c",
+                          "exception 0 wsc: run: bad action [000000a0]", "exception at 4 wsc: context 2: odd",
+                          "open 0 : C:\\log\\wsc.log 4194304 true", "variadic 4 wsc: Dump path '100%s' 5"));
+  EXPECT_EQ(14, captured.acquisitions()) << "the module is acquired for every record";
+  EXPECT_EQ(0, captured.live_references());
+}
+
+TEST(Log, ALibraryWithoutLoggerOrModuleDropsRecordsSilently) {
+  test::CapturedLog captured;
+  for (const auto behaviour : {test::CapturedLog::Behaviour::no_logger, test::CapturedLog::Behaviour::no_module}) {
+    captured.Behave(behaviour);
+    LogEverything();
+    EXPECT_THAT(captured.lines(), IsEmpty());
+    EXPECT_EQ(0, captured.live_references());
+  }
+}
+
+TEST(Log, AFailureInsideTheLibraryReachesTheCallerAndLeaksNothing) {
+  test::CapturedLog captured;
+  captured.Behave(test::CapturedLog::Behaviour::throws);
+  EXPECT_THROW(log::Info(tag, "x"), std::runtime_error);
+  EXPECT_THROW(log::Info(tag, L"x"), std::runtime_error);
+  EXPECT_THROW(log::OpenLogFile(L"x"), std::runtime_error);
+  EXPECT_THROW(log::LogException(tag, std::runtime_error("y"), "run"), std::runtime_error);
+  EXPECT_THROW(log::LogStream(log::LogLevel::info, tag) << L"x", std::runtime_error);
+  EXPECT_EQ(0, captured.live_references());
+}
+
+TEST(Log, AStreamThatEndsDuringAnotherFailureKeepsThatFailure) {
+  test::CapturedLog captured;
+  captured.Behave(test::CapturedLog::Behaviour::throws);
+  try {
+    log::LogStream stream(log::LogLevel::info, tag);
+    throw exceptions::error(7, "the first failure");
+  } catch (const exceptions::error& failure) {
+    EXPECT_EQ(7u, failure.code());
+  }
+}
+
+TEST(Log, TagsAreCutToElevenCharacters) {
+  EXPECT_STREQ("crashguard", log::Tag("crashguard").text());
+  EXPECT_STREQ("12345678901", log::Tag("123456789012").text());
+  EXPECT_STREQ("", log::Tag("").text());
+}
+
+}  // namespace
+}  // namespace crv
