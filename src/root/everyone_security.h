@@ -1,5 +1,5 @@
-// Security attributes under which everyone may do anything with a new folder, its sub-folders and the files made in it. The
-// attributes point into the object, which therefore never moves. Building is for one thread; the result is only read.
+// Security attributes under which everyone may do anything with a new folder, its sub-folders and the files made in it. They
+// point into the object, which therefore never moves. Building is for one thread; the result is only read.
 #pragma once
 
 #include <windows.h>
@@ -12,21 +12,18 @@ class EveryoneSecurity {
   EveryoneSecurity(const EveryoneSecurity&) = delete;
   EveryoneSecurity& operator=(const EveryoneSecurity&) = delete;
 
-  // Builds everything anew. Returns a Windows error code; after a failure the attributes must not be used.
-  DWORD Build();
+  // Builds everything anew. Fails only when memory runs out.
+  bool Build();
 
-  // Null before the first Build has succeeded. Handles made with them are not inherited.
+  // Null unless the last Build succeeded. Handles made with the attributes are not inherited.
   SECURITY_ATTRIBUTES* get() { return attributes_.nLength != 0 ? &attributes_ : nullptr; }
-  const SECURITY_ATTRIBUTES* get() const { return attributes_.nLength != 0 ? &attributes_ : nullptr; }
 
  private:
-  static constexpr DWORD kAclBytes = 2048;
-
-  bool FillAcl(ACL* acl);
+  static constexpr DWORD kAclSize = 2048;  // bytes
 
   SECURITY_ATTRIBUTES attributes_ = {};
   SECURITY_DESCRIPTOR descriptor_ = {};
-  alignas(ACL) BYTE acl_[kAclBytes] = {};
+  alignas(ACL) BYTE acl_[kAclSize] = {};
 };
 
 }  // namespace crv::root

@@ -1,10 +1,11 @@
 // What the common OS library knows about the system that it runs on: the class of Windows, functions that only some versions
 // have, whether WOW64 is below, and the security attributes for folders that everybody uses.
 //
-// The table comes in two stages, each with a count of its own. The first is never given back. The very first call of
-// OsInfoAcquire or OptionalTableInit makes the lock that serialises all later ones, so it must not race with another first call.
-// Entries are written only while the table is being initialised and are read without a lock afterwards; they outlive its
-// release, except for the device handle. A missing function leaves its entry null, which is never an error.
+// The table comes in two stages, each with a count of its own; the first is never given back. Calls of OptionalTableInit and
+// OptionalTableRelease may race with each other, but OsInfoAcquire, and the first OptionalTableInit if it comes before, are for
+// one thread at a time: they make the table's lock. Entries are written only while the table is being initialised and are read
+// without the lock afterwards; they outlive the release, except for the device handle. A missing function leaves its entry null,
+// which is never an error.
 #pragma once
 
 #include <windows.h>
@@ -13,6 +14,7 @@
 #include <utility>
 
 #include "root/everyone_security.h"
+#include "root/scoped_handle.h"
 
 namespace crv::root {
 
@@ -41,7 +43,7 @@ struct OptionalFunctionTable {
   FsRedirectionSwitch* redirection_switch = nullptr;  // Wow64EnableWow64FsRedirection; null when not under WOW64
   IsWow64ProcessFunction* is_wow64_process = nullptr;
   HMODULE ntdll = nullptr;
-  HANDLE self_protection_device = INVALID_HANDLE_VALUE;  // closed by the release
+  ScopedFile self_protection_device;  // closed by the release
   EveryoneSecurity open_security;
 
   // Kept for the library's other users; whoever calls one casts it to its documented type.
