@@ -1,0 +1,53 @@
+#include "instup/path_text.h"
+
+#include "root/path_root.h"
+
+namespace crv::instup {
+namespace {
+
+bool IsSeparator(wchar_t c) { return c == L'\\' || c == L'/'; }
+
+std::wstring TrimBlanks(const std::wstring& text) {
+  constexpr const wchar_t* kBlanks = L" \t";
+  const std::size_t first = text.find_first_not_of(kBlanks);
+  if (first == std::wstring::npos) return {};
+  return text.substr(first, text.find_last_not_of(kBlanks) - first + 1);
+}
+
+bool IsVolumeRoot(const std::wstring& text) {
+  if (text.back() != L':' && text.back() != L'}') return false;
+  root::PathRootInfo info;
+  return root::GetPathRootInfo(text.c_str(), &info) == 0 && info.root_end == text.size();
+}
+
+}  // namespace
+
+std::wstring JoinPath(const std::wstring& folder, const std::wstring& component) {
+  std::wstring joined = TrimBlanks(folder);
+  const bool quoted = joined.size() > 1 && joined.front() == L'"' && joined.back() == L'"';
+  if (quoted) joined = joined.substr(1, joined.size() - 2);
+
+  if (joined.empty()) {
+    joined = component;
+  } else if (!component.empty()) {
+    if (!IsSeparator(joined.back()) && !IsSeparator(component.front())) joined += L'\\';
+    joined += component;
+  }
+  return quoted ? L'"' + joined + L'"' : joined;
+}
+
+std::wstring AppendPath(const std::wstring& text, const std::wstring& component) {
+  std::wstring joined = text;
+  if (!joined.empty() && joined.back() != L'\\' && !component.starts_with(L'\\')) joined += L'\\';
+  return joined += component;
+}
+
+std::wstring NormalizeFolderPath(const std::wstring& text) {
+  std::wstring folder = text;
+  while (!folder.empty() && IsSeparator(folder.back())) folder.pop_back();
+  if (folder.empty()) return text.empty() ? L"" : L"\\";
+  if (IsVolumeRoot(folder)) folder += L'\\';
+  return folder;
+}
+
+}  // namespace crv::instup

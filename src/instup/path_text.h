@@ -1,0 +1,22 @@
+// Folder texts put together and put into one form. They look at the text only: nothing has to exist, and no Windows function is
+// called. No state; any thread.
+#pragma once
+
+#include <string>
+
+namespace crv::instup {
+
+// The folder and the component with exactly one separator between them where neither brings one. Blanks and tabs around the
+// folder are dropped; a folder in double quotes gives a result in double quotes. The component is taken as it is; an empty one
+// adds nothing.
+std::wstring JoinPath(const std::wstring& folder, const std::wstring& component);
+
+// The text and the component with a "\" between them where neither brings one; an empty text gives the component. Unlike
+// JoinPath it takes the text as it is, does not know "/", and leaves a trailing "\" when the component is empty.
+std::wstring AppendPath(const std::wstring& text, const std::wstring& component);
+
+// The text without trailing separators. Only a volume's root keeps one: "C:" and "\\?\Volume{...}" get a "\", since without it
+// they name something else (the drive's current directory, the device). A text of separators alone becomes "\".
+std::wstring NormalizeFolderPath(const std::wstring& text);
+
+}  // namespace crv::instup
