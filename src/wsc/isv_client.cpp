@@ -51,8 +51,8 @@ template <typename Interface>
 void isv_client<Interface>::register_product() {
   const std::string type_name = TypeName();
   log::Info(tag, "Registering %s", type_name.c_str());
-  const _bstr_t path(root::GetModulePath(nullptr).c_str());
-  const _bstr_t name(kDisplayName);
+  _bstr_t path(root::GetModulePath(nullptr).c_str());
+  _bstr_t name(kDisplayName);
   const HRESULT result =
       CallOnce([&](const Pointer& product) { return product->Register(path.GetBSTR(), name.GetBSTR(), FALSE, FALSE); });
   if (FAILED(result)) throw exceptions::error(result, "WSC Register: %s", type_name.c_str());

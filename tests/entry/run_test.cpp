@@ -1,0 +1,134 @@
+#include "entry/run.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <objbase.h>
+
+#include <stdexcept>
+#include <thread>
+
+#include "support/captured_log.h"
+#include "support/import_patch.h"
+
+namespace crv::wsc {
+namespace {
+
+using testing::ElementsAre;
+using testing::EndsWith;
+
+int com_balance = 0;
+
+HRESULT WINAPI CountingInitialize(void*, DWORD model) {
+  EXPECT_EQ(static_cast<DWORD>(COINIT_MULTITHREADED), model);
+  ++com_balance;
+  return S_FALSE;
+}
+void WINAPI CountingUninitialize() { --com_balance; }
+
+// Runs with COM's initialisation counted instead of done, so that the balance shows.
+class Run : public testing::Test {
+ protected:
+  Run() { com_balance = 0; }
+  ~Run() override { EXPECT_EQ(0, com_balance); }
+
+  test::CapturedLog log_;
+  test::ImportPatch initialize_{"ole32.dll", "CoInitializeEx", reinterpret_cast<void*>(&CountingInitialize)};
+  test::ImportPatch uninitialize_{"ole32.dll", "CoUninitialize", reinterpret_cast<void*>(&CountingUninitialize)};
+};
+
+TEST_F(Run, WithoutACommandLineFailsBeforeAnythingElse) {
+  EXPECT_EQ(87u, ::run(nullptr));
+  EXPECT_THAT(log_.lines(), ElementsAre("exception 0 wsc: run: run: nullptr [00000057]"));
+}
+
+TEST_F(Run, RefusesWrongRequestsWithTheirCodeAndOneRecord) {
+  struct Case {
+    const wchar_t* text;
+    std::uint32_t result;
+    const char* failure;
+  };
+  const Case cases[] = {
+      {L"", 87, "run:  [00000057]"},
+      {L"  \t", 87, "run:   \t [00000057]"},
+      {L"/svc", 87, "run: /svc [00000057]"},
+      {L"host enable svc", 87, "run: host enable svc [00000057]"},
+      {L"host /svc", 160, "bad action [000000a0]"},
+      {L"host /svc /antivirus", 160, "bad action [000000a0]"},
+      {L"host /svc /update", 160, "no product specified [000000a0]"},
+      {L"host /svc /register /unregister antivirus", 160, "no product specified [000000a0]"},
+      {L"host /SVC /Update /Firewall", 160, "to_prod_state  [000000a0]"},
+      {L"host /svc /update /register /antivirus /state:ON /signatures:up_to_date", 160, "to_prod_state ON [000000a0]"},
+      {L"host /svc /update /antivirus /state:on", 160, "to_signature_status  [000000a0]"},
+      {L"host /svc /update /antispyware /state:on /signatures:Up", 160, "to_signature_status Up [000000a0]"},
+      {L"host /as", 0xFFFFFFFF, "unsupported cmdline options: \"host\" /as [ffffffff]"},
+      {L"\"h h\" /as:1 /x w", 0xFFFFFFFF, "unsupported cmdline options: \"h h\" /as:1 /x \"w\" [ffffffff]"},
+      {L"host /fw /disable", 0xFFFFFFFF, "unsupported cmdline options: \"host\" /disable /fw [ffffffff]"},
+      {L"host /svc /fw", 0xFFFFFFFF, "unsupported cmdline options: \"host\" /fw /svc [ffffffff]"},  // fw before svc
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(testing::Message() << "row " << (&c - cases));
+    log_.clear();
+    EXPECT_EQ(c.result, ::run(c.text));
+    const std::string text(c.text, c.text + std::char_traits<wchar_t>::length(c.text));
+    EXPECT_THAT(log_.lines(), ElementsAre(EndsWith("\\CORVID Software\\Corvid\\log\\wsc.log 4194304 true"),
+                                          "narrow 1 wsc: wsc started: '" + text + "'",
+                                          std::string("exception 0 wsc: run: ") + c.failure));
+  }
+}
+
+TEST_F(Run, AvWithoutAnActionDoesNothingAndUpgradeOnlyLogs) {
+  EXPECT_EQ(0u, ::run(L"host /av"));
+  EXPECT_EQ(2u, log_.lines().size());
+  EXPECT_EQ(0u, ::run(L"host /AV:x /UPGRADE /svc"));
+  EXPECT_EQ("wide 1 wsc: Upgrading AV.", log_.lines().back());
+}
+
+TEST_F(Run, ALibraryThatFailsEverywhereCostsNoResult) {
+  log_.Behave(test::CapturedLog::Behaviour::throws);
+  EXPECT_EQ(31u, ::run(L"host /av"));
+  EXPECT_EQ(87u, ::run(nullptr));
+  log_.Behave(test::CapturedLog::Behaviour::no_logger);
+  EXPECT_EQ(0u, ::run(L"host /av"));
+}
+
+HRESULT WINAPI RefusingInitialize(void*, DWORD) { return E_OUTOFMEMORY; }
+HRESULT WINAPI ExhaustedInitialize(void*, DWORD) { throw std::bad_alloc(); }
+HRESULT WINAPI OddInitialize(void*, DWORD) { throw 42; }
+
+TEST_F(Run, ComThatRefusesIsReportedAndNotUninitialised) {
+  const test::ImportPatch refuse("ole32.dll", "CoInitializeEx", reinterpret_cast<void*>(&RefusingInitialize));
+  EXPECT_EQ(static_cast<std::uint32_t>(E_OUTOFMEMORY), ::run(L"host /av"));
+  EXPECT_THAT(log_.lines(), ElementsAre("exception 0 wsc: run: CoInitializeEx [8007000e]"));
+}
+
+TEST_F(Run, OtherStandardExceptionsAre31AndForeignOnesLeave) {
+  {
+    const test::ImportPatch exhaust("ole32.dll", "CoInitializeEx", reinterpret_cast<void*>(&ExhaustedInitialize));
+    EXPECT_EQ(31u, ::run(L"host /av"));
+    EXPECT_THAT(log_.lines(), ElementsAre("exception 0 wsc: run: std::bad_alloc"));
+  }
+  const test::ImportPatch odd("ole32.dll", "CoInitializeEx", reinterpret_cast<void*>(&OddInitialize));
+  EXPECT_THROW(::run(L"host /av"), int);
+}
+
+TEST(RunWithCom, RefusesAThreadOfASingleThreadedApartment) {
+  test::CapturedLog log;
+  std::thread([] {
+    ASSERT_EQ(S_OK, CoInitializeEx(nullptr, COINIT_APARTMENTTHREADED));
+    EXPECT_EQ(static_cast<std::uint32_t>(RPC_E_CHANGED_MODE), ::run(L"host /av"));
+    CoUninitialize();
+  }).join();
+}
+
+TEST(RunWithCom, LeavesComAsItWas) {
+  test::CapturedLog log;
+  std::thread([] {
+    EXPECT_EQ(0u, ::run(L"host /av"));
+    EXPECT_EQ(0xFFFFFFFFu, ::run(L"host /as"));
+    EXPECT_EQ(S_OK, CoInitializeEx(nullptr, COINIT_APARTMENTTHREADED)) << "the thread still belongs to an apartment";
+    CoUninitialize();
+  }).join();
+}
+
+}  // namespace
+}  // namespace crv::wsc
