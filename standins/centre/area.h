@@ -1,0 +1,46 @@
+// One area of the stand-ins as centre.exe shows it: its commands, the calls that it can script, and its part of the commands that
+// concern every area. What an area has nothing to say about stays null. Functions report failures by throwing
+// crv::exceptions::error, and words that they do not understand by throwing UsageError.
+#pragma once
+
+#include <string>
+#include <vector>
+
+namespace crv::standins::centre {
+
+using Words = std::vector<std::wstring>;
+
+struct UsageError {
+  std::wstring text;
+};
+
+struct Command {
+  const wchar_t* name;
+  const wchar_t* arguments;  // as the usage shows them
+  const wchar_t* purpose;
+  std::size_t fewest_words;
+  std::size_t most_words;
+  void (*run)(const Words& words);
+};
+
+inline constexpr std::size_t kAnyNumber = static_cast<std::size_t>(-1);
+
+struct Area {
+  std::vector<Command> commands = {};
+  std::vector<std::wstring> script_names = {};
+  void (*script)(const std::wstring& name, const Words& answers) = nullptr;
+  void (*install)() = nullptr;
+  void (*uninstall)() = nullptr;
+  void (*show)() = nullptr;
+  void (*clear)() = nullptr;
+};
+
+// The areas, one file each.
+const Area& SecurityCenterArea();
+const Area& LogArea();
+const Area& ProductArea();
+
+// All of them, in the order in which they are installed, shown and cleared.
+const std::vector<const Area*>& Areas();
+
+}  // namespace crv::standins::centre

@@ -1,0 +1,58 @@
+// The log library: its folder and how it misbehaves.
+#include <windows.h>
+#include <shlobj.h>
+
+#include <algorithm>
+#include <iterator>
+
+#include "base/exceptions.h"
+#include "centre/area.h"
+#include "centre/console.h"
+#include "centre/places.h"
+#include "control/log_control.h"
+
+namespace crv::standins::centre {
+namespace {
+
+void CreateFolder() {
+  const std::wstring folder = LogFolder();
+  const int result = SHCreateDirectoryExW(nullptr, folder.c_str(), nullptr);
+  if (result != ERROR_SUCCESS && result != ERROR_ALREADY_EXISTS && result != ERROR_FILE_EXISTS) {
+    throw exceptions::error(result, L"cannot create %s", folder.c_str());
+  }
+  PrintLine(L"the log folder is " + folder);
+}
+
+void ScriptFromWords(const Words& words) {
+  LogScript script;
+  if (words[0] == L"no-logger" && words.size() == 1) {
+    script.no_logger = true;
+  } else if (words[0] == L"no-module" && words.size() == 1) {
+    script.no_module = true;
+  } else if (words[0] == L"throw" && words.size() == 2) {
+    if (std::find(std::begin(kLogOperations), std::end(kLogOperations), words[1]) == std::end(kLogOperations)) {
+      std::wstring names;
+      for (const wchar_t* const name : kLogOperations) names += std::wstring(L" ") + name;
+      throw UsageError{L"the log library cannot throw from '" + words[1] + L"'; it can from:" + names};
+    }
+    script.throw_from = words[1];
+  } else if (words[0] != L"normal" || words.size() != 1) {
+    throw UsageError{L"unknown behaviour of the log library: '" + words[0] + L"'"};
+  }
+  ScriptLog(script);
+}
+
+}  // namespace
+
+const Area& LogArea() {
+  static const Area area = {
+      .commands = {{L"log", L"no-logger | no-module | throw WHERE | normal",
+                    L"how the log library behaves; WHERE is acquire, logger, open, message, exception or all", 1, 2,
+                    &ScriptFromWords}},
+      .install = &CreateFolder,
+      .clear = &ClearLogScript,
+  };
+  return area;
+}
+
+}  // namespace crv::standins::centre

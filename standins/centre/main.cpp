@@ -1,0 +1,114 @@
+// centre.exe: shows the stand-ins to a person, scripts them, and runs the host. Ends with 0 for success, 1 for a failure or a
+// result of the host other than 0, 2 for words that it does not understand.
+#include <windows.h>
+#include <shellapi.h>
+
+#include <algorithm>
+#include <cstdio>
+
+#include "base/exceptions.h"
+#include "base/format_message.h"
+#include "centre/area.h"
+#include "centre/console.h"
+#include "centre/run_command.h"
+
+namespace crv::standins::centre {
+
+const std::vector<const Area*>& Areas() {
+  static const std::vector<const Area*> areas = {&SecurityCenterArea(), &LogArea(), &ProductArea()};
+  return areas;
+}
+
+namespace {
+
+constexpr wchar_t kRun[] = L"run";
+
+void Help(const Words& words);
+
+template <void (*Area::*Step)()>
+void ForEachArea(const Words&) {
+  for (const Area* const area : Areas()) {
+    if (area->*Step) (area->*Step)();
+  }
+}
+
+void ScriptCall(const Words& words) {
+  const std::wstring& name = words[0];
+  std::wstring known;
+  for (const Area* const area : Areas()) {
+    for (const std::wstring& candidate : area->script_names) {
+      known += L"\r\n  " + candidate;
+      if (candidate != name) continue;
+      area->script(name, Words(words.begin() + 1, words.end()));
+      return;
+    }
+  }
+  throw UsageError{L"nothing to script is called '" + name + L"'; there are:" + known};
+}
+
+// The commands that concern every area; `run` stands here for the usage alone, because it takes its words unparsed.
+const Command kCommands[] = {
+    {L"help", L"", L"this text", 0, 0, &Help},
+    {L"install", L"", L"makes the stand-ins known to the machine", 0, 0, &ForEachArea<&Area::install>},
+    {L"uninstall", L"", L"takes that back", 0, 0, &ForEachArea<&Area::uninstall>},
+    {L"show", L"", L"the products as Security Center knows them", 0, 0, &ForEachArea<&Area::show>},
+    {L"script", L"NAME [ANSWER...]", L"the next answers of a call: ok, 0x8000000a, null; \"forever ANSWER\", \"ANSWER xN\"", 1,
+     kAnyNumber, &ScriptCall},
+    {L"clear", L"", L"forgets products, scripts, journal, registered names and log", 0, 0, &ForEachArea<&Area::clear>},
+    {kRun, L"TAIL...", L"runs wsc_proxy.exe with the tail and shows what came of it", 0, kAnyNumber, nullptr},
+};
+
+std::vector<Command> AllCommands() {
+  std::vector<Command> commands(std::begin(kCommands), std::end(kCommands));
+  for (const Area* const area : Areas()) commands.insert(commands.end(), area->commands.begin(), area->commands.end());
+  return commands;
+}
+
+void Help(const Words&) {
+  PrintLine(L"centre COMMAND: works the stand-ins that lie beside it");
+  PrintLine();
+  for (const Command& command : AllCommands()) {
+    PrintLine(L"  " + std::wstring(command.name) + L" " + command.arguments);
+    PrintLine(L"      " + std::wstring(command.purpose));
+  }
+}
+
+int Run(Words words) {
+  if (words.empty()) throw UsageError{L"a command is missing"};
+  const std::wstring name = words.front();
+  words.erase(words.begin());
+  if (name == kRun) return RunHost(Tail(GetCommandLineW(), 2));
+  for (const Command& command : AllCommands()) {
+    if (name != command.name) continue;
+    if (words.size() < command.fewest_words || words.size() > command.most_words) {
+      throw UsageError{name + L" takes: " + (*command.arguments ? command.arguments : L"no words")};
+    }
+    command.run(words);
+    return 0;
+  }
+  throw UsageError{L"unknown command '" + name + L"'"};
+}
+
+}  // namespace
+}  // namespace crv::standins::centre
+
+int main() {
+  using namespace crv::standins::centre;
+  int count = 0;
+  wchar_t** const words = CommandLineToArgvW(GetCommandLineW(), &count);
+  try {
+    return Run(Words(words + std::min(count, 1), words + count));
+  } catch (const UsageError& error) {
+    PrintError(error.text);
+    Help({});
+    return 2;
+  } catch (const crv::exceptions::fatal& error) {
+    PrintError(crv::FromUtf8(error.what()));
+    return 2;
+  } catch (const crv::exceptions::error& error) {
+    wchar_t code[32];
+    _snwprintf(code, std::size(code), L" (0x%08x)", static_cast<unsigned>(error.code()));
+    PrintError(crv::FromUtf8(error.what()) + code);
+    return 1;
+  }
+}
