@@ -14,7 +14,7 @@ std::wstring Path() { return L"Software\\Corvid Tests\\Hive " + std::to_wstring(
 
 RedirectedHive::RedirectedHive() {
   SHDeleteKeyW(HKEY_CURRENT_USER, Path().c_str());
-  EXPECT_EQ(0, RegCreateKeyExW(HKEY_CURRENT_USER, Path().c_str(), 0, nullptr, REG_OPTION_VOLATILE, KEY_ALL_ACCESS, nullptr, &key_, nullptr));
+  EXPECT_EQ(0, RegCreateKeyExW(HKEY_CURRENT_USER, Path().c_str(), 0, nullptr, REG_OPTION_NON_VOLATILE, KEY_ALL_ACCESS, nullptr, &key_, nullptr));
   EXPECT_EQ(0, RegOverridePredefKey(HKEY_LOCAL_MACHINE, key_));
 }
 
