@@ -1,0 +1,58 @@
+# What the workshop's scripts share: where things are, how they speak, and 32-bit Wine with the project's own prefix.
+# Sourced, never run; it needs bash and what every Debian has.
+# shellcheck shell=bash
+
+ROOT=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
+CACHE=${XDG_CACHE_HOME:-${HOME:?neither XDG_CACHE_HOME nor HOME is set}/.cache}/corvid-wsc
+
+# Everything that the scripts, the build and the tests use beyond a minimal Debian 12 with git and bash.
+DEBIAN_PACKAGES=(
+  g++-mingw-w64-i686-posix cmake ninja-build libboost-dev googletest libz-mingw-w64  # the Windows build
+  g++ clang-14 libclang-rt-14-dev                                                    # the native build under the sanitizers
+  libc6-i386                                                                         # the loader of 32-bit Wine
+  lldb-14 llvm-14 python3 python3-pefile                                             # readers of minidumps and of our DLL
+)
+
+# 32-bit Wine is unpacked into the cache and never installed. The stamp names the list, so a changed list unpacks anew.
+# FreeType keeps Wine from printing a notice in each program; with FreeType alone, without fontconfig, its window system fails
+# at start-up and explorer.exe starts itself without end.
+WINE_PACKAGES=(
+  libwine wine32 wine libc6 libgcc-s1 libunwind8 liblzma5 libz-mingw-w64
+  libfreetype6 libpng16-16 zlib1g libbrotli1 libfontconfig1 libexpat1 libuuid1
+)
+WINE_STAMP="1 ${WINE_PACKAGES[*]}"
+WINE_DIR=$CACHE/wine32
+WINE=$WINE_DIR/usr/lib/wine/wine
+WINESERVER=$WINE_DIR/usr/lib/wine/wineserver32
+
+PREFIX=${CORVID_WSC_PREFIX:-$ROOT/build/prefix}
+[[ $PREFIX == /* ]] || PREFIX=$PWD/$PREFIX
+PREFIX_STAMP="1 $WINE_STAMP"
+INSTALL_FOLDER="$PREFIX/drive_c/Program Files/CORVID Software/Corvid"
+LOG_FOLDER="$PREFIX/drive_c/ProgramData/CORVID Software/Corvid/log"
+
+say() { printf '%s\n' "$*" >&2; }
+
+die() {
+  printf '%s: %s\n' "${0##*/}" "$*" >&2
+  exit 1
+}
+
+# holds_stamp FILE TEXT: whether the file holds exactly that line. Starts no process.
+holds_stamp() {
+  local line=
+  [[ -f $1 ]] && read -r line <"$1" && [[ $line == "$2" ]]
+}
+
+wine_is_unpacked() { holds_stamp "$WINE_DIR/.stamp" "$WINE_STAMP"; }
+prefix_is_made() { holds_stamp "$PREFIX/.stamp" "$PREFIX_STAMP"; }
+
+# The environment of every Windows program. No menus, no questions for Mono and Gecko, no debugger when a program crashes: the
+# system then ends it with the exception's code, at once.
+wine_environment() {
+  export LD_LIBRARY_PATH="$WINE_DIR/lib/i386-linux-gnu:$WINE_DIR/usr/lib/i386-linux-gnu${LD_LIBRARY_PATH:+:$LD_LIBRARY_PATH}"
+  export WINEPREFIX=$PREFIX WINEARCH=win32 WINEDEBUG=${WINEDEBUG--all} WINESERVER WINELOADER=$WINE
+  export WINEDLLOVERRIDES="winemenubuilder.exe,winedbg.exe,mscoree,mshtml=${WINEDLLOVERRIDES:+;$WINEDLLOVERRIDES}"
+  export FONTCONFIG_FILE=$WINE_DIR/fonts.conf
+  unset DISPLAY WAYLAND_DISPLAY
+}
