@@ -56,3 +56,49 @@ wine_environment() {
   export FONTCONFIG_FILE=$WINE_DIR/fonts.conf
   unset DISPLAY WAYLAND_DISPLAY
 }
+
+# hold_workshop NAME: one demo or check at a time in this clone. Waits for another one; ends with the caller.
+hold_workshop() {
+  mkdir -p "$ROOT/build"
+  exec 9>>"$ROOT/build/.workshop"
+  if ! flock -n 9; then
+    say "${0##*/}: waiting for $(tail -n 1 "$ROOT/build/.workshop" 2>/dev/null || echo another run) in this clone"
+    flock 9
+  fi
+  printf './%s (process %s)\n' "$1" "$$" >"$ROOT/build/.workshop"
+}
+
+# supervised COMMAND...: runs it in a process group of its own, so that `end_supervised` can end all of it at any moment.
+SUPERVISED=
+supervised() {
+  set -m
+  "$@" </dev/null &
+  SUPERVISED=$!
+  set +m
+  local status=0
+  wait "$SUPERVISED" || status=$?
+  SUPERVISED=
+  return "$status"
+}
+
+end_supervised() {
+  [[ -n $SUPERVISED ]] || return 0
+  kill -TERM -- "-$SUPERVISED" 2>/dev/null || true
+  SUPERVISED=
+}
+
+# build_quietly LOG TARGETS...: configures when needed and builds; a person at a terminal sees the progress, everybody else only
+# what went wrong.
+build_quietly() {
+  local log=$1
+  shift
+  if [[ ! -f $ROOT/build/build.ninja ]]; then
+    say "build: configuring"
+    supervised cmake -S "$ROOT" --preset windows >"$log" 2>&1 || { tail -n 30 "$log" >&2 && die "cmake failed, see $log"; }
+  fi
+  if [[ -t 2 ]]; then
+    supervised ninja -C "$ROOT/build" "$@" >&2 || die "the build failed"
+  else
+    supervised ninja -C "$ROOT/build" "$@" >"$log" 2>&1 || { tail -n 60 "$log" >&2 && die "the build failed, see $log"; }
+  fi
+}
