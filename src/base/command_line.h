@@ -37,7 +37,9 @@ class CommandLine {
   const Switches& switches() const { return switches_; }
   const std::vector<std::wstring>& words() const { return words_; }
 
-  // The switches in ascending order of their names, then the words, as command-line text without the program token.
+  // The switches in ascending order of their names, then the words, as command-line text without the program token. Parsed again
+  // behind a program token it gives the same switches and words, except for tokens with tabs or line ends in them and for words
+  // of nothing but double quotes.
   std::wstring arguments() const;
 
   // The program token in double quotes, a blank and `arguments`; a part that is empty is left out.

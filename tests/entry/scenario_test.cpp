@@ -92,15 +92,15 @@ TEST_F(Scenario, ARecoveringCentreIsWaitedForAndAFailingOneReported) {
 }
 
 TEST_F(Scenario, ALogLibraryThatFailsOrRefusesNeverCostsTheResult) {
-  standins::ScriptNoLogger(true);
+  standins::ScriptLog({.no_logger = true});
   const test::HostRun silent = test::RunHost(L"/svc /register /firewall");
   EXPECT_EQ(0u, silent.result);
   EXPECT_THAT(silent.log, IsEmpty());
   standins::ClearLogScript();
-  standins::ScriptThrow(L"open");
+  standins::ScriptLog({.throw_from = L"open"});
   const test::HostRun thrown = test::RunHost(L"/svc /unregister /firewall");
   EXPECT_EQ(31u, thrown.result) << "an exception of the log library crossed into the module and met the barrier";
-  standins::ScriptThrow(L"all");
+  standins::ScriptLog({.throw_from = L"all"});
   EXPECT_EQ(31u, test::RunHost(L"/svc /unregister /firewall").result);
   EXPECT_TRUE(standins::ReadProduct(L"IWscFWStatus")) << "neither run came as far as Security Center";
 }
