@@ -1,0 +1,102 @@
+// What the tests of the folders stand on: an empty HKEY_LOCAL_MACHINE and an empty folder in the file system, both gone at the
+// end, and a main executable that seems to lie where the test says.
+#pragma once
+
+#include <gtest/gtest.h>
+#include <shlwapi.h>
+
+#include <filesystem>
+#include <optional>
+#include <string>
+
+#include "support/import_patch.h"
+#include "support/redirected_hive.h"
+
+namespace crv::instup::test {
+
+inline constexpr const wchar_t* kCorvidKey = L"SOFTWARE\\CORVID Software\\Corvid";
+
+// Writes a value below HKEY_LOCAL_MACHINE.
+inline void SetBytes(const std::wstring& key, const wchar_t* name, DWORD type, const void* data, DWORD bytes) {
+  HKEY opened = nullptr;
+  ASSERT_EQ(0, RegCreateKeyExW(HKEY_LOCAL_MACHINE, key.c_str(), 0, nullptr, 0, KEY_SET_VALUE, nullptr, &opened, nullptr));
+  EXPECT_EQ(0, RegSetValueExW(opened, name, 0, type, static_cast<const BYTE*>(data), bytes));
+  RegCloseKey(opened);
+}
+
+inline void SetText(const std::wstring& key, const wchar_t* name, const std::wstring& text, DWORD type = REG_SZ) {
+  SetBytes(key, name, type, text.c_str(), static_cast<DWORD>((text.size() + 1) * sizeof(wchar_t)));
+}
+
+inline void DeleteValue(const std::wstring& key, const wchar_t* name) {
+  EXPECT_EQ(0, SHDeleteValueW(HKEY_LOCAL_MACHINE, key.c_str(), name));
+}
+
+inline bool IsDirectory(const std::wstring& path) { return std::filesystem::is_directory(path); }
+
+// Sets or, with null, removes an environment variable for the length of a scope.
+class ScopedVariable {
+ public:
+  ScopedVariable(const wchar_t* name, const wchar_t* value) : name_(name) {
+    wchar_t before[MAX_PATH];
+    if (GetEnvironmentVariableW(name, before, MAX_PATH) > 0) before_ = before;
+    SetEnvironmentVariableW(name, value);
+  }
+  ~ScopedVariable() { SetEnvironmentVariableW(name_, before_ ? before_->c_str() : nullptr); }
+  ScopedVariable(const ScopedVariable&) = delete;
+  ScopedVariable& operator=(const ScopedVariable&) = delete;
+
+ private:
+  const wchar_t* name_;
+  std::optional<std::wstring> before_;
+};
+
+class Stage {
+ public:
+  Stage() {
+    wchar_t temp[MAX_PATH];
+    GetTempPathW(MAX_PATH, temp);
+    root_ = temp + (L"crv" + std::to_wstring(GetCurrentProcessId()));
+    std::filesystem::remove_all(root_);
+    std::filesystem::create_directories(root_);
+  }
+  ~Stage() { std::filesystem::remove_all(root_); }
+  Stage(const Stage&) = delete;
+  Stage& operator=(const Stage&) = delete;
+
+  // Paths below the stage's folder; the folders on the way to a file are made with it.
+  std::wstring Path(const std::wstring& name) const { return root_ + L"\\" + name; }
+  std::wstring AddFolder(const std::wstring& name) const {
+    std::filesystem::create_directories(Path(name));
+    return Path(name);
+  }
+  std::wstring AddFile(const std::wstring& name) const {
+    std::filesystem::create_directories(std::filesystem::path(Path(name)).parent_path());
+    CloseHandle(CreateFileW(Path(name).c_str(), GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS, 0, nullptr));
+    return Path(name);
+  }
+
+  // From now on the process was started from this file; with an empty path the system does not tell.
+  void SetExecutable(const std::wstring& path) {
+    executable_ = path;
+    if (!executable_patch_) executable_patch_.emplace("kernel32.dll", "GetModuleFileNameW", reinterpret_cast<void*>(&ModuleFileName));
+  }
+
+ private:
+  static DWORD WINAPI ModuleFileName(HMODULE, wchar_t* buffer, DWORD chars) {
+    const DWORD length = static_cast<DWORD>(executable_.copy(buffer, chars));
+    if (length < chars) buffer[length] = L'\0';
+    return length;
+  }
+
+  static inline std::wstring executable_;
+
+  crv::test::RedirectedHive hive_;
+  std::wstring root_;
+  std::optional<crv::test::ImportPatch> executable_patch_;
+};
+
+// A fixture on that stage.
+class StageTest : public testing::Test, protected Stage {};
+
+}  // namespace crv::instup::test
