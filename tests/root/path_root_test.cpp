@@ -1,0 +1,92 @@
+#include "root/path_root.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cstring>
+#include <cwchar>
+#include <random>
+#include <string>
+#include <vector>
+
+namespace crv::root {
+namespace {
+
+TEST(PathRoot, FollowsItsTable) {
+  struct Case {
+    const wchar_t* path;
+    std::uint32_t root_start, prefix_length, root_end, flags;
+  };
+  const Case cases[] = {
+      // No root, and drives.
+      {L"dir\\file", 0, 0, 3, 0x14}, {L"file", 0, 0, 4, 0}, {L"\\dir", 0, 0, 0, 0x14}, {L"/", 0, 0, 0, 0x10}, {L":", 0, 0, 1, 0},
+      {L"c:", 0, 0, 2, 0x102}, {L"C:\\", 0, 0, 2, 0x112}, {L"Z:/\\dir", 0, 0, 2, 0x116}, {L"a:dir", 0, 0, 2, 0x104},
+      {L"1:\\", 0, 0, 2, 0x10}, {L"\x00E4:\\", 0, 0, 2, 0x10}, {L"[:", 0, 0, 2, 0}, {L"@:", 0, 0, 2, 0}, {L"C", 0, 0, 1, 0},
+      // Server and share.
+      {L"\\\\", 0, 2, 2, 0x3}, {L"//server", 0, 2, 8, 0x3}, {L"\\\\server\\", 0, 2, 9, 0xB}, {L"\\\\server\\share", 0, 2, 14, 0xB},
+      {L"\\\\server\\\\share/x", 0, 2, 15, 0x1F}, {L"\\\\s\\t\\", 0, 2, 5, 0x1B}, {L"\\\\\\share", 0, 2, 8, 0xB},
+      {L"\\\\?", 0, 2, 3, 0x3}, {L"\\\\?x\\y", 0, 2, 6, 0xB}, {L"\\\\.", 0, 2, 3, 0x3}, {L"\\\\*\\C:", 0, 2, 6, 0xB},
+      // The two prefixes before drives and servers.
+      {L"\\\\?\\", 0, 4, 4, 0x202}, {L"\\\\.\\C:", 4, 0, 6, 0x502}, {L"//?/\\c:\\x", 5, 0, 7, 0x316}, {L"\\\\?\\C:x", 4, 0, 6, 0x306},
+      {L"\\\\?\\unc", 0, 4, 4, 0x206}, {L"\\\\?\\UNC\\", 0, 8, 8, 0xA03}, {L"\\\\.\\Unc\\server", 0, 8, 14, 0xC03},
+      {L"\\\\?\\UNC\\server\\\\", 0, 8, 14, 0xA13}, {L"\\\\?\\UNC\\server\\share\\x", 0, 8, 20, 0xA1F},
+      {L"\\\\?\\\\UNC\\s\\t", 0, 9, 12, 0xA0B}, {L"\\\\?\\UNCs\\t", 0, 4, 4, 0x206},
+      // Volumes: 44 characters from the word on, the last one a brace.
+      {L"\\\\?\\Volume{01234567-89ab-cdef-0123-456789abcdef}", 0, 10, 48, 0x1202},
+      {L"\\\\.\\\\vOLUME{01234567-89ab-cdef-0123-456789abcdef}\\x", 0, 11, 49, 0x1416},
+      {L"\\\\?\\Volume{01234567-89ab-cdef-0123-456789abcdef}x", 0, 10, 48, 0x1206},
+      {L"\\\\?\\Volume{01234567-89ab-cdef-0123-456789abcde}", 0, 4, 4, 0x206},
+      {L"\\\\?\\Volume{01234567-89ab-cdef-0123-456789abcdef0}", 0, 4, 4, 0x206}, {L"\\\\?\\Volume{", 0, 4, 4, 0x206},
+      // Devices.
+      {L"\\\\.\\crvSP", 0, 4, 4, 0x406}, {L"\\\\?\\Device", 0, 4, 4, 0x206}, {L"\\\\?\\Device\\", 0, 4, 11, 0x4202},
+      {L"\\\\?\\device\\\\Harddisk0\\Partition1", 0, 4, 21, 0x4216}, {L"\\\\?\\GLOBALROOT\\x", 0, 4, 15, 0x206},
+      {L"\\\\?\\GlobalRoot\\\\Device/Harddisk0", 0, 4, 32, 0x4202}, {L"\\\\?\\Device\\FileDisk\\\\One\\x", 0, 4, 24, 0x4216},
+      {L"\\\\?\\Device\\FileDisk", 0, 4, 19, 0x4202}, {L"\\\\?\\Devices\\x", 0, 4, 4, 0x206}, {L"\\\\?\\GlobalRoot", 0, 4, 4, 0x206},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(testing::Message() << "row " << (&c - cases));
+    PathRootInfo info;
+    std::memset(&info, 0xCC, sizeof(info));
+    EXPECT_EQ(0u, GetPathRootInfo(c.path, &info));
+    EXPECT_EQ(c.root_start, info.root_start);
+    EXPECT_EQ(c.prefix_length, info.prefix_length);
+    EXPECT_EQ(c.root_end, info.root_end);
+    EXPECT_EQ(c.flags, info.flags);
+    EXPECT_EQ(0u, info.unused[0] | info.unused[1]);
+  }
+}
+
+TEST(PathRoot, RefusesNothingToLookAtAndClearsTheRecord) {
+  struct { const wchar_t* path; std::uint32_t code; } const cases[] = {{nullptr, 160}, {L"", 123}};
+  for (const auto& c : cases) {
+    PathRootInfo info, zeros = {};
+    std::memset(&info, 0xCC, sizeof(info));
+    EXPECT_EQ(c.code, GetPathRootInfo(c.path, &info));
+    EXPECT_EQ(0, std::memcmp(&info, &zeros, sizeof(info)));
+    EXPECT_EQ(c.code, GetPathRootInfo(c.path, nullptr));
+  }
+  EXPECT_EQ(0u, GetPathRootInfo(L"C:\\", nullptr));
+}
+
+// Paths of exactly their own length on the heap, put together from what the scan looks for: the root lies in the path, and the
+// flags about what follows it are true of the text.
+TEST(PathRoot, StaysInsideGeneratedPaths) {
+  std::mt19937 random(7);
+  const std::wstring pieces[] = {L"\\", L"/", L"?", L".", L"\\\\?\\", L"UNC", L"GlobalRoot", L"Device", L"FileDisk", L"c:", L"x",
+                                 L"Volume{", L"01234567-89ab-cdef-0123-456789abcdef", L"}"};
+  for (int i = 0; i < 20000; ++i) {
+    std::wstring text;
+    for (unsigned count = 1 + random() % 9; count > 0; --count) text += pieces[random() % std::size(pieces)];
+    text.resize(1 + random() % text.size());
+    const std::vector<wchar_t> path(text.c_str(), text.c_str() + text.size() + 1);
+    PathRootInfo info;
+    ASSERT_EQ(0u, GetPathRootInfo(path.data(), &info));
+    ASSERT_LE(info.root_end, text.size());
+    const std::size_t rest = text.find_first_not_of(L"\\/", info.root_end);
+    ASSERT_EQ(rest != std::wstring::npos, (info.flags & kPathMoreFollows) != 0);
+    ASSERT_EQ(std::min(rest, text.size()) != info.root_end, (info.flags & kPathSeparatorFollows) != 0);
+  }
+}
+
+}  // namespace
+}  // namespace crv::root
