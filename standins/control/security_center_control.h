@@ -6,18 +6,9 @@
 //       Path, Name           texts
 //       State                DWORD, absent until the first UpdateStatus
 //       SignaturesUpToDate   DWORD, the same; never there for the firewall
-//     Script                 one list of answers per call, named "<interface>.<method>"
-//     Journal
-//       Calls                list, one line per call
+//     Script, Journal        see scripted_calls.h; calls are named "<interface>.<method>"
 //
 // Calls are `Create` (the class object's answer when it is asked for the interface), `Register`, `Unregister`, `UpdateStatus`.
-// Each call takes the first answer of its list and behaves normally once the list is empty. An answer is
-//
-//   ok            behave normally
-//   0x8000000a    answer this code; a failure changes nothing, a success code is given after performing the call
-//   null          Create only: succeed with a null interface pointer
-//
-// optionally with "forever " before it (never used up) or " xN" behind it (good for N calls).
 #pragma once
 
 #include <windows.h>
@@ -25,6 +16,8 @@
 #include <optional>
 #include <string>
 #include <vector>
+
+#include "control/scripted_calls.h"
 
 namespace crv::standins {
 
@@ -48,24 +41,14 @@ std::optional<Product> ReadProduct(const std::wstring& interface_name);  // empt
 void WriteProduct(const std::wstring& interface_name, const Product& product);
 void RemoveProduct(const std::wstring& interface_name);
 
-// The names that Script accepts: every interface with every call, "IWscAVStatus.Create" first.
-std::vector<std::wstring> ScriptNames();
+const ScriptedCalls& SecurityCenterCalls();
 
-// Replaces the answers of one call; an empty list lets it behave normally. A name or an answer that is none throws
-// crv::exceptions::fatal with code 87.
+// The same in short, for those who work with nothing else.
+std::vector<std::wstring> ScriptNames();  // every interface with every call, "IWscAVStatus.Create" first
 void Script(const std::wstring& name, const std::vector<std::wstring>& answers);
-std::vector<std::wstring> ScriptedAnswers(const std::wstring& name);  // those still to come
-
-// For the class: the answer that the call has to give now, used up.
-struct Answer {
-  std::optional<HRESULT> code;  // absent: behave normally
-  bool null_pointer = false;
-};
-Answer TakeAnswer(const std::wstring& name);
-
-// The journal: the last 2,000 lines, oldest first. A call that repeats the one before it adds to that line's " xN".
-std::vector<std::wstring> Calls();
-void AppendCall(const std::wstring& line);
+std::vector<std::wstring> ScriptedAnswers(const std::wstring& name);
+std::vector<std::wstring> Calls();         // the journal
+void AppendCall(const std::wstring& line);  // the caller holds the lock
 
 void ClearSecurityCenter();  // products, scripts and journal
 

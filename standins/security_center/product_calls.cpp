@@ -2,12 +2,9 @@
 
 #include <oleauto.h>
 
-#include <cstdio>
 #include <cwchar>
 #include <string>
 
-#include "base/exceptions.h"
-#include "control/named_lock.h"
 #include "control/security_center_control.h"
 
 namespace crv::standins {
@@ -23,32 +20,11 @@ bool IsBool(BOOL value) { return value == TRUE || value == FALSE; }
 
 std::wstring Quoted(BSTR text) { return text ? L"\"" + std::wstring(text) + L"\"" : L"null"; }
 
-// One call from the answer to the journal. `perform` changes the state and gives the normal answer.
 template <typename Perform>
 HRESULT Call(const wchar_t* interface_name, const wchar_t* method, const std::wstring& arguments, bool arguments_are_valid,
              Perform perform) {
-  try {
-    const NamedLock lock(kSecurityCenterLock);
-    if (!lock.held()) return HRESULT_FROM_WIN32(WAIT_TIMEOUT);
-    const std::wstring name = std::wstring(interface_name) + L"." + method;
-    HRESULT result = E_INVALIDARG;
-    if (arguments_are_valid) {
-      const Answer answer = TakeAnswer(name);
-      result = answer.code.value_or(S_OK);
-      if (SUCCEEDED(result)) {
-        const HRESULT performed = perform(answer);
-        if (!answer.code) result = performed;
-      }
-    }
-    wchar_t code[16];
-    _snwprintf(code, std::size(code), L"0x%08x", static_cast<unsigned>(result));
-    AppendCall(name + L"(" + arguments + L") = " + code);
-    return result;
-  } catch (const exceptions::error& error) {
-    return HRESULT_FROM_WIN32(error.code());
-  } catch (...) {
-    return E_UNEXPECTED;
-  }
+  return SecurityCenterCalls().Answered(std::wstring(interface_name) + L"." + method, arguments,
+                                        arguments_are_valid ? S_OK : E_INVALIDARG, perform);
 }
 
 }  // namespace
