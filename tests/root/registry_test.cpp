@@ -1,16 +1,13 @@
 #include "root/registry.h"
 
 #include <gtest/gtest.h>
-
 #include <shlwapi.h>
 
-#include <cstdlib>
 #include <functional>
 #include <set>
 #include <vector>
 
-#include "base/format_message.h"
-#include "support/import_patch.h"
+#include "support/import_fake.h"
 #include "support/redirected_hive.h"
 
 namespace crv::root {
@@ -18,95 +15,51 @@ namespace {
 
 using Bytes = std::vector<std::uint8_t>;
 constexpr const wchar_t* kKey = L"Software\\Corvid Tests\\Values";
-constexpr DWORD kUntouched = 0xBAD;
 
-// What the registry's functions are told to do, and what the product did with them.
-struct Script {
-  std::string failing;             // the function that answers `result`
-  LSTATUS result = 0;
-  std::function<void()> meanwhile;  // runs once, between the size query and the read
-  std::set<HKEY> open_keys;         // opened by the product and not closed
-  REGSAM access = 0;                // asked for last
-} script;
-
-template <typename Function>
-Function* Real(const char* name) {
-  return reinterpret_cast<Function*>(reinterpret_cast<void*>(GetProcAddress(GetModuleHandleW(L"advapi32"), name)));
+Bytes Wide(const std::wstring& text) {
+  const auto* const bytes = reinterpret_cast<const std::uint8_t*>(text.data());
+  return Bytes(bytes, bytes + text.size() * sizeof(wchar_t));
 }
 
-LSTATUS Opened(LSTATUS result, HKEY* key, REGSAM access) {
-  if (result == 0) script.open_keys.insert(*key);
-  script.access = access;
-  return result;
+// `bytes` as they are: nothing follows them from which the system could complete a string.
+void Store(const wchar_t* name, DWORD type, Bytes bytes) {
+  const DWORD size = bytes.size();
+  bytes.insert(bytes.end(), 4, 0xEE);
+  EXPECT_EQ(0, SHSetValueW(HKEY_LOCAL_MACHINE, kKey, name, type, bytes.data(), size));
 }
 
-LSTATUS WINAPI OpenKey(HKEY root, const wchar_t* subkey, DWORD options, REGSAM access, HKEY* key) {
-  if (script.failing == "open") return script.result;
-  return Opened(Real<decltype(RegOpenKeyExW)>("RegOpenKeyExW")(root, subkey, options, access, key), key, access);
-}
-
-LSTATUS WINAPI CreateKey(HKEY root, const wchar_t* subkey, DWORD reserved, wchar_t* key_class, DWORD options, REGSAM access,
-                         SECURITY_ATTRIBUTES* security, HKEY* key, DWORD* disposition) {
-  if (script.failing == "create") return script.result;
-  EXPECT_EQ(0u, options);  // kept when the system ends
-  return Opened(Real<decltype(RegCreateKeyExW)>("RegCreateKeyExW")(root, subkey, reserved, key_class, REG_OPTION_VOLATILE, access,
-                                                                   security, key, disposition),
-                key, access);
-}
-
-LSTATUS WINAPI CloseKey(HKEY key) {
-  script.open_keys.erase(key);
-  SetLastError(kUntouched);
-  return Real<decltype(RegCloseKey)>("RegCloseKey")(key);
-}
-
-LSTATUS WINAPI QueryKey(HKEY key, const wchar_t* name, DWORD* reserved, DWORD* type, BYTE* data, DWORD* size) {
-  if (data && script.meanwhile) std::exchange(script.meanwhile, nullptr)();
-  return Real<decltype(RegQueryValueExW)>("RegQueryValueExW")(key, name, reserved, type, data, size);
-}
-
-LSTATUS WINAPI SetKey(HKEY key, const wchar_t* name, DWORD reserved, DWORD type, const BYTE* data, DWORD size) {
-  return script.failing == "set" ? script.result : Real<decltype(RegSetValueExW)>("RegSetValueExW")(key, name, reserved, type, data, size);
-}
-
-LSTATUS WINAPI EnumKey(HKEY key, DWORD index, wchar_t* name, DWORD size) {
-  return script.failing == "enumerate" ? script.result : Real<decltype(RegEnumKeyW)>("RegEnumKeyW")(key, index, name, size);
-}
-
-DWORD WINAPI NoExpansion(const wchar_t*, wchar_t*, DWORD) {
-  SetLastError(ERROR_INVALID_LEVEL);
-  return 0;
-}
-
+// Watches the keys that the product opens and closes; closing one spoils the last error.
 class Registry : public testing::Test {
  protected:
-  Registry() { script = {}; }
-  ~Registry() override { EXPECT_TRUE(script.open_keys.empty()); }
+  ~Registry() override { EXPECT_TRUE(open_keys_.empty()); }
 
-  // `bytes` as they are: nothing follows them from which the system could complete a string.
-  void Store(const wchar_t* name, DWORD type, Bytes bytes) {
-    const DWORD size = bytes.size();
-    bytes.insert(bytes.end(), 4, 0xEE);
-    EXPECT_EQ(0, SHSetValueW(HKEY_LOCAL_MACHINE, kKey, name, type, bytes.data(), size));
-  }
-  static void Make(const wchar_t* key_path) {
-    HKEY key = nullptr;
-    EXPECT_EQ(0, RegCreateKeyW(HKEY_LOCAL_MACHINE, key_path, &key));
-    RegCloseKey(key);
-  }
-  static Bytes Wide(const std::wstring& text) {
-    const auto* const bytes = reinterpret_cast<const std::uint8_t*>(text.data());
-    return Bytes(bytes, bytes + text.size() * sizeof(wchar_t));
-  }
+  REGSAM access_ = 0;        // asked for last
+  LSTATUS open_result_ = 0;  // the answer to opening a key, unless 0
+  std::set<HKEY> open_keys_;
 
  private:
   test::RedirectedHive hive_;
-  const test::ImportPatch patches_[6] = {{"advapi32.dll", "RegOpenKeyExW", reinterpret_cast<void*>(&OpenKey)},
-                                         {"advapi32.dll", "RegCreateKeyExW", reinterpret_cast<void*>(&CreateKey)},
-                                         {"advapi32.dll", "RegCloseKey", reinterpret_cast<void*>(&CloseKey)},
-                                         {"advapi32.dll", "RegQueryValueExW", reinterpret_cast<void*>(&QueryKey)},
-                                         {"advapi32.dll", "RegSetValueExW", reinterpret_cast<void*>(&SetKey)},
-                                         {"advapi32.dll", "RegEnumKeyW", reinterpret_cast<void*>(&EnumKey)}};
+  test::ImportFake<decltype(RegOpenKeyExW)> open_{
+      "advapi32.dll", "RegOpenKeyExW", [this](auto real, HKEY root, auto subkey, DWORD options, REGSAM access, HKEY* key) {
+        access_ = access;
+        const LSTATUS result = open_result_ != 0 ? open_result_ : real(root, subkey, options, access, key);
+        if (result == 0) open_keys_.insert(*key);
+        return result;
+      }};
+  test::ImportFake<decltype(RegCreateKeyExW)> create_{
+      "advapi32.dll", "RegCreateKeyExW",
+      [this](auto real, HKEY root, auto subkey, DWORD zero, auto key_class, DWORD options, REGSAM access, auto security, HKEY* key, DWORD* what) {
+        access_ = access;
+        EXPECT_EQ(DWORD{REG_OPTION_NON_VOLATILE}, options);
+        const LSTATUS result = open_result_ != 0 ? open_result_ : real(root, subkey, zero, key_class, options, access, security, key, what);
+        if (result == 0) open_keys_.insert(*key);
+        return result;
+      }};
+  test::ImportFake<decltype(RegCloseKey)> close_{"advapi32.dll", "RegCloseKey", [this](auto real, HKEY key) {
+                                                   open_keys_.erase(key);
+                                                   SetLastError(0xBAD);
+                                                   return real(key);
+                                                 }};
 };
 
 TEST_F(Registry, ReadsStringsByTheirTable) {
@@ -128,30 +81,26 @@ TEST_F(Registry, ReadsStringsByTheirTable) {
       {REG_EXPAND_SZ, Wide(L"%CRV_LONG%%CRV_MISSING%"), std::wstring(9000, L'y') + L"%CRV_MISSING%"},
       {REG_EXPAND_SZ, Wide({L"a\0%CRV_SHORT%", 13}), L"a"},
       {REG_EXPAND_SZ, {}, L""},
-      {REG_SZ, {'a', 0, 'b'}, L"", ERROR_INVALID_DATA},
-      {REG_EXPAND_SZ, {'a'}, L"", ERROR_INVALID_DATA},
-      {REG_MULTI_SZ, Wide(L"a"), L"", ERROR_INVALID_DATA},
-      {REG_BINARY, Wide(L"a"), L"", ERROR_INVALID_DATA},
-      {REG_NONE, {}, L"", ERROR_INVALID_DATA},
-      {REG_DWORD, {1, 0, 0, 0}, L"", ERROR_INVALID_DATA},
+      {REG_SZ, {'a', 0, 'b'}, L"before", ERROR_INVALID_DATA},
+      {REG_MULTI_SZ, Wide(L"a"), L"before", ERROR_INVALID_DATA},
+      {REG_BINARY, Wide(L"a"), L"before", ERROR_INVALID_DATA},
+      {REG_DWORD, {1, 0, 0, 0}, L"before", ERROR_INVALID_DATA},
   };
+  std::wstring value;
   for (const Case& c : cases) {
     SCOPED_TRACE(testing::Message() << "row " << (&c - cases));
-    Store(L"text", c.type, c.bytes);
-    std::wstring value = L"untouched";
-    SetLastError(kUntouched);
-    EXPECT_EQ(c.error == 0, QueryString(HKEY_LOCAL_MACHINE, kKey, L"text", value, 0));
+    Store(nullptr, c.type, c.bytes);
+    value = L"before";
+    EXPECT_EQ(c.error == 0, QueryString(HKEY_LOCAL_MACHINE, kKey, nullptr, value, 0));
     EXPECT_EQ(c.error, GetLastError());
-    EXPECT_EQ(c.error == 0 ? c.expected : L"untouched", value);
+    EXPECT_EQ(c.expected, value);
   }
-  Store(nullptr, REG_EXPAND_SZ, Wide(L"default"));
-  std::wstring value;
-  EXPECT_TRUE(QueryString(HKEY_LOCAL_MACHINE, kKey, nullptr, value, 0));
-  EXPECT_EQ(L"default", value);
-  const test::ImportPatch patch("kernel32.dll", "ExpandEnvironmentStringsW", reinterpret_cast<void*>(&NoExpansion));
+  const test::ImportFake<decltype(ExpandEnvironmentStringsW)> fake("kernel32.dll", "ExpandEnvironmentStringsW",
+                                                                   [](auto...) { return SetLastError(ERROR_INVALID_LEVEL), 0; });
+  Store(nullptr, REG_EXPAND_SZ, Wide(L"a"));
   EXPECT_FALSE(QueryString(HKEY_LOCAL_MACHINE, kKey, L"", value, 0));
   EXPECT_EQ(DWORD{ERROR_INVALID_LEVEL}, GetLastError());
-  EXPECT_EQ(L"default", value);
+  EXPECT_EQ(L"before", value);
 }
 
 TEST_F(Registry, ReadsOnlyFourByteDwords) {
@@ -160,10 +109,8 @@ TEST_F(Registry, ReadsOnlyFourByteDwords) {
     Bytes bytes;
     DWORD error;
   };
-  const Case cases[] = {
-      {REG_DWORD, {0x78, 0x56, 0x34, 0x12}, 0}, {REG_DWORD, {1, 0}, 13}, {REG_DWORD, {}, 13}, {REG_DWORD, {1, 0, 0, 0, 0}, 13},
-      {REG_QWORD, {1, 0, 0, 0, 0, 0, 0, 0}, 13}, {REG_BINARY, {1, 0}, 13}, {REG_BINARY, {1, 0, 0, 0}, 13}, {REG_SZ, {'1', 0, 0, 0}, 13},
-  };
+  const Case cases[] = {{REG_DWORD, {0x78, 0x56, 0x34, 0x12}, 0}, {REG_DWORD, {1, 0}, 13},  {REG_DWORD, {}, 13},
+                        {REG_QWORD, {1, 0, 0, 0, 0, 0, 0, 0}, 13}, {REG_BINARY, {1, 0}, 13}, {REG_BINARY, {1, 0, 0, 0}, 13}};
   for (const Case& c : cases) {
     SCOPED_TRACE(testing::Message() << "row " << (&c - cases));
     Store(L"number", c.type, c.bytes);
@@ -175,10 +122,14 @@ TEST_F(Registry, ReadsOnlyFourByteDwords) {
 }
 
 TEST_F(Registry, ReadsValuesThatChangeMeanwhile) {
-  const Bytes sizes[] = {Bytes(5000, 1), Bytes(3, 2), {}};
-  for (const Bytes& later : sizes) {
+  for (const Bytes& later : {Bytes(5000, 1), Bytes(3, 2), Bytes()}) {
     Store(L"value", REG_BINARY, Bytes(100, 3));
-    script.meanwhile = [&] { Store(L"value", REG_NONE, later); };
+    bool changed = false;
+    const test::ImportFake<decltype(RegQueryValueExW)> fake(
+        "advapi32.dll", "RegQueryValueExW", [&](auto real, HKEY key, auto name, auto zero, DWORD* type, BYTE* data, DWORD* size) {
+          if (data && !std::exchange(changed, true)) Store(L"value", REG_NONE, later);
+          return real(key, name, zero, type, data, size);
+        });
     Bytes data;
     DWORD type = REG_SZ;
     EXPECT_TRUE(QueryValue(HKEY_LOCAL_MACHINE, kKey, L"value", data, type, 0));
@@ -189,146 +140,106 @@ TEST_F(Registry, ReadsValuesThatChangeMeanwhile) {
 
 TEST_F(Registry, WritesDwordsIntoKeysThatItMakes) {
   EXPECT_TRUE(SetDword(kKey, L"number", 0xFFFFFFFE, KEY_WOW64_64KEY));
-  EXPECT_EQ(REGSAM{KEY_SET_VALUE | KEY_WOW64_64KEY}, script.access);
   EXPECT_EQ(0u, GetLastError());
+  EXPECT_EQ(REGSAM{KEY_SET_VALUE | KEY_WOW64_64KEY}, access_);
   DWORD value = 0, size = sizeof(value), type = 0;
   EXPECT_EQ(0, SHGetValueW(HKEY_LOCAL_MACHINE, kKey, L"number", &type, &value, &size));
   EXPECT_EQ(0xFFFFFFFEu, value);
   EXPECT_EQ(DWORD{REG_DWORD}, type);
-  for (const char* step : {"create", "set"}) {
-    script.failing = step;
-    script.result = ERROR_NO_SYSTEM_RESOURCES;
-    EXPECT_FALSE(SetDword(kKey, L"number", 1, 0));
-    EXPECT_EQ(DWORD{ERROR_NO_SYSTEM_RESOURCES}, GetLastError());
-  }
+  const test::ImportFake<decltype(RegSetValueExW)> fake("advapi32.dll", "RegSetValueExW", [](auto...) { return ERROR_DISK_FULL; });
+  EXPECT_FALSE(SetDword(kKey, L"number", 1, 0));
+  EXPECT_EQ(DWORD{ERROR_DISK_FULL}, GetLastError());
 }
 
-// Every helper with a root, a subkey, a value "number" and a view.
-using Helper = bool (*)(HKEY, const wchar_t*, REGSAM);
-Bytes helper_data;
-DWORD helper_type;
-std::wstring helper_text;
-std::uint32_t helper_number;
-const Helper kKeyExists = [](HKEY, const wchar_t* subkey, REGSAM view) { return KeyExists(subkey, view); };
-const Helper kQueryValue = [](HKEY root, const wchar_t* subkey, REGSAM view) {
-  return QueryValue(root, subkey, L"number", helper_data, helper_type, view);
-};
-const Helper kQueryString = [](HKEY root, const wchar_t* subkey, REGSAM view) {
-  return QueryString(root, subkey, L"number", helper_text, view);
-};
-const Helper kQueryDword = [](HKEY, const wchar_t* subkey, REGSAM view) { return QueryDword(subkey, L"number", helper_number, view); };
-const Helper kSetDword = [](HKEY, const wchar_t* subkey, REGSAM view) { return SetDword(subkey, L"number", 1, view); };
-const Helper kDeleteKeyTree = [](HKEY root, const wchar_t* subkey, REGSAM view) { return DeleteKeyTree(root, subkey, view); };
-
-TEST_F(Registry, RefusesANullRootAndAnEmptySubkey) {
-  Store(L"number", REG_DWORD, {1, 0, 0, 0});
-  for (const Helper helper : {kKeyExists, kQueryValue, kQueryString, kQueryDword, kSetDword, kDeleteKeyTree}) {
-    for (const wchar_t* subkey : {static_cast<const wchar_t*>(nullptr), L""}) {
-      SetLastError(kUntouched);
-      EXPECT_FALSE(helper(HKEY_LOCAL_MACHINE, subkey, 0));
-      EXPECT_EQ(DWORD{ERROR_INVALID_PARAMETER}, GetLastError());
-    }
-  }
-  for (const Helper helper : {kQueryValue, kQueryString, kDeleteKeyTree}) {
-    EXPECT_FALSE(helper(nullptr, kKey, 0));
-    EXPECT_EQ(DWORD{ERROR_INVALID_PARAMETER}, GetLastError());
-  }
-  EXPECT_TRUE(KeyExists(kKey, 0));
-}
-
-TEST_F(Registry, AsksForItsAccessInTheViewAndReportsAKeyThatDoesNotOpen) {
+TEST_F(Registry, EveryHelperReportsBadArgumentsAndKeysAndValuesThatItCannotRead) {
+  Bytes data = {1};
+  DWORD type = 2;
+  std::wstring text = L"before";
+  std::uint32_t number = 3;
   struct {
-    Helper helper;
+    std::function<bool(HKEY, const wchar_t*, REGSAM)> helper;
     REGSAM access;
-    DWORD missing;
-  } const cases[] = {{kKeyExists, KEY_QUERY_VALUE, 0},   {kQueryValue, KEY_QUERY_VALUE, 2}, {kQueryString, KEY_QUERY_VALUE, 2},
-                     {kQueryDword, KEY_QUERY_VALUE, 2}, {kDeleteKeyTree, KEY_ENUMERATE_SUB_KEYS, 2}};
+    DWORD missing, too_big;
+  } const cases[] = {
+      {[&](HKEY, auto key, REGSAM view) { return KeyExists(key, view); }, KEY_QUERY_VALUE, 0, 0},
+      {[&](HKEY root, auto key, REGSAM view) { return QueryValue(root, key, L"big", data, type, view); }, KEY_QUERY_VALUE, 2, 8},
+      {[&](HKEY root, auto key, REGSAM view) { return QueryString(root, key, L"big", text, view); }, KEY_QUERY_VALUE, 2, 8},
+      {[&](HKEY, auto key, REGSAM view) { return QueryDword(key, L"big", number, view); }, KEY_QUERY_VALUE, 2, 8},
+      {[&](HKEY root, auto key, REGSAM view) { return DeleteKeyTree(root, key, view); }, KEY_ENUMERATE_SUB_KEYS, 2, 0},
+      {[&](HKEY, auto key, REGSAM view) { return SetDword(key, L"small", 1, view); }, KEY_SET_VALUE, 0, 0},
+  };
   for (const auto& c : cases) {
     SCOPED_TRACE(testing::Message() << "row " << (&c - cases));
-    Store(L"number", REG_DWORD, {1, 0, 0, 0});
-    c.helper(HKEY_LOCAL_MACHINE, kKey, KEY_WOW64_32KEY);
-    EXPECT_EQ(c.access | KEY_WOW64_32KEY, script.access);
-    EXPECT_FALSE(c.helper(HKEY_LOCAL_MACHINE, L"Software\\Missing", 0));
-    EXPECT_EQ(c.missing, GetLastError());
-    script.failing = "open";
-    script.result = ERROR_ACCESS_DENIED;
-    EXPECT_FALSE(c.helper(HKEY_LOCAL_MACHINE, kKey, 0));
-    EXPECT_EQ(DWORD{ERROR_ACCESS_DENIED}, GetLastError());
-    script.failing.clear();
+    Store(L"big", REG_SZ, Bytes(300000, 'a'));
+    const auto code = [&](HKEY root, const wchar_t* key, REGSAM view) { return c.helper(root, key, view), GetLastError(); };
+    EXPECT_EQ(87u, code(HKEY_LOCAL_MACHINE, nullptr, 0));
+    EXPECT_EQ(87u, code(HKEY_LOCAL_MACHINE, L"", 0));
+    EXPECT_EQ(c.missing, code(HKEY_LOCAL_MACHINE, L"Software\\Missing", 0));
+    open_result_ = ERROR_ACCESS_DENIED;
+    EXPECT_EQ(5u, code(HKEY_LOCAL_MACHINE, kKey, 0));
+    open_result_ = 0;
+    const test::ImportFake<void*(std::size_t)> fake("msvcrt.dll", "malloc",
+                                                  [](auto real, std::size_t size) { return size < 100000 ? real(size) : nullptr; });
+    EXPECT_EQ(c.too_big, code(HKEY_LOCAL_MACHINE, kKey, KEY_WOW64_32KEY));
+    EXPECT_EQ(c.access | KEY_WOW64_32KEY, access_);
   }
-}
-
-// Only what the value itself takes is refused.
-void* NoBigBlocks(std::size_t size) { return size < 100000 ? std::calloc(1, size) : nullptr; }
-
-TEST_F(Registry, ReportsAShortageOfMemory) {
-  Store(L"number", REG_SZ, Bytes(300000, 'a'));
-  helper_text = L"untouched";
-  const test::ImportPatch patch("msvcrt.dll", "malloc", reinterpret_cast<void*>(&NoBigBlocks));
-  for (const Helper helper : {kQueryValue, kQueryString, kQueryDword}) {
-    EXPECT_FALSE(helper(HKEY_LOCAL_MACHINE, kKey, 0));
-    EXPECT_EQ(DWORD{ERROR_NOT_ENOUGH_MEMORY}, GetLastError());
+  for (const int row : {1, 2, 4}) {
+    EXPECT_FALSE(cases[row].helper(nullptr, kKey, 0));
+    EXPECT_EQ(87u, GetLastError());
   }
-  EXPECT_EQ(L"untouched", helper_text);
-}
-
-// Deleting a key: in a view through the function that the product looks up, or without one.
-std::string deletions;  // of the running test: "name view;" or "name;"
-decltype(&GetProcAddress) look_up;
-
-LSTATUS Deleted(HKEY root, const wchar_t* subkey, const std::string& view) {
-  if (std::wstring(subkey) == L"stubborn") return ERROR_SHARING_VIOLATION;
-  deletions += ToUtf8(subkey) + view + ";";
-  return static_cast<LSTATUS>(SHDeleteEmptyKeyW(root, subkey));
-}
-LSTATUS WINAPI DeleteInView(HKEY root, const wchar_t* subkey, REGSAM view, DWORD) { return Deleted(root, subkey, " " + std::to_string(view)); }
-LSTATUS WINAPI DeleteWithoutView(HKEY root, const wchar_t* subkey) { return Deleted(root, subkey, ""); }
-FARPROC WINAPI FindDeleteInView(HMODULE module, const char* name) {
-  return std::string(name) == "RegDeleteKeyExW" ? reinterpret_cast<FARPROC>(reinterpret_cast<void*>(&DeleteInView)) : look_up(module, name);
-}
-FARPROC WINAPI FindNoDeleteInView(HMODULE module, const char* name) {
-  return std::string(name) == "RegDeleteKeyExW" ? nullptr : look_up(module, name);
+  EXPECT_EQ(Bytes{1}, data);
+  EXPECT_EQ(2u, type);
+  EXPECT_EQ(L"before", text);
+  EXPECT_EQ(3u, number);
 }
 
 TEST_F(Registry, DeletesTreesDepthFirst) {
-  const test::ImportPatch without_view("advapi32.dll", "RegDeleteKeyW", reinterpret_cast<void*>(&DeleteWithoutView));
+  static std::wstring deletions;  // "name view;", or "name;" without a view
+  static const auto remove = [](HKEY root, const wchar_t* subkey, const std::wstring& view) -> LSTATUS {
+    if (std::wstring(subkey) == L"stubborn") return ERROR_SHARING_VIOLATION;
+    deletions += subkey + view + L";";
+    return SHDeleteEmptyKeyW(root, subkey);
+  };
+  struct InView {
+    static LSTATUS WINAPI Delete(HKEY root, const wchar_t* subkey, REGSAM view, DWORD) { return remove(root, subkey, L" " + std::to_wstring(view)); }
+  };
   struct Case {
     std::vector<std::wstring> keys;
-    std::string deletions;
+    std::wstring deletions;
     DWORD error = 0;
-    bool view_function = true;
+    bool has_views = true;
     LSTATUS enumeration = 0;
   };
   const Case cases[] = {
-      {{L"t\\a\\a1\\a11", L"t\\a\\a2", L"t\\b"}, "a11 256;a1 256;a2 256;a 256;b 256;Software\\t 256;"},
-      {{L"t\\a"}, "a;Software\\t;", 0, false},
-      {{L"t\\a", L"t\\b\\c", L"t\\b\\stubborn", L"t\\d"}, "a 256;c 256;", ERROR_SHARING_VIOLATION},
-      {{L"t"}, "Software\\t 256;", 0, true, ERROR_GEN_FAILURE},
+      {{L"\\a\\a1\\a11", L"\\a\\a2", L"\\b"}, L"a11 256;a1 256;a2 256;a 256;b 256;Software\\t 256;"},
+      {{L"\\a"}, L"a;Software\\t;", 0, false},
+      {{L"\\a", L"\\b\\c", L"\\b\\stubborn", L"\\d"}, L"a 256;c 256;", ERROR_SHARING_VIOLATION},
+      {{L""}, L"Software\\t 256;", 0, true, ERROR_GEN_FAILURE},
   };
   for (const Case& c : cases) {
     SCOPED_TRACE(testing::Message() << "row " << (&c - cases));
-    const test::ImportPatch lookup("kernel32.dll", "GetProcAddress",
-                                   reinterpret_cast<void*>(c.view_function ? &FindDeleteInView : &FindNoDeleteInView));
-    look_up = lookup.original<decltype(look_up)>();
-    SHDeleteKeyW(HKEY_LOCAL_MACHINE, L"Software\\t");
-    for (const std::wstring& key : c.keys) Make((L"Software\\" + key).c_str());
-    Make(L"Software\\t2");
+    DeleteKeyTree(HKEY_LOCAL_MACHINE, L"Software\\t", 0);  // by the system's own function
+    EXPECT_FALSE(KeyExists(L"Software\\t", 0));
+    EXPECT_EQ(0u, GetLastError());
+    for (const std::wstring& key : c.keys) SHSetValueW(HKEY_LOCAL_MACHINE, (L"Software\\t" + key).c_str(), L"value", REG_SZ, L"", 2);
+    SHSetValueW(HKEY_LOCAL_MACHINE, L"Software\\t2", L"value", REG_SZ, L"", 2);
+    const test::ImportFake<decltype(GetProcAddress)> look_up("kernel32.dll", "GetProcAddress", [&](auto real, HMODULE module, auto name) {
+      if (std::string(name) != "RegDeleteKeyExW") return real(module, name);
+      return c.has_views ? reinterpret_cast<FARPROC>(reinterpret_cast<void*>(&InView::Delete)) : nullptr;
+    });
+    const test::ImportFake<decltype(RegDeleteKeyW)> without_view("advapi32.dll", "RegDeleteKeyW",
+                                                                 [](auto, HKEY root, auto subkey) { return remove(root, subkey, L""); });
+    const test::ImportFake<decltype(RegEnumKeyW)> enumerate("advapi32.dll", "RegEnumKeyW", [&](auto real, auto... arguments) {
+      return c.enumeration != 0 ? c.enumeration : real(arguments...);
+    });
     deletions.clear();
-    script.failing = c.enumeration != 0 ? "enumerate" : "";
-    script.result = c.enumeration;
     EXPECT_EQ(c.error == 0, DeleteKeyTree(HKEY_LOCAL_MACHINE, L"Software\\t", KEY_WOW64_64KEY));
     EXPECT_EQ(c.error, GetLastError());
     EXPECT_EQ(c.deletions, deletions);
     EXPECT_EQ(c.error != 0, KeyExists(L"Software\\t", 0));
     EXPECT_TRUE(KeyExists(L"Software\\t2", 0));
-    EXPECT_TRUE(script.open_keys.empty());
+    EXPECT_TRUE(open_keys_.empty());
   }
-}
-
-TEST_F(Registry, DeletesATreeOfTheSystem) {
-  for (const wchar_t* key : {L"Software\\t\\a\\b", L"Software\\t\\c"}) Make(key);
-  EXPECT_TRUE(DeleteKeyTree(HKEY_LOCAL_MACHINE, L"Software\\t", 0));
-  EXPECT_FALSE(KeyExists(L"Software\\t", 0));
 }
 
 }  // namespace
