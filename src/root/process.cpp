@@ -1,0 +1,20 @@
+#include "root/process.h"
+
+#include <windows.h>
+#include <winternl.h>
+
+#include "base/exceptions.h"
+#include "root/proc_address.h"
+
+namespace crv::root {
+
+std::uint32_t GetParentProcessId() {
+  static_assert(sizeof(PROCESS_BASIC_INFORMATION) == 24);
+  PROCESS_BASIC_INFORMATION information = {};
+  const NTSTATUS status = GetProcAddressOrThrow<decltype(NtQueryInformationProcess)>(L"ntdll", "NtQueryInformationProcess")(
+      GetCurrentProcess(), ProcessBasicInformation, &information, sizeof(information), nullptr);
+  if (!NT_SUCCESS(status)) throw exceptions::error(status, "Unable to retrieve basic process information!");
+  return information.InheritedFromUniqueProcessId;
+}
+
+}  // namespace crv::root
