@@ -6,6 +6,9 @@
 #include <string>
 #include <vector>
 
+#include "centre/words.h"
+#include "control/scripted_calls.h"
+
 namespace crv::standins::centre {
 
 using Words = std::vector<std::wstring>;
@@ -27,11 +30,11 @@ inline constexpr std::size_t kAnyNumber = static_cast<std::size_t>(-1);
 
 struct Area {
   std::vector<Command> commands = {};
-  std::vector<std::wstring> script_names = {};
-  void (*script)(const std::wstring& name, const Words& answers) = nullptr;
+  const ScriptedCalls* calls = nullptr;  // what `script` reaches and `journal` shows
   void (*install)() = nullptr;
   void (*uninstall)() = nullptr;
   void (*show)() = nullptr;
+  bool show_after_run = false;  // also when the run changed nothing of it
   void (*clear)() = nullptr;
 };
 
@@ -39,6 +42,7 @@ struct Area {
 const Area& SecurityCenterArea();
 const Area& LogArea();
 const Area& ProductArea();
+const Area& ServiceArea();
 
 // All of them, in the order in which they are installed, shown and cleared.
 const std::vector<const Area*>& Areas();

@@ -9,6 +9,8 @@
 namespace crv::standins::centre {
 namespace {
 
+std::wstring* caught = nullptr;  // where the output goes instead
+
 void Write(DWORD which, const std::wstring& text) {
   const HANDLE output = GetStdHandle(which);
   DWORD mode = 0;
@@ -23,7 +25,26 @@ void Write(DWORD which, const std::wstring& text) {
 
 }  // namespace
 
-void Print(const std::wstring& text) { Write(STD_OUTPUT_HANDLE, text); }
+void Print(const std::wstring& text) {
+  if (caught) {
+    *caught += text;
+  } else {
+    Write(STD_OUTPUT_HANDLE, text);
+  }
+}
+
+std::wstring Caught(void (*print)()) {
+  std::wstring text;
+  caught = &text;
+  try {
+    print();
+  } catch (...) {
+    caught = nullptr;
+    throw;
+  }
+  caught = nullptr;
+  return text;
+}
 
 void PrintLine(const std::wstring& text) { Print(text + L"\r\n"); }
 

@@ -11,6 +11,9 @@ void PrintLine(const std::wstring& text = L"");
 void PrintUtf8(const std::string& text);     // as it is
 void PrintError(const std::wstring& text);   // one line to the standard error output, behind "centre: "
 
+// What `print` prints, caught instead of shown.
+std::wstring Caught(void (*print)());
+
 // Rows as columns that line up; the first row is the heading.
 void PrintTable(const std::vector<std::vector<std::wstring>>& rows);
 

@@ -15,13 +15,13 @@
 namespace crv::standins::centre {
 
 const std::vector<const Area*>& Areas() {
-  static const std::vector<const Area*> areas = {&SecurityCenterArea(), &LogArea(), &ProductArea()};
+  static const std::vector<const Area*> areas = {&SecurityCenterArea(), &ServiceArea(), &LogArea(), &ProductArea()};
   return areas;
 }
 
 namespace {
 
-constexpr wchar_t kRun[] = L"run";
+constexpr wchar_t kRun[] = L"run";  // takes its words unparsed
 
 void Help(const Words& words);
 
@@ -32,29 +32,59 @@ void ForEachArea(const Words&) {
   }
 }
 
+void Show(const Words&) {
+  bool first = true;
+  for (const Area* const area : Areas()) {
+    if (!area->show) continue;
+    if (!first) PrintLine();
+    first = false;
+    area->show();
+  }
+}
+
+void ShowJournal(const Words&) {
+  bool any = false;
+  for (const Area* const area : Areas()) {
+    if (!area->calls) continue;
+    for (const std::wstring& call : area->calls->Journal()) {
+      any = true;
+      PrintLine(call);
+    }
+  }
+  if (!any) PrintLine(L"(no calls)");
+}
+
 void ScriptCall(const Words& words) {
   const std::wstring& name = words[0];
   std::wstring known;
   for (const Area* const area : Areas()) {
-    for (const std::wstring& candidate : area->script_names) {
+    if (!area->calls) continue;
+    for (const std::wstring& candidate : area->calls->Names()) {
       known += L"\r\n  " + candidate;
       if (candidate != name) continue;
-      area->script(name, Words(words.begin() + 1, words.end()));
+      area->calls->Script(name, Words(words.begin() + 1, words.end()));
       return;
     }
   }
   throw UsageError{L"nothing to script is called '" + name + L"'; there are:" + known};
 }
 
-// The commands that concern every area; `run` stands here for the usage alone, because it takes its words unparsed.
+void Later(const Words& words) {
+  if (words[1] == kRun) throw UsageError{L"a run cannot be put off"};
+  RunLater(NumberFrom(words[0]), Words(words.begin() + 1, words.end()));
+}
+
+// The commands that concern every area; `run` stands here for the usage alone.
 const Command kCommands[] = {
     {L"help", L"", L"this text", 0, 0, &Help},
     {L"install", L"", L"makes the stand-ins known to the machine", 0, 0, &ForEachArea<&Area::install>},
     {L"uninstall", L"", L"takes that back", 0, 0, &ForEachArea<&Area::uninstall>},
-    {L"show", L"", L"the products as Security Center knows them", 0, 0, &ForEachArea<&Area::show>},
+    {L"show", L"", L"the products as Security Center knows them, and the rest of the stage", 0, 0, &Show},
+    {L"journal", L"", L"the calls that the stand-ins were asked for", 0, 0, &ShowJournal},
     {L"script", L"NAME [ANSWER...]", L"the next answers of a call: ok, 0x8000000a, null; \"forever ANSWER\", \"ANSWER xN\"", 1,
      kAnyNumber, &ScriptCall},
-    {L"clear", L"", L"forgets products, scripts, journal, registered names and log", 0, 0, &ForEachArea<&Area::clear>},
+    {L"clear", L"", L"back to a healthy machine: no products, scripts, registered names or log; services run", 0, 0, &ForEachArea<&Area::clear>},
+    {L"later", L"MS COMMAND...", L"another command, run by itself in MS milliseconds; returns at once", 2, kAnyNumber, &Later},
     {kRun, L"TAIL...", L"runs wsc_proxy.exe with the tail and shows what came of it", 0, kAnyNumber, nullptr},
 };
 
@@ -68,7 +98,7 @@ void Help(const Words&) {
   PrintLine(L"centre COMMAND: works the stand-ins that lie beside it");
   PrintLine();
   for (const Command& command : AllCommands()) {
-    PrintLine(L"  " + std::wstring(command.name) + L" " + command.arguments);
+    PrintLine(L"  " + std::wstring(command.name) + (*command.arguments ? L" " : L"") + command.arguments);
     PrintLine(L"      " + std::wstring(command.purpose));
   }
 }
@@ -78,6 +108,10 @@ int Run(Words words) {
   const std::wstring name = words.front();
   words.erase(words.begin());
   if (name == kRun) return RunHost(Tail(GetCommandLineW(), 2));
+  if (name == kWaitAnd && words.size() > 1) {
+    Sleep(NumberFrom(words[0]));
+    return Run(Words(words.begin() + 1, words.end()));
+  }
   for (const Command& command : AllCommands()) {
     if (name != command.name) continue;
     if (words.size() < command.fewest_words || words.size() > command.most_words) {

@@ -73,6 +73,13 @@ void PrintNewLines(const std::optional<Mark>& before) {
   }
 }
 
+// What each area shows now; empty for one that shows nothing.
+std::vector<std::wstring> ShowAreas() {
+  std::vector<std::wstring> shown;
+  for (const Area* const area : Areas()) shown.push_back(area->show ? Caught(area->show) : std::wstring());
+  return shown;
+}
+
 // Starts the host, waits and gives its result.
 DWORD Start(std::wstring command_line) {
   // A crash must end the host, not show a message that nobody answers.
@@ -114,10 +121,12 @@ int RunHost(const std::wstring& tail) {
   const std::wstring command_line = L"\"" + Beside(L"wsc_proxy.exe") + L"\" " + tail;
   PrintLine(command_line);
   const std::optional<Mark> before = MarkOf(LogFile());
+  const std::vector<std::wstring> stage = ShowAreas();
   const DWORD result = Start(command_line);
   PrintNewLines(before);
-  for (const Area* const area : Areas()) {
-    if (area->show) area->show();
+  const std::vector<std::wstring> changed = ShowAreas();
+  for (std::size_t i = 0; i < changed.size(); ++i) {
+    if (Areas()[i]->show_after_run || changed[i] != stage[i]) Print(changed[i]);
   }
   wchar_t last[32];
   _snwprintf(last, std::size(last), L"result 0x%08x", static_cast<unsigned>(result));

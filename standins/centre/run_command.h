@@ -6,7 +6,7 @@
 namespace crv::standins::centre {
 
 // Starts wsc_proxy.exe beside centre.exe with the tail, unchanged, behind its quoted path; waits for it; prints the command line,
-// what it added to wsc.log, the state of every area and, last, "result 0x%08x". Gives 0 when the result is 0, else 1. Throws
+// what it added to wsc.log, the products and what else it changed on the stage and, last, "result 0x%08x". Gives 0 when the result is 0, else 1. Throws
 // crv::exceptions::error when the host cannot be started.
 int RunHost(const std::wstring& tail);
 

@@ -11,8 +11,6 @@
 namespace crv::standins::centre {
 namespace {
 
-constexpr wchar_t kNothing[] = L"\u2014";
-
 void CallServer(const char* function) {
   const std::wstring path = Beside(L"security_center.dll");
   const root::ScopedModule library(LoadLibraryExW(path.c_str(), nullptr, LOAD_WITH_ALTERED_SEARCH_PATH));
@@ -56,22 +54,15 @@ void Show() {
   PrintTable(rows);
 }
 
-void ShowJournal(const Words&) {
-  const std::vector<std::wstring> calls = Calls();
-  for (const std::wstring& call : calls) PrintLine(call);
-  if (calls.empty()) PrintLine(L"(no calls)");
-}
-
 }  // namespace
 
 const Area& SecurityCenterArea() {
   static const Area area = {
-      .commands = {{L"journal", L"", L"the calls that Security Center was asked for", 0, 0, &ShowJournal}},
-      .script_names = ScriptNames(),
-      .script = &Script,
+      .calls = &SecurityCenterCalls(),
       .install = &Install,
       .uninstall = &Uninstall,
       .show = &Show,
+      .show_after_run = true,
       .clear = &ClearSecurityCenter,
   };
   return area;
