@@ -5,9 +5,10 @@ set(CRV_OLDEST_WINDOWS 0x0502)
 
 add_compile_definitions(UNICODE _UNICODE WIN32_LEAN_AND_MEAN NOMINMAX STRICT _GLIBCXX_ASSERTIONS
   PSAPI_VERSION=1)
-# Two builds of the same sources are byte-identical. libstdc++ is linked in; libgcc is shared, so that an exception thrown in
-# one DLL can be caught in another.
-add_link_options(-Wl,--no-insert-timestamp -Wl,--dynamicbase -Wl,--nxcompat -static-libstdc++ -shared-libgcc)
+# Two builds of the same sources are byte-identical. libstdc++ and the thread library are linked in; libgcc is shared, so that an
+# exception thrown in one DLL can be caught in another.
+add_link_options(-Wl,--no-insert-timestamp -Wl,--dynamicbase -Wl,--nxcompat -static-libstdc++ -shared-libgcc -Wl,-Bstatic)
+set(CMAKE_CXX_STANDARD_LIBRARIES "-lstdc++ -lwinpthread ${CMAKE_CXX_STANDARD_LIBRARIES}")
 
 # Boost's headers alone: the machine's own include folder would bring glibc's headers with it.
 set(CRV_BOOST_INCLUDE "${CMAKE_BINARY_DIR}/boost-include")
@@ -18,10 +19,11 @@ endif()
 add_library(crv_boost INTERFACE)
 target_include_directories(crv_boost SYSTEM INTERFACE "${CRV_BOOST_INCLUDE}")
 
-# The runtime DLLs that every image of ours imports.
+# The runtime DLL that every image of ours imports: the one of the compiler's other thread model, which needs neither
+# libwinpthread-1.dll nor, as that one does, a function that Windows XP lacks.
 execute_process(COMMAND "${CMAKE_CXX_COMPILER}" -print-file-name=libgcc_s_dw2-1.dll
   OUTPUT_VARIABLE CRV_LIBGCC_DLL OUTPUT_STRIP_TRAILING_WHITESPACE)
-set(CRV_RUNTIME_DLLS "${CRV_LIBGCC_DLL}" /usr/i686-w64-mingw32/lib/libwinpthread-1.dll)
+string(REPLACE "-posix/" "-win32/" CRV_RUNTIME_DLLS "${CRV_LIBGCC_DLL}")
 
 # crv_product_library(NAME SOURCES... LINK libs...): one folder of the product as a static library.
 function(crv_product_library name)

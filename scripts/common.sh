@@ -7,10 +7,10 @@ CACHE=${XDG_CACHE_HOME:-${HOME:?neither XDG_CACHE_HOME nor HOME is set}/.cache}/
 
 # Everything that the scripts, the build and the tests use beyond a minimal Debian 12 with git and bash.
 DEBIAN_PACKAGES=(
-  g++-mingw-w64-i686-posix cmake ninja-build libboost-dev googletest libz-mingw-w64  # the Windows build
-  g++ clang-14 libclang-rt-14-dev                                                    # the native build under the sanitizers
-  libc6-i386                                                                         # the loader of 32-bit Wine
-  lldb-14 llvm-14 python3 python3-pefile                                             # readers of minidumps and of our DLL
+  g++-mingw-w64-i686-posix gcc-mingw-w64-i686-win32-runtime cmake ninja-build libboost-dev googletest  # the Windows build
+  g++                         # the native build under the sanitizers
+  libc6-i386                  # the loader of 32-bit Wine
+  python3 python3-pefile      # the look at the finished DLL
 )
 
 # 32-bit Wine is unpacked into the cache and never installed. The stamp names the list, so a changed list unpacks anew.
