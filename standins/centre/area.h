@@ -43,6 +43,8 @@ const Area& SecurityCenterArea();
 const Area& LogArea();
 const Area& ProductArea();
 const Area& ServiceArea();
+const Area& ChangesArea();
+const Area& DefenderArea();
 
 // All of them, in the order in which they are installed, shown and cleared.
 const std::vector<const Area*>& Areas();

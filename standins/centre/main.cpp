@@ -15,7 +15,8 @@
 namespace crv::standins::centre {
 
 const std::vector<const Area*>& Areas() {
-  static const std::vector<const Area*> areas = {&SecurityCenterArea(), &ServiceArea(), &LogArea(), &ProductArea()};
+  static const std::vector<const Area*> areas = {&SecurityCenterArea(), &ServiceArea(), &ChangesArea(),
+                                                  &DefenderArea(),       &LogArea(),     &ProductArea()};
   return areas;
 }
 
