@@ -45,6 +45,7 @@ const Area& ProductArea();
 const Area& ServiceArea();
 const Area& ChangesArea();
 const Area& DefenderArea();
+const Area& DriverArea();
 
 // All of them, in the order in which they are installed, shown and cleared.
 const std::vector<const Area*>& Areas();

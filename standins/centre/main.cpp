@@ -16,7 +16,8 @@ namespace crv::standins::centre {
 
 const std::vector<const Area*>& Areas() {
   static const std::vector<const Area*> areas = {&SecurityCenterArea(), &ServiceArea(), &ChangesArea(),
-                                                  &DefenderArea(),       &LogArea(),     &ProductArea()};
+                                                  &DefenderArea(),       &DriverArea(),  &LogArea(),
+                                                  &ProductArea()};
   return areas;
 }
 

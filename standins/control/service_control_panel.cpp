@@ -65,6 +65,23 @@ void Stop(SC_HANDLE service, const std::wstring& name) {
   if (!ControlService(service, SERVICE_CONTROL_STOP, &status) && GetLastError() != ERROR_SERVICE_NOT_ACTIVE) Fail(L"stop", name);
 }
 
+// Creates the service; one that exists gets the image and start type.
+void Install(const std::wstring& name, DWORD type, const std::wstring& image, DWORD start_type) {
+  const root::ScopedService existing = Find(name, SERVICE_CHANGE_CONFIG);
+  if (existing) {
+    if (!ChangeServiceConfigW(existing.get(), SERVICE_NO_CHANGE, start_type, SERVICE_NO_CHANGE, image.c_str(), nullptr, nullptr,
+                              nullptr, nullptr, nullptr, nullptr)) {
+      Fail(L"change", name);
+    }
+    return;
+  }
+  const root::ScopedService manager = OpenManager();
+  const root::ScopedService created(CreateServiceW(manager.get(), name.c_str(), name.c_str(), SERVICE_ALL_ACCESS, type, start_type,
+                                                   SERVICE_ERROR_NORMAL, image.c_str(), nullptr, nullptr, nullptr, nullptr,
+                                                   nullptr));
+  if (!created) Fail(L"create", name);
+}
+
 // From any state to stopped.
 void StopForSure(SC_HANDLE service, const std::wstring& name) {
   Behave(name, {});
@@ -126,20 +143,11 @@ std::optional<ServiceStatus> FindService(const std::wstring& name) {
 }
 
 void InstallService(const std::wstring& name, const std::wstring& program, DWORD start_type) {
-  const std::wstring command_line = L"\"" + program + L"\" " + name;
-  const root::ScopedService existing = Find(name, SERVICE_CHANGE_CONFIG);
-  if (existing) {
-    if (!ChangeServiceConfigW(existing.get(), SERVICE_NO_CHANGE, start_type, SERVICE_NO_CHANGE, command_line.c_str(), nullptr,
-                              nullptr, nullptr, nullptr, nullptr, nullptr)) {
-      Fail(L"change", name);
-    }
-    return;
-  }
-  const root::ScopedService manager = OpenManager();
-  const root::ScopedService created(CreateServiceW(manager.get(), name.c_str(), name.c_str(), SERVICE_ALL_ACCESS,
-                                                   SERVICE_WIN32_OWN_PROCESS, start_type, SERVICE_ERROR_NORMAL,
-                                                   command_line.c_str(), nullptr, nullptr, nullptr, nullptr, nullptr));
-  if (!created) Fail(L"create", name);
+  Install(name, SERVICE_WIN32_OWN_PROCESS, L"\"" + program + L"\" " + name, start_type);
+}
+
+void InstallDriver(const std::wstring& name, const std::wstring& file) {
+  Install(name, SERVICE_KERNEL_DRIVER, file, SERVICE_AUTO_START);
 }
 
 void RemoveService(const std::wstring& name) {

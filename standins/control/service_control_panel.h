@@ -57,6 +57,9 @@ std::optional<ServiceStatus> FindService(const std::wstring& name);  // empty: t
 // Creates the service with `program` (a full path of corvid_service.exe); one that exists gets the program and start type.
 void InstallService(const std::wstring& name, const std::wstring& program, DWORD start_type);
 
+// The same for a kernel driver, whose image is `file`; the system loads it when it starts.
+void InstallDriver(const std::wstring& name, const std::wstring& file);
+
 // Makes it behave normally, stops and deletes it; returns when it is gone. One that is missing is no failure.
 void RemoveService(const std::wstring& name);
 
