@@ -5,6 +5,7 @@
 
 #include <functional>
 #include <set>
+#include <utility>
 #include <vector>
 
 #include "support/import_fake.h"
@@ -95,12 +96,19 @@ TEST_F(Registry, ReadsStringsByTheirTable) {
     EXPECT_EQ(c.error, GetLastError());
     EXPECT_EQ(c.expected, value);
   }
-  const test::ImportFake<decltype(ExpandEnvironmentStringsW)> fake("kernel32.dll", "ExpandEnvironmentStringsW",
-                                                                   [](auto...) { return SetLastError(ERROR_INVALID_LEVEL), 0; });
-  Store(nullptr, REG_EXPAND_SZ, Wide(L"a"));
+  bool grown = false, fails = false;
+  const test::ImportFake<decltype(ExpandEnvironmentStringsW)> fake(
+      "kernel32.dll", "ExpandEnvironmentStringsW", [&](auto real, auto text, auto buffer, DWORD size) {
+        if (buffer && !std::exchange(grown, true)) SetEnvironmentVariableW(L"CRV_SHORT", L"C:\\longer than before");
+        return fails ? SetLastError(ERROR_INVALID_LEVEL), 0 : real(text, buffer, size);
+      });
+  Store(nullptr, REG_EXPAND_SZ, Wide(L"%CRV_SHORT%"));
+  EXPECT_TRUE(QueryString(HKEY_LOCAL_MACHINE, kKey, L"", value, 0));
+  EXPECT_EQ(L"C:\\longer than before", value);
+  fails = true;
   EXPECT_FALSE(QueryString(HKEY_LOCAL_MACHINE, kKey, L"", value, 0));
   EXPECT_EQ(DWORD{ERROR_INVALID_LEVEL}, GetLastError());
-  EXPECT_EQ(L"before", value);
+  EXPECT_EQ(L"C:\\longer than before", value);
 }
 
 TEST_F(Registry, ReadsOnlyFourByteDwords) {
