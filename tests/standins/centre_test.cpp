@@ -16,7 +16,7 @@ using testing::StartsWith;
 class Centre : public testing::Test {
  protected:
   Centre() {
-    for (const wchar_t* const file : {L"centre.exe", L"wsc_proxy.exe", L"libgcc_s_dw2-1.dll", L"libwinpthread-1.dll"}) {
+    for (const wchar_t* const file : {L"centre.exe", L"wsc_proxy.exe", L"libgcc_s_dw2-1.dll"}) {
       EXPECT_TRUE(CopyFileW((OwnFolder() + L"..\\standins\\" + file).c_str(), (folder_ / file).c_str(), TRUE)) << GetLastError();
     }
     InstallLibrary(L"echo_wsc.dll");
@@ -24,7 +24,13 @@ class Centre : public testing::Test {
     SHGetFolderPathW(nullptr, CSIDL_COMMON_APPDATA, nullptr, SHGFP_TYPE_CURRENT, common);
     log_folder_ = std::wstring(common) + L"\\CORVID Software\\Corvid\\log";
     SHCreateDirectoryExW(nullptr, log_folder_.c_str(), nullptr);
+    DeleteLogs();
     AppendToLog("of an earlier run\r\n");
+  }
+  ~Centre() { DeleteLogs(); }
+
+  void DeleteLogs() {
+    for (const wchar_t* const file : {L"\\wsc.log", L"\\wsc.log.old"}) DeleteFileW((log_folder_ + file).c_str());
   }
 
   void InstallLibrary(const wchar_t* from) {
@@ -76,7 +82,7 @@ TEST_F(Centre, HostSaysWhichLibraryOrExportIsMissing) {
   EXPECT_EQ(1u, ended.code);
   EXPECT_THAT(ended.output, HasSubstr("\\wsc.dll (error 126)\r\n"));
   EXPECT_THAT(ended.output, EndsWith("\r\nresult 0xe0570001\r\n"));
-  InstallLibrary(L"libwinpthread-1.dll");
+  InstallLibrary(L"libgcc_s_dw2-1.dll");
   ended = Run(L"run /svc");
   EXPECT_THAT(ended.output, HasSubstr("\\wsc.dll has no export _run@4 (error 127)\r\n"));
   EXPECT_THAT(ended.output, EndsWith("\r\nresult 0xe0570002\r\n"));

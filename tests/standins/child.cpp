@@ -3,6 +3,11 @@
 #include <gtest/gtest.h>
 
 namespace crv::test {
+namespace {
+
+constexpr DWORD kLimit = 60'000;  // ms
+
+}  // namespace
 
 Child::Child(const std::wstring& folder, const std::wstring& command_line) {
   static int number = 0;
@@ -25,9 +30,13 @@ Child::~Child() {
   CloseHandle(process_.hProcess);
 }
 
+bool Child::IsRunning() const {
+  return WaitForSingleObject(process_.hProcess, 0) == WAIT_TIMEOUT && GetTickCount() - start_ < kLimit;
+}
+
 Ended Child::Wait() {
   Ended ended;
-  if (WaitForSingleObject(process_.hProcess, 60'000) != WAIT_OBJECT_0) {
+  if (WaitForSingleObject(process_.hProcess, kLimit) != WAIT_OBJECT_0) {
     ADD_FAILURE() << "the program hangs";
     TerminateProcess(process_.hProcess, ERROR_TIMEOUT);
     WaitForSingleObject(process_.hProcess, 10'000);

@@ -21,11 +21,13 @@ class Child {
   Child(const Child&) = delete;
   Child& operator=(const Child&) = delete;
 
+  bool IsRunning() const;  // false at the latest 60 seconds after the start
   Ended Wait();
 
  private:
   std::wstring output_path_;
   PROCESS_INFORMATION process_ = {};
+  DWORD start_ = GetTickCount();
 };
 
 std::wstring OwnFolder();                        // of the test program, with a trailing backslash
