@@ -111,7 +111,9 @@ TEST_F(RegistryText, ReadsAnyTypeAndSizeAsText) {
 
 // Answers in place of RegQueryValueExW: each query finds the value at the next size of the list.
 std::vector<DWORD> next_sizes;
+std::vector<DWORD> offered;  // buffers, in bytes
 LONG WINAPI GrowingValue(HKEY, const wchar_t*, DWORD*, DWORD*, BYTE* data, DWORD* bytes) {
+  offered.push_back(*bytes);
   const DWORD size = next_sizes.front();
   if (next_sizes.size() > 1) next_sizes.erase(next_sizes.begin());
   const bool fits = size <= *bytes;
@@ -125,15 +127,21 @@ TEST_F(RegistryText, FollowsAValueThatGrowsAndStopsAtMemory) {
   const crv::test::ImportPatch patch("advapi32.dll", "RegQueryValueExW", reinterpret_cast<void*>(&GrowingValue));
   next_sizes = {600, 602};  // within the two bytes that the second buffer has to spare
   EXPECT_EQ(Answer(0, std::wstring(301, L'g')), Read());
-  next_sizes = {600, 700, 1400};
+  EXPECT_EQ((std::vector<DWORD>{520, 602}), offered);
+  offered.clear();
+  next_sizes = {600, 700, 1400, 1400};
   EXPECT_EQ(Answer(0, std::wstring(700, L'g')), Read());
+  EXPECT_EQ((std::vector<DWORD>{520, 602, 702, 1402}), offered);
   for (const DWORD size : {0x7FFFFFFEu, 0xFFFFFFF0u, 0xFFFFFFFFu}) {
     next_sizes = {size};
     EXPECT_EQ(Answer(8, L""), Read());
   }
 }
 
-LONG WINAPI AlwaysMoreData(HKEY, const wchar_t*, DWORD*, DWORD*, BYTE*, DWORD*) { return ERROR_MORE_DATA; }
+int patience = 0;  // a reader that never stops is stopped by another error
+LONG WINAPI AlwaysMoreData(HKEY, const wchar_t*, DWORD*, DWORD*, BYTE*, DWORD*) {
+  return patience-- > 0 ? ERROR_MORE_DATA : ERROR_CANTREAD;
+}
 LONG WINAPI AccessDenied(HKEY, const wchar_t*, DWORD*, DWORD*, BYTE*, DWORD*) { return ERROR_ACCESS_DENIED; }
 
 TEST_F(RegistryText, ReturnsOtherErrorsAsTheyCome) {
@@ -142,6 +150,7 @@ TEST_F(RegistryText, ReturnsOtherErrorsAsTheyCome) {
     EXPECT_EQ(Answer(5, L""), Read());
   }
   const crv::test::ImportPatch patch("advapi32.dll", "RegQueryValueExW", reinterpret_cast<void*>(&AlwaysMoreData));
+  patience = 5;
   EXPECT_EQ(Answer(234, L""), Read()) << "a size that fits already is not asked for for ever";
 }
 
