@@ -96,6 +96,7 @@ build_quietly() {
     say "build: configuring"
     supervised cmake -S "$ROOT" --preset windows >"$log" 2>&1 || { tail -n 30 "$log" >&2 && die "cmake failed, see $log"; }
   fi
+  [[ -f $ROOT/build/dist/wsc.dll ]] || say "build: compiling (once, a few minutes)"
   if [[ -t 2 ]]; then
     supervised ninja -C "$ROOT/build" "$@" >&2 || die "the build failed"
   else

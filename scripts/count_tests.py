@@ -1,7 +1,7 @@
 #!/usr/bin/python3
 """Counts the single tests behind a ctest report: count_tests.py REPORT.xml. Prints "N passed, N failed".
 
-A program of gtest tests counts with each of its tests; one that ended without gtest's own counts, as after a crash, counts as one.
+A program of gtest tests counts with each of its tests; one that ended without gtest's counts, as after a crash, counts as one.
 """
 import re
 import sys

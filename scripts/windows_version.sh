@@ -13,7 +13,8 @@ is_windows_version() { [[ -n $1 && " $WINDOWS_VERSIONS " == *" $1 "* ]]; }
 
 # registry_value KEY NAME: its data, nothing when it is missing.
 registry_value() {
-  "$ROOT/scripts/wine" reg query "$1" /v "$2" 2>/dev/null </dev/null | tr -d '\r' | sed -nE 's/^    .*    REG_[A-Z]+    ?//p' || true
+  "$ROOT/scripts/wine" reg query "$1" /v "$2" 2>/dev/null </dev/null | tr -d '\r' |
+    sed -nE 's/^    .*    REG_[A-Z]+    ?//p' || true
 }
 
 import_registry() {

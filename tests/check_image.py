@@ -13,36 +13,28 @@ EXPORT = "_run@4"
 RUNTIME_DLLS = {"libgcc_s_dw2-1.dll"}
 SUITE_DLLS = {"log.dll"}  # installed by the suite itself
 
-# Windows XP SP2 lacks these; an import of one keeps the image from loading there. The list holds what this compiler's runtime
-# and code of this kind reach for, not all that ever came later.
+# Windows XP lacks these; an import of one keeps the image from loading there. Not all that came later, but what this compiler's
+# runtime and code of this kind reach for. Patterns in verbose form.
 NEWER_THAN_XP = {
     "kernel32.dll": r"""
-        GetTickCount64|RegDeleteKeyEx[AW]|RegGetValue[AW]|RegDeleteTree[AW]|RegOpenCurrentUser|K32\w+
-        |(Initialize|Sleep)ConditionVariable\w*|Wake(All)?ConditionVariable|InitializeSRWLock|(TryAcquire|Acquire|Release)SRWLock\w+
-        |InitOnce\w+|InitializeCriticalSectionEx|Create(Event|Mutex|Semaphore|WaitableTimer)Ex[AW]|FlsAlloc|FlsFree|FlsGetValue
-        |FlsSetValue|CreateThreadpool\w*|CloseThreadpool\w*|SubmitThreadpool\w*|SetThreadpool\w*|WaitForThreadpool\w*
-        |TrySubmitThreadpool\w*|GetFinalPathNameByHandle[AW]|GetFileInformationByHandleEx|SetFileInformationByHandle
-        |CreateSymbolicLink[AW]|GetVolumePathNamesForVolumeName[A]|QueryFullProcessImageName[AW]|GetProcessIdOfThread|GetThreadId
-        |GetNativeSystemInfoEx|GetProductInfo|GetLocaleInfoEx|LCMapStringEx|CompareStringEx|CompareStringOrdinal|GetUserDefaultLocaleName
-        |GetSystemTimePreciseAsFileTime|GetDynamicTimeZoneInformation|AddDllDirectory|SetDefaultDllDirectories|RemoveDllDirectory
-        |CancelIoEx|CancelSynchronousIo|GetQueuedCompletionStatusEx|WerRegister\w+|Wow64SuspendThread|IsWow64Process2
-        |SetProcessMitigationPolicy|GetCurrentProcessorNumber(Ex)?|SetThreadDescription|WaitOnAddress|WakeByAddress\w+
-        |ReOpenFile|GetErrorMode|SetThreadErrorMode|GetThreadErrorMode""",
-    "advapi32.dll": r"""RegDeleteKeyEx[AW]|RegGetValue[AW]|RegDeleteTree[AW]|RegCopyTree[AW]|RegLoadMUIString[AW]|RegSetKeyValue[AW]
-        |RegDeleteKeyValue[AW]|RegRenameKey|RegDisableReflectionKey|RegEnableReflectionKey|NotifyServiceStatusChange[AW]|Event\w+""",
-    "shell32.dll": r"SHGetKnownFolder\w+|SHSetKnownFolderPath|SHCreateItem\w+|SHGetPropertyStoreFromParsingName|SHGetStockIconInfo",
-    "psapi.dll": r"EnumProcessModulesEx|GetWsChangesEx|QueryWorkingSetEx",
-    "user32.dll": r"SetProcessDPIAware|ChangeWindowMessageFilter\w*|AddClipboardFormatListener|ShutdownBlockReason\w+",
-    "ntdll.dll": r"RtlGetProductInfo|Tp\w+|RtlInitializeConditionVariable|RtlAcquireSRWLock\w+",
-    "msvcrt.dll": r"\w+_s|_configthreadlocale|_get_invalid_parameter_handler|_initialize_onexit_table|_set_invalid_parameter_handler"
-                  r"|_create_locale|_free_locale|_\w+_l|_get_output_format|_gmtime32|_localtime32|_mktime32|_time32|_difftime32|_ctime32"
-                  r"|_vscprintf_p|_vsnwprintf_s|_fseeki64|_ftelli64|_wfullpath_dbg|_wassert",
+        GetTickCount64 | GetSystemTimePreciseAsFileTime | K32\w+ | QueryFullProcessImageName[AW] | GetProcessIdOfThread
+        | GetThreadId | InitOnce\w+ | \w+ConditionVariable\w* | \w+SRWLock\w* | InitializeCriticalSectionEx | WaitOnAddress | WakeByAddress\w+
+        | Create(Event|Mutex|Semaphore|WaitableTimer)Ex[AW] | Fls(Alloc|Free|GetValue|SetValue) | \w+Threadpool\w*
+        | GetFinalPathNameByHandle[AW] | GetFileInformationByHandleEx | SetFileInformationByHandle | CreateSymbolicLink[AW] | ReOpenFile
+        | CancelIoEx | CancelSynchronousIo | GetProductInfo | GetLocaleInfoEx | LCMapStringEx | CompareString(Ex|Ordinal)
+        | (Add|Remove)DllDirectory | SetDefaultDllDirectories | GetErrorMode | [GS]etThreadErrorMode | SetThreadDescription
+        | Reg(Open|Close|Create|Get|Set|Query|Delete|Enum)\w+""",
+    "advapi32.dll": r"""
+        Reg(DeleteKeyEx|GetValue|DeleteTree|CopyTree|SetKeyValue|DeleteKeyValue|LoadMUIString)[AW] | NotifyServiceStatusChange[AW]
+        | Event(Register|Unregister|Write)\w*""",
+    "shell32.dll": r"SHGetKnownFolder\w+ | SHCreateItem\w+",
+    "user32.dll": r"SetProcessDPIAware | ChangeWindowMessageFilter(Ex)? | ShutdownBlockReason\w+",
+    "psapi.dll": r"EnumProcessModulesEx | QueryWorkingSetEx",
+    "ntdll.dll": r"Tp\w+ | Rtl\w+SRWLock\w* | RtlInitializeConditionVariable",
+    "msvcrt.dll": r"\w+_s | _\w+_l | _(create|free)_locale | _configthreadlocale | \w+time32 | _f(seek|tell)i64 | _wassert",
 }
-LIBRARIES_NEWER_THAN_XP = re.compile(r"api-ms-win-.*|ucrtbase\.dll|vcruntime.*|wevtapi\.dll|wscapi\.dll|dwmapi\.dll|propsys\.dll"
-                                     r"|bcrypt\.dll|ncrypt\.dll|ktmw32\.dll|synchronization\.dll", re.I)
-
-# What each image may import although Windows XP lacks it, with the reason. Empty is best.
-ACCEPTED = {}
+LIBRARIES_NEWER_THAN_XP = re.compile(
+    r"api-ms-win-.* | (ucrtbase|vcruntime\d+|wevtapi|wscapi|dwmapi|propsys|bcrypt|ncrypt)\.dll", re.IGNORECASE | re.VERBOSE)
 
 
 class Report:
@@ -65,7 +57,7 @@ def exports(image):
 
 
 def imports(image):
-    """Name of the library in lower case -> names imported from it; ordinals as #N. Delay-loaded ones are looked up when used."""
+    """Name of the library in lower case -> names imported from it; ordinals as #N."""
     found = {}
     for entry in getattr(image, "DIRECTORY_ENTRY_IMPORT", []):
         names = found.setdefault(entry.dll.decode().lower(), set())
@@ -82,7 +74,7 @@ def version_strings(image):
     return strings
 
 
-def newer_than_xp(image, name):
+def newer_than_xp(image):
     found = []
     for library, names in imports(image).items():
         if LIBRARIES_NEWER_THAN_XP.fullmatch(library):
@@ -91,7 +83,7 @@ def newer_than_xp(image, name):
         if pattern:
             later = re.compile(pattern, re.VERBOSE)
             found += [f"{library} {symbol}" for symbol in sorted(names) if later.fullmatch(symbol)]
-    return [symbol for symbol in found if symbol not in ACCEPTED.get(name, ())]
+    return found
 
 
 def check_loading(report, path, image):
@@ -101,7 +93,7 @@ def check_loading(report, path, image):
     machine = pefile.MACHINE_TYPE.get(image.FILE_HEADER.Machine)
     report.check(f"{name} is a 32-bit image for i386",
                  "" if image.PE_TYPE == pefile.OPTIONAL_HEADER_MAGIC_PE and machine == "IMAGE_FILE_MACHINE_I386" else machine)
-    report.check(f"{name} runs on Windows XP: no later function is imported", ", ".join(newer_than_xp(image, name)))
+    report.check(f"{name} runs on Windows XP: no later function is imported", ", ".join(newer_than_xp(image)))
     subsystem = (image.OPTIONAL_HEADER.MajorSubsystemVersion, image.OPTIONAL_HEADER.MinorSubsystemVersion)
     report.check(f"{name} runs on Windows XP: subsystem version", "" if subsystem <= (5, 1) else "%d.%d" % subsystem)
     for flag in ("IMAGE_DLLCHARACTERISTICS_DYNAMIC_BASE", "IMAGE_DLLCHARACTERISTICS_NX_COMPAT"):
@@ -114,8 +106,8 @@ def check_product(report, image):
     relocated = image.OPTIONAL_HEADER.DATA_DIRECTORY[pefile.DIRECTORY_ENTRY["IMAGE_DIRECTORY_ENTRY_BASERELOC"]].Size
     report.check("wsc.dll can be relocated", "" if relocated else "it has no relocations")
     strings = version_strings(image)
-    missing = [key for key in ("CompanyName", "FileDescription", "FileVersion", "ProductName", "ProductVersion", "OriginalFilename")
-               if not strings.get(key)]
+    wanted = ("CompanyName", "FileDescription", "FileVersion", "ProductName", "ProductVersion", "OriginalFilename")
+    missing = [key for key in wanted if not strings.get(key)]
     report.check("wsc.dll has a version resource", f"without {', '.join(missing)}" if missing else "")
     report.check("wsc.dll is named in its version resource",
                  "" if strings.get("OriginalFilename") == "wsc.dll" else strings.get("OriginalFilename", "nothing"))
