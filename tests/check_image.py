@@ -18,12 +18,12 @@ SUITE_DLLS = {"log.dll"}  # installed by the suite itself
 NEWER_THAN_XP = {
     "kernel32.dll": r"""
         GetTickCount64 | GetSystemTimePreciseAsFileTime | K32\w+ | QueryFullProcessImageName[AW] | GetProcessIdOfThread
-        | GetThreadId | InitOnce\w+ | \w+ConditionVariable\w* | \w+SRWLock\w* | InitializeCriticalSectionEx
-        | WaitOnAddress | WakeByAddress\w+ | Create(Event|Mutex|Semaphore|WaitableTimer)Ex[AW] | Fls(Alloc|Free|GetValue|SetValue) | \w+Threadpool\w*
-        | GetFinalPathNameByHandle[AW] | GetFileInformationByHandleEx | SetFileInformationByHandle
-        | CreateSymbolicLink[AW] | ReOpenFile | CancelIoEx | CancelSynchronousIo | GetProductInfo | GetLocaleInfoEx | LCMapStringEx | CompareString(Ex|Ordinal)
-        | (Add|Remove)DllDirectory | SetDefaultDllDirectories | GetErrorMode | [GS]etThreadErrorMode | SetThreadDescription
-        | Reg(Open|Close|Create|Get|Set|Query|Delete|Enum)\w+""",
+        | GetThreadId | InitOnce\w+ | \w+ConditionVariable\w* | \w+SRWLock\w* | InitializeCriticalSectionEx | WaitOnAddress
+        | WakeByAddress\w+ | Create(Event|Mutex|Semaphore|WaitableTimer)Ex[AW] | Fls(Alloc|Free|GetValue|SetValue)
+        | \w+Threadpool\w* | GetFinalPathNameByHandle[AW] | GetFileInformationByHandleEx | SetFileInformationByHandle
+        | CreateSymbolicLink[AW] | ReOpenFile | CancelIoEx | CancelSynchronousIo | GetProductInfo | GetLocaleInfoEx
+        | LCMapStringEx | CompareString(Ex|Ordinal) | (Add|Remove)DllDirectory | SetDefaultDllDirectories | GetErrorMode
+        | [GS]etThreadErrorMode | SetThreadDescription | Reg(Open|Close|Create|Get|Set|Query|Delete|Enum)\w+""",
     "advapi32.dll": r"""
         Reg(DeleteKeyEx|GetValue|DeleteTree|CopyTree|SetKeyValue|DeleteKeyValue|LoadMUIString)[AW] | NotifyServiceStatusChange[AW]
         | Event(Register|Unregister|Write)\w*""",
