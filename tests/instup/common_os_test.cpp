@@ -11,10 +11,13 @@ namespace {
 
 using test::kCorvidKey;
 
-// Runs the body in a process of its own, in which the library has never been called, and demands that nothing failed there.
+// Runs the body in a process of its own, in which the library has never been called, and demands that nothing failed there. The
+// folders that the library falls back to lie on the stage.
 void InFreshProcess(void (*body)(test::Stage& stage)) {
   const auto run = [body] {
     test::Stage stage;
+    const test::ScopedVariable temp(L"TEMP", stage.AddFolder(L"system temp").c_str());
+    stage.SetExecutable(stage.AddFile(L"host\\host.exe"));
     body(stage);
   };
   EXPECT_EXIT((run(), std::exit(testing::Test::HasFailure() ? 1 : 0)), testing::ExitedWithCode(0), "");

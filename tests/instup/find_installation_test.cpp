@@ -41,7 +41,8 @@ class FindInstallationTest : public test::StageTest {
 };
 
 TEST_F(FindInstallationTest, TakesTheFirstKeyOfTheFirstView) {
-  EXPECT_FALSE(FindInstallation(*std::make_unique<InstallationInfo>()));
+  InstallationInfo none;
+  EXPECT_FALSE(FindInstallation(none));
   EXPECT_EQ(static_cast<DWORD>(ERROR_FILE_NOT_FOUND), GetLastError());
 
   // Installed from the last place to be asked to the first, each is alone in front when it is looked for.

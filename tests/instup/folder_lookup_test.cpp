@@ -1,5 +1,9 @@
 #include "instup/folder_lookup.h"
 
+#include <string_view>
+#include <utility>
+
+#include "instup/library_folders.h"
 #include "instup/stage.h"
 #include "root/optional_functions.h"
 
@@ -89,6 +93,7 @@ void Count() {
 }
 DWORD WINAPI AttributesOf(const wchar_t*) { return Count(), INVALID_FILE_ATTRIBUTES; }
 BOOL WINAPI MakeNothing(const wchar_t*, SECURITY_ATTRIBUTES*) { return Count(), FALSE; }
+DWORD WINAPI NoCurrentDirectory(DWORD, wchar_t*) { return Count(), 0; }
 
 TEST_F(FolderLookup, TouchesTheFileSystemWithoutRedirection) {
   {
@@ -104,6 +109,15 @@ TEST_F(FolderLookup, TouchesTheFileSystemWithoutRedirection) {
     EXPECT_TRUE(redirection);
     EXPECT_FALSE(VerifyFolder(L"C:\\x", {}, kCreateIfMissing));
     EXPECT_EQ(4, calls_without_redirection);
+    EXPECT_TRUE(redirection);
+
+    const crv::test::ImportPatch current("kernel32.dll", "GetCurrentDirectoryW", reinterpret_cast<void*>(&NoCurrentDirectory));
+    const test::ScopedVariable temp(L"TEMP", nullptr), tmp(L"TMP", nullptr);
+    LibraryFolders folders;
+    folders.data = L"settled";
+    SettleLibraryFolders(folders);
+    EXPECT_EQ(L"_corvid_", folders.temp);
+    EXPECT_EQ(7, calls_without_redirection) << "the current directory, the look at the folder and its making";
     EXPECT_TRUE(redirection);
   }
   root::OptionalTableRelease();

@@ -1,5 +1,7 @@
 #include "instup/registry_text.h"
 
+#include <algorithm>
+#include <utility>
 #include <vector>
 
 #include "instup/stage.h"

@@ -79,7 +79,8 @@ class Stage {
   // From now on the process was started from this file; with an empty path the system does not tell.
   void SetExecutable(const std::wstring& path) {
     executable_ = path;
-    if (!executable_patch_) executable_patch_.emplace("kernel32.dll", "GetModuleFileNameW", reinterpret_cast<void*>(&ModuleFileName));
+    if (executable_patch_) return;
+    executable_patch_.emplace("kernel32.dll", "GetModuleFileNameW", reinterpret_cast<void*>(&ModuleFileName));
   }
 
  private:

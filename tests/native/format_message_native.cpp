@@ -1,5 +1,5 @@
-// base/format_message.h for the native build, as far as the tests there need it: the printf family of the machine's own C library,
-// whose "%s" of a wide format takes a narrow string, unlike the Windows runtime's.
+// base/format_message.h for the native build, as far as the tests there need it: the printf family of the machine's own C
+// library, whose "%s" of a wide format takes a narrow string, unlike the Windows runtime's.
 #include "base/format_message.h"
 
 #include <codecvt>
@@ -20,7 +20,8 @@ std::string FormatNarrow(const char* format, std::va_list arguments) {
   return text;
 }
 
-// The C library cannot measure a wide text, so the room grows until it fits, up to a size at which it has to be a formatting error.
+// The C library cannot measure a wide text, so the room grows until it fits, up to a size at which it has to be a formatting
+// error.
 std::wstring FormatWide(const wchar_t* format, std::va_list arguments) {
   constexpr std::size_t kMostChars = 1 << 20;
   for (std::size_t room = 256; room <= kMostChars; room *= 2) {

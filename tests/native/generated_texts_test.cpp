@@ -42,8 +42,8 @@ class Texts {
 const wchar_t* const kCommandLinePieces[] = {L" ", L"\t", L"\r\n", L"\"", L"\"\"", L"/", L":", L"/state:on", L"/av", L"/AV:",
                                              L"word", L"\\", L"x", L"/name:\"two words\""};
 const wchar_t* const kPathPieces[] = {L"\\", L"/", L"\\\\", L"\\\\?\\", L"\\\\.\\", L"UNC", L"unc\\", L"C:", L"z", L":", L"}",
-                                      L"Volume{", L"01234567-89ab-cdef-0123-456789abcdef", L"GlobalRoot\\", L"Device\\", L"FileDisk",
-                                      L"\"", L" ", L"\t", L"dir", L"Volume{01234567-89ab-cdef-0123-456789abcdef}"};
+                                      L"Volume{", L"01234567-89ab-cdef-0123-456789abcdef", L"GlobalRoot\\", L"Device\\",
+                                      L"FileDisk", L"\"", L" ", L"\t", L"dir", L"Volume{01234567-89ab-cdef-0123-456789abcdef}"};
 
 bool IsSeparator(wchar_t c) { return c == L'\\' || c == L'/'; }
 
