@@ -46,6 +46,7 @@ const Area& ServiceArea();
 const Area& ChangesArea();
 const Area& DefenderArea();
 const Area& DriverArea();
+const Area& WmiArea();
 
 // All of them, in the order in which they are installed, shown and cleared.
 const std::vector<const Area*>& Areas();

@@ -15,9 +15,8 @@
 namespace crv::standins::centre {
 
 const std::vector<const Area*>& Areas() {
-  static const std::vector<const Area*> areas = {&SecurityCenterArea(), &ServiceArea(), &ChangesArea(),
-                                                  &DefenderArea(),       &DriverArea(),  &LogArea(),
-                                                  &ProductArea()};
+  static const std::vector<const Area*> areas = {&SecurityCenterArea(), &WmiArea(),    &ServiceArea(), &ChangesArea(),
+                                                  &DefenderArea(),       &DriverArea(), &LogArea(),     &ProductArea()};
   return areas;
 }
 

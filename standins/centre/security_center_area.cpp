@@ -1,33 +1,23 @@
 // Security Center's product class: who is registered, how it answers, what it was asked.
 #include <windows.h>
 
-#include "base/exceptions.h"
 #include "centre/area.h"
+#include "centre/com_server.h"
 #include "centre/console.h"
-#include "centre/places.h"
 #include "control/security_center_control.h"
-#include "root/scoped_handle.h"
 
 namespace crv::standins::centre {
 namespace {
 
-void CallServer(const char* function) {
-  const std::wstring path = Beside(L"security_center.dll");
-  const root::ScopedModule library(LoadLibraryExW(path.c_str(), nullptr, LOAD_WITH_ALTERED_SEARCH_PATH));
-  if (!library) throw exceptions::error(GetLastError(), L"cannot load %s", path.c_str());
-  const auto call = reinterpret_cast<HRESULT(__stdcall*)()>(reinterpret_cast<void*>(GetProcAddress(library.get(), function)));
-  if (!call) throw exceptions::error(GetLastError(), "%ls has no %s", path.c_str(), function);
-  const HRESULT result = call();
-  if (FAILED(result)) throw exceptions::error(result, "%s", function);
-}
+constexpr wchar_t kServer[] = L"security_center.dll";
 
 void Install() {
-  CallServer("DllRegisterServer");
+  RegisterServer(kServer);
   PrintLine(L"Security Center's product class is registered");
 }
 
 void Uninstall() {
-  CallServer("DllUnregisterServer");
+  UnregisterServer(kServer);
   PrintLine(L"Security Center's product class is taken back");
 }
 

@@ -48,9 +48,30 @@ void Write(const std::wstring& key, const wchar_t* value, DWORD type, const void
   if (status != ERROR_SUCCESS) throw exceptions::error(status, L"cannot write HKLM\\%s, value %s", key.c_str(), value);
 }
 
+// All names that RegEnumKeyExW or RegEnumValueW gives.
+template <typename Enumerate>
+std::vector<std::wstring> Names(const std::wstring& key, REGSAM access, Enumerate enumerate) {
+  std::vector<std::wstring> names;
+  const root::ScopedRegistryKey opened = Open(key, access);
+  if (!opened) return names;
+  for (std::wstring name;; names.push_back(name)) {
+    name.resize(16384);  // the longest that there is
+    DWORD length = static_cast<DWORD>(name.size());
+    const LSTATUS status =
+        enumerate(opened.get(), static_cast<DWORD>(names.size()), name.data(), &length, nullptr, nullptr, nullptr, nullptr);
+    if (status == ERROR_NO_MORE_ITEMS) return names;
+    if (status != ERROR_SUCCESS) throw exceptions::error(status, L"cannot list HKLM\\%s", key.c_str());
+    name.resize(length);
+  }
+}
+
 }  // namespace
 
 bool KeyExists(const std::wstring& key) { return static_cast<bool>(Open(key, KEY_QUERY_VALUE)); }
+
+std::vector<std::wstring> Subkeys(const std::wstring& key) { return Names(key, KEY_ENUMERATE_SUB_KEYS, &RegEnumKeyExW); }
+
+std::vector<std::wstring> ValueNames(const std::wstring& key) { return Names(key, KEY_QUERY_VALUE, &RegEnumValueW); }
 
 std::optional<std::wstring> ReadText(const std::wstring& key, const wchar_t* value) {
   const std::optional<std::wstring> data = Read(key, value, REG_SZ);

@@ -92,7 +92,10 @@ std::vector<std::wstring> ScriptedCalls::ScriptedAnswers(const std::wstring& nam
 
 Answer ScriptedCalls::Take(const std::wstring& name) const {
   std::vector<std::wstring> answers = ScriptedAnswers(name);
-  if (answers.empty()) return {};
+  if (answers.empty()) {
+    const std::wstring general = name.substr(0, name.find(L'.'));
+    return general != name && Find(general) ? Take(general) : Answer{};
+  }
   const std::optional<ScriptEntry> entry = Parse(answers.front());
   if (entry && entry->forever) return entry->answer;
   if (entry && entry->repeat > 1) {

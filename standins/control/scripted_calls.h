@@ -6,7 +6,8 @@
 //   <key>\Journal
 //     Calls         list, one line per call
 //
-// Each call takes the first answer of its list and behaves normally once the list is empty. An answer is
+// Each call takes the first answer of its list and behaves normally once the list is empty. A call "A.b" without answers of its
+// own takes those of the call "A", where there is one. An answer is
 //
 //   ok            behave normally
 //   0x8000000a    answer this code; a failure changes nothing, a success code is given after performing the call

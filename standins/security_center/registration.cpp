@@ -5,21 +5,13 @@
 #include <string>
 
 #include "base/exceptions.h"
+#include "control/own_path.h"
 #include "control/registry.h"
 
 namespace crv::standins {
 namespace {
 
 constexpr wchar_t kClassKey[] = L"SOFTWARE\\Classes\\CLSID\\{F2102C37-90C3-450C-B3F6-92BE1693BDF2}";
-
-std::wstring OwnPath() {
-  HMODULE self = nullptr;
-  GetModuleHandleExW(GET_MODULE_HANDLE_EX_FLAG_FROM_ADDRESS | GET_MODULE_HANDLE_EX_FLAG_UNCHANGED_REFCOUNT,
-                     reinterpret_cast<const wchar_t*>(&OwnPath), &self);
-  std::wstring path(32768, L'\0');
-  path.resize(GetModuleFileNameW(self, path.data(), static_cast<DWORD>(path.size())));
-  return path;
-}
 
 }  // namespace
 }  // namespace crv::standins
