@@ -20,11 +20,11 @@ std::wstring Folder(int csidl) {
 
 std::wstring LogPath() { return Folder(CSIDL_COMMON_APPDATA) + L"\\CORVID Software\\Corvid\\log\\wsc.log"; }
 
-// "date time process:thread level tag text" to "level tag: text".
+// "date time process thread level tag text" to "level tag: text".
 std::string WithoutStamp(const std::string& line) {
   std::istringstream words(line);
-  std::string date, time, ids, level, tag, text;
-  words >> date >> time >> ids >> level >> tag;
+  std::string date, time, process, thread, level, tag, text;
+  words >> date >> time >> process >> thread >> level >> tag;
   std::getline(words >> std::ws, text);
   return level + " " + tag + ": " + text;
 }
