@@ -1,3 +1,5 @@
+#include "avmgr/actions.h"
+#include "avmgr/elevated.h"
 #include "base/exceptions.h"
 #include "base/log.h"
 #include "entry/modes.h"
@@ -7,11 +9,6 @@ namespace {
 
 const log::Tag tag("wsc");
 
-// The actions themselves are still to come; until then every request for one of them ends here.
-[[noreturn]] void ThrowNotBuilt(const char* action) {
-  throw exceptions::error("the action '%s' is not built yet", action);
-}
-
 [[noreturn]] void ThrowUnsupported(const CommandLine& command_line) {
   throw exceptions::error("unsupported cmdline options: %ls", command_line.text().c_str());
 }
@@ -20,19 +17,19 @@ const log::Tag tag("wsc");
 
 void RunAvMode(const CommandLine& command_line) {
   if (command_line.has(L"enable")) {
-    ThrowNotBuilt("enable");
+    enable();
   } else if (command_line.has(L"disable")) {
-    ThrowNotBuilt("disable");
+    run_elevated(command_line, disable);
   }
-  if (command_line.has(L"update")) ThrowNotBuilt("update");
+  if (command_line.has(L"update")) update();
   if (command_line.has(L"upgrade")) log::Info(tag, L"Upgrading AV.");
 }
 
 void RunAsMode(const CommandLine& command_line) {
   if (command_line.has(L"enable")) {
-    ThrowNotBuilt("enable");
+    enable();
   } else if (command_line.has(L"disable")) {
-    ThrowNotBuilt("disable");
+    run_elevated(command_line, disable);
   } else {
     ThrowUnsupported(command_line);
   }
@@ -40,7 +37,7 @@ void RunAsMode(const CommandLine& command_line) {
 
 void RunFwMode(const CommandLine& command_line) {
   if (!command_line.has(L"enable")) ThrowUnsupported(command_line);
-  ThrowNotBuilt("start firewall");
+  start_firewall();
 }
 
 }  // namespace crv::wsc

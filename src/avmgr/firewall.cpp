@@ -1,0 +1,76 @@
+#include <cstdint>
+
+#include "avmgr/actions.h"
+#include "avmgr/library_function.h"
+#include "base/exceptions.h"
+#include "base/log.h"
+#include "root/scoped_handle.h"
+
+namespace crv::wsc {
+namespace {
+
+const log::Tag tag("wsc");
+
+// The object that the library hands out and keeps. Of its virtual operations the module calls the 21st alone.
+class IFirewall {
+ public:
+  virtual void Reserved1() = 0;
+  virtual void Reserved2() = 0;
+  virtual void Reserved3() = 0;
+  virtual void Reserved4() = 0;
+  virtual void Reserved5() = 0;
+  virtual void Reserved6() = 0;
+  virtual void Reserved7() = 0;
+  virtual void Reserved8() = 0;
+  virtual void Reserved9() = 0;
+  virtual void Reserved10() = 0;
+  virtual void Reserved11() = 0;
+  virtual void Reserved12() = 0;
+  virtual void Reserved13() = 0;
+  virtual void Reserved14() = 0;
+  virtual void Reserved15() = 0;
+  virtual void Reserved16() = 0;
+  virtual void Reserved17() = 0;
+  virtual void Reserved18() = 0;
+  virtual void Reserved19() = 0;
+  virtual void Reserved20() = 0;
+  virtual std::uint32_t Start(std::uint32_t argument) = 0;  // 0: success
+
+ protected:
+  ~IFirewall() = default;  // never through this interface
+};
+
+// The library's functions use the C calling convention.
+using GetFirewall = std::uint32_t __cdecl(std::uint32_t argument, IFirewall** firewall);
+using FreeFirewall = void __cdecl(std::uint32_t argument);
+
+// Ends the use of the firewall object.
+class FirewallEnd {
+ public:
+  explicit FirewallEnd(FreeFirewall* free_firewall) : free_firewall_(free_firewall) {}
+  ~FirewallEnd() { free_firewall_(0); }
+  FirewallEnd(const FirewallEnd&) = delete;
+  FirewallEnd& operator=(const FirewallEnd&) = delete;
+
+ private:
+  FreeFirewall* free_firewall_;
+};
+
+}  // namespace
+
+void start_firewall() {
+  log::Info(tag, L"Starting FW.");
+  const root::ScopedModule library(LoadLibraryW(L"crvData.dll"));
+  if (!library) throw exceptions::error("cannot load crvData.dll");
+  GetFirewall* const get_firewall = ResolveFunction<GetFirewall>(library.get(), "crvGetFirewall");
+  FreeFirewall* const free_firewall = ResolveFunction<FreeFirewall>(library.get(), "crvFreeFirewall");
+
+  IFirewall* firewall = nullptr;
+  if (const std::uint32_t status = get_firewall(0, &firewall)) throw exceptions::error(status, "cannot get firewall");
+  const FirewallEnd end(free_firewall);
+  if (const std::uint32_t status = firewall->Start(0)) {
+    throw exceptions::error(status, "start firewall error");
+  }
+}
+
+}  // namespace crv::wsc
