@@ -12,7 +12,7 @@
 namespace crv::standins {
 namespace {
 
-constexpr DWORD kLook = 20;  // ms between two looks at the behaviour while the service is starting
+constexpr DWORD kLook = 20;  // ms between two looks at the behaviour while the service starts or stops
 
 // Set before the service runs; then read by its own thread and by the control handler.
 std::wstring service_name;
@@ -49,7 +49,7 @@ DWORD WINAPI Handle(DWORD control, DWORD, void*, void*) {
 void WINAPI Serve(DWORD, wchar_t**) {
   status_handle = RegisterServiceCtrlHandlerExW(service_name.c_str(), &Handle, nullptr);
   Report(SERVICE_START_PENDING);
-  // The behaviour is read anew, so that a person can let a hanging service go.
+  // The behaviour is read anew again and again, so that a person can let a hanging service go.
   const DWORD begin = GetTickCount();
   for (;; Sleep(kLook)) {
     const ServiceBehaviour behaviour = ReadServiceBehaviour(service_name);
@@ -60,7 +60,7 @@ void WINAPI Serve(DWORD, wchar_t**) {
   }
   ReportRunning();
   WaitForSingleObject(stop_requested, INFINITE);
-  Sleep(ReadServiceBehaviour(service_name).stop_delay);
+  for (const DWORD stopped = GetTickCount(); GetTickCount() - stopped < ReadServiceBehaviour(service_name).stop_delay;) Sleep(kLook);
   Report(SERVICE_STOPPED);
 }
 
