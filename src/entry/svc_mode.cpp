@@ -1,10 +1,21 @@
+#include <windows.h>
+
 #include "avmgr/product_state.h"
 #include "base/exceptions.h"
 #include "entry/modes.h"
+#include "root/process.h"
+#include "root/self_protection.h"
 #include "wsc/client.h"
 
 namespace crv::wsc {
 namespace {
+
+// Only a process that the self-protection driver trusts may give this host orders.
+void RequireTrustedStart() {
+  const std::uint32_t parent = root::GetParentProcessId();
+  if (root::IsTrustedProcess(parent)) return;
+  throw exceptions::error(ERROR_ACCESS_DENIED, "not trusted start, parent pid: %d", static_cast<int>(parent));
+}
 
 enum class Action { update, register_products, unregister_products };
 
@@ -52,6 +63,7 @@ void Update(const Products& products, const CommandLine& command_line) {
 }  // namespace
 
 void RunSvcMode(const CommandLine& command_line) {
+  RequireTrustedStart();
   const Action action = SelectAction(command_line);
   const Products products = SelectProducts(command_line);
   switch (action) {

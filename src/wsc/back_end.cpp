@@ -16,6 +16,8 @@ bool supports_isv(std::uint32_t major, std::uint32_t minor, std::uint32_t servic
   return minor >= 1 || service_pack_major >= 1;
 }
 
+bool wmi_has_antispyware(std::uint32_t major) { return major >= 6; }
+
 // Asking through the function fills the version record first, whatever the order of initialisation.
 const bool isv_available = SupportsIsv(root::OsVersionRecord());
 

@@ -1,62 +1,71 @@
 #include "wsc/client.h"
 
-#include "base/exceptions.h"
+#include "root/os_version.h"
 #include "wsc/back_end.h"
+#include "wsc/defender.h"
 #include "wsc/isv_client.h"
+#include "wsc/legacy_wmi.h"
 
 namespace crv::wsc {
 namespace {
 
-// Systems without the COM class are not served yet.
-void RequireIsv() {
-  if (!isv_available) throw exceptions::error("Security Center registration through WMI is not built yet");
-}
+// As what WMI gets a product that is only registered.
+constexpr ProductState kRegisteredState = ProductState::on;
+constexpr SignatureStatus kRegisteredSignatures = SignatureStatus::up_to_date;
+
+// Without it, anti-spyware operations on WMI have nothing to do and succeed.
+bool WmiHasAntiSpyware() { return wmi_has_antispyware(root::OsVersionRecord().dwMajorVersion); }
 
 }  // namespace
 
 void register_av() {
-  RequireIsv();
-  isv_client<IWscAVStatus>::register_product();
+  if (isv_available) return isv_client<IWscAVStatus>::register_product();
+  update_xp(kAntiVirusClass, kRegisteredState, kRegisteredSignatures);
 }
 
 void unregister_av() {
-  RequireIsv();
+  if (!isv_available) return unregistration_xp(kAntiVirusClass);
   isv_client<IWscAVStatus>::unregister_product();
+  change_defender_status(true);
 }
 
 void update_av(ProductState state, SignatureStatus signatures) {
-  RequireIsv();
-  isv_client<IWscAVStatus>::update_status(state, signatures);
+  if (isv_available) return isv_client<IWscAVStatus>::update_status(state, signatures);
+  update_xp(kAntiVirusClass, state, signatures);
 }
 
 void register_as() {
-  RequireIsv();
-  isv_client<IWscASStatus>::register_product();
+  if (isv_available) return isv_client<IWscASStatus>::register_product();
+  if (WmiHasAntiSpyware()) update_xp(kAntiSpywareClass, kRegisteredState, kRegisteredSignatures);
 }
 
 void unregister_as() {
-  RequireIsv();
-  isv_client<IWscASStatus>::unregister_product();
+  if (isv_available) {
+    isv_client<IWscASStatus>::unregister_product();
+    change_defender_status(true);
+  } else if (WmiHasAntiSpyware()) {
+    unregistration_xp(kAntiSpywareClass);
+  }
 }
 
 void update_as(ProductState state, SignatureStatus signatures) {
-  RequireIsv();
-  isv_client<IWscASStatus>::update_status(state, signatures);
+  if (isv_available) return isv_client<IWscASStatus>::update_status(state, signatures);
+  if (WmiHasAntiSpyware()) update_xp(kAntiSpywareClass, state, signatures);
 }
 
 void register_fw() {
-  RequireIsv();
-  isv_client<IWscFWStatus>::register_product();
+  if (isv_available) return isv_client<IWscFWStatus>::register_product();
+  update_xp(kFirewallClass, kRegisteredState, kRegisteredSignatures);
 }
 
 void unregister_fw() {
-  RequireIsv();
-  isv_client<IWscFWStatus>::unregister_product();
+  if (isv_available) return isv_client<IWscFWStatus>::unregister_product();
+  unregistration_xp(kFirewallClass);
 }
 
 void update_fw(ProductState state) {
-  RequireIsv();
-  isv_client<IWscFWStatus>::update_status(state);
+  if (isv_available) return isv_client<IWscFWStatus>::update_status(state);
+  update_xp(kFirewallClass, state, kRegisteredSignatures);
 }
 
 }  // namespace crv::wsc

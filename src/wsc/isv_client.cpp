@@ -6,9 +6,11 @@
 #include "base/log.h"
 #include "platform/type_name.h"
 #include "root/module_path.h"
+#include "wsc/defender.h"
 #include "wsc/pending.h"
 #include "wsc/product.h"
 #include "wsc/registered_name.h"
+#include "wsc/security_center_service.h"
 
 namespace crv::wsc {
 namespace {
@@ -31,6 +33,7 @@ std::string isv_client<Interface>::TypeName() {
 
 template <typename Interface>
 typename isv_client<Interface>::Pointer isv_client<Interface>::create() {
+  sc::ensure_running();
   Pointer pointer;
   const HRESULT result = CoCreateInstance(CLSID_WscIsv, nullptr, CLSCTX_INPROC_SERVER, Pointer::GetIID(),
                                           reinterpret_cast<void**>(&pointer));
@@ -96,6 +99,7 @@ void isv_client<Interface>::update_status(ProductState state, SignatureStatus si
   const HRESULT result = PushStatus([&](const Pointer& product) { return product->UpdateStatus(state, up_to_date); });
   if (FAILED(result)) throw exceptions::error(result, "WSC UpdateStatus: %s", type_name.c_str());
   log::Info(tag, "UpdateStatus succeeded: 0x%08x", Hex(result));
+  if (state == ProductState::on) change_defender_status(false);
 }
 
 template <typename Interface>

@@ -1,7 +1,7 @@
 // The COM back end: registers, unregisters and updates one product kind through Security Center's ISV class. One class for each of
 // IWscAVStatus, IWscASStatus and IWscFWStatus; it has no state, and every step creates and releases its own interface pointer.
-// All operations block while Security Center answers "pending" (up to some 15 minutes per call) and run on a thread that has
-// initialised COM. Failures throw `crv::exceptions::error` with the HRESULT; completed steps are not rolled back.
+// All operations block while Security Center's service comes up and while it answers "pending" (up to some 15 minutes per call),
+// and run on a thread that has initialised COM. Failures throw `crv::exceptions::error` with the HRESULT; completed steps are not rolled back.
 #pragma once
 
 #include <concepts>
@@ -17,7 +17,7 @@ class isv_client {
  public:
   using Pointer = typename InterfacePointer<Interface>::Type;
 
-  // A new interface pointer.
+  // A new interface pointer, after Security Center's service was made to run (security_center_service.h, whose failures pass).
   static Pointer create();
 
   // Registers the host executable under the display name and records the name.
@@ -27,7 +27,7 @@ class isv_client {
   static void unregister_product();
 
   // Pushes the state. Registers first when the recorded name is missing or another, and again when Security Center does not know
-  // the product.
+  // the product. The state `on` then switches Windows Defender off (defender.h).
   static void update_status(ProductState state, SignatureStatus signatures)
     requires(!std::same_as<Interface, IWscFWStatus>);
 

@@ -4,6 +4,7 @@
 
 #include "control/log_control.h"
 #include "control/security_center_control.h"
+#include "control/service_control_panel.h"
 #include "support/installed_suite.h"
 #include "wsc/product.h"
 
@@ -19,7 +20,10 @@ using testing::SizeIs;
 
 class Scenario : public testing::Test {
  protected:
-  Scenario() { Clear(); }
+  Scenario() {
+    Clear();
+    standins::MakeServiceHealthy(standins::kCenterService);
+  }
   ~Scenario() override { Clear(); }
 
   static void Clear() {

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <cstdio>
+#include <cwchar>
 
 namespace crv::test {
 namespace {
@@ -18,9 +19,10 @@ RunningServices::RunningServices()
       open_service_("advapi32.dll", "OpenServiceW",
                     [this](auto*, SC_HANDLE manager, const wchar_t* name, DWORD access) -> SC_HANDLE {
                       EXPECT_EQ(kManager, manager);
-                      char text[64];
-                      _snprintf(text, sizeof(text), "%ls/%lx", name, access);
-                      Note(text);
+                      opened_ = std::string(name, name + std::wcslen(name));
+                      char rights[16];
+                      _snprintf(rights, sizeof(rights), "/%lx", access);
+                      Note(opened_ + rights);
                       if (Fails("open")) return nullptr;
                       ++open_handles_;
                       return kService;
@@ -65,6 +67,10 @@ void RunningServices::Note(const std::string& call) {
 BOOL RunningServices::Answer(SERVICE_STATUS* status) {
   *status = {};
   status->dwServiceType = SERVICE_WIN32_OWN_PROCESS;
+  if (const auto own = own_states_.find(opened_); own != own_states_.end()) {
+    status->dwCurrentState = own->second;
+    return TRUE;
+  }
   status->dwCurrentState = states_.front();
   if (states_.size() > 1) states_.erase(states_.begin());
   return TRUE;

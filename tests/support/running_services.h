@@ -5,7 +5,9 @@
 #include <windows.h>
 #include <winsvc.h>
 
+#include <map>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "support/import_fake.h"
@@ -17,8 +19,10 @@ class RunningServices {
   RunningServices();
   ~RunningServices();
 
-  // What the status queries of any service answer, in this order; the last one stays. At first: runs.
+  // What the status queries of any service answer, in this order; the last one stays. At first: runs. A service with a state of
+  // its own always answers that one.
   void States(std::vector<DWORD> states) { states_ = std::move(states); }
+  void StateOf(const std::string& service, DWORD state) { own_states_[service] = state; }
 
   // Lets a step fail with the system's code from now on: "manager", "open", "query", "start" or "control". Empty: none.
   void Fail(const std::string& step, DWORD code) { failing_ = step, code_ = code; }
@@ -33,6 +37,8 @@ class RunningServices {
   BOOL Answer(SERVICE_STATUS* status);
 
   std::vector<DWORD> states_ = {SERVICE_RUNNING};
+  std::map<std::string, DWORD> own_states_;
+  std::string opened_;  // the service that was opened last
   std::string failing_;
   DWORD code_ = 0;
   std::vector<std::pair<std::string, int>> calls_;

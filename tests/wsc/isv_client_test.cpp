@@ -4,13 +4,18 @@
 #include <gtest/gtest.h>
 #include <shlwapi.h>
 
+#include <algorithm>
+#include <functional>
+
 #include "control/security_center_control.h"
 #include "support/captured_log.h"
 #include "support/import_patch.h"
 #include "support/redirected_hive.h"
 #include "support/registered_centre.h"
+#include "support/running_services.h"
 #include "support/thrown.h"
 #include "wsc/client.h"
+#include "wsc/pretended_windows.h"
 #include "wsc/product.h"
 
 namespace crv::wsc {
@@ -65,6 +70,8 @@ class Client : public testing::Test {
   test::RedirectedHive hive_;
   test::CapturedLog log_;
   test::RegisteredCentre centre_;
+  test::RunningServices services_;
+  test::PretendedWindows windows_{10, 0, 0};
   test::ImportPatch sleep_{"kernel32.dll", "Sleep", reinterpret_cast<void*>(&CountingSleep)};
 };
 
@@ -230,6 +237,55 @@ TEST_F(Client, ARecordThatCannotBeWrittenIsLoggedAndTheRegistrationStands) {
     log_.clear();
     isv_client<IWscFWStatus>::write_registered_name();
     EXPECT_THAT(log_.lines(), ElementsAre("narrow 4 wsc: cannot write registered name"));
+  }
+}
+
+TEST_F(Client, TheServiceIsMadeToRunBeforeEveryCreation) {
+  update_av(ProductState::off, SignatureStatus::up_to_date);
+  EXPECT_EQ("wscsvc/4 query wscsvc/4 query wscsvc/4 query ", services_.TakeCalls()) << "for Unregister, Register and UpdateStatus";
+  ForgetCalls();
+  services_.Fail("open", ERROR_SERVICE_DOES_NOT_EXIST);
+  EXPECT_EQ("error 00000424 Unable to open the service 'wscsvc'!", test::Thrown(register_fw));
+  EXPECT_THAT(standins::Calls(), IsEmpty()) << "no interface was created";
+}
+
+constexpr char kDefenderOff[] = "WinDefend/24 query control 1 ";
+constexpr char kDefenderOn[] = "WinDefend/14 query start ";
+
+TEST_F(Client, DefenderFollowsTheSuiteOnWindows7) {
+  const test::PretendedWindows windows(6, 1, 1);
+  struct Case {
+    std::function<void()> request;
+    const char* script;  // of what Security Center refuses, if it does
+    const char* defender;
+  };
+  const auto up_to_date = SignatureStatus::up_to_date;
+  const Case cases[] = {
+      {[=] { update_av(ProductState::on, up_to_date); }, "", kDefenderOff},
+      {[=] { update_as(ProductState::on, SignatureStatus::out_of_date); }, "", kDefenderOff},
+      {[=] { update_av(ProductState::off, up_to_date); }, "", ""},
+      {[=] { update_as(ProductState::snoozed, up_to_date); }, "", ""},
+      {[] { update_fw(ProductState::on); }, "", ""},
+      {register_av, "", ""},
+      {[=] { update_av(ProductState::on, up_to_date); }, "IWscAVStatus.UpdateStatus", ""},
+      {unregister_av, "", kDefenderOn},
+      {unregister_as, "", kDefenderOn},
+      {unregister_fw, "", ""},
+      {unregister_av, "IWscAVStatus.Unregister", ""},
+      {unregister_as, "IWscASStatus.Unregister", ""},
+  };
+  for (const wchar_t* kind : standins::kProductInterfaces) RecordName(kind, REG_SZ, L"Corvid Antivirus");
+  const DWORD start = SERVICE_DEMAND_START;
+  EXPECT_EQ(0u, SHSetValueW(HKEY_LOCAL_MACHINE, L"System\\CurrentControlSet\\Services\\WinDefend", L"Start", REG_DWORD, &start, sizeof(start)));
+  for (const Case& c : cases) {
+    SCOPED_TRACE(testing::Message() << "row " << (&c - cases));
+    const std::string script = c.script;
+    if (!script.empty()) standins::Script(std::wstring(script.begin(), script.end()), Answers{L"0x80004005"});
+    // Security Center runs; Defender is in the state in which the request has something to do.
+    services_.StateOf("WinDefend", c.defender == std::string(kDefenderOn) ? SERVICE_STOPPED : SERVICE_RUNNING);
+    EXPECT_EQ(script.empty() ? "nothing" : "error", test::Thrown(c.request).substr(0, script.empty() ? 7 : 5));
+    const std::string calls = services_.TakeCalls();
+    EXPECT_EQ(c.defender, calls.substr(std::min(calls.find("WinDefend"), calls.size()))) << "Defender comes last";
   }
 }
 
