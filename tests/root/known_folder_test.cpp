@@ -37,15 +37,17 @@ TEST(KnownFolder, AsksTheShellThenFallsBackForTwoFoldersAndReportsEveryFailure) 
   const test::RedirectedHive hive;
   for (const Case& c : cases) {
     SCOPED_TRACE(testing::Message() << "row " << (&c - cases));
-    const test::ImportFake<decltype(SHGetFolderPathW)> shell("shell32.dll", "SHGetFolderPathW", [&](auto...) { return c.shell; });
-    const test::ImportFake<decltype(GetWindowsDirectoryW)> windows("kernel32.dll", "GetWindowsDirectoryW", [&](auto, wchar_t* path, UINT) {
-      std::wcscpy(path, L"X:\\WIN");
-      SetLastError(ERROR_INVALID_DRIVE);
-      return c.windows_length;
+    const test::ImportFake<decltype(SHGetFolderPathW)> shell(
+        "shell32.dll", "SHGetFolderPathW", [&](auto, HWND window, int csidl, HANDLE token, DWORD which, auto) {
+          EXPECT_TRUE(!window && !token && which == SHGFP_TYPE_CURRENT && static_cast<std::uint32_t>(csidl) == c.csidl);
+          return c.shell;
+        });
+    const test::ImportFake<decltype(GetWindowsDirectoryW)> windows("kernel32.dll", "GetWindowsDirectoryW", [&](auto, auto path, auto) {
+      return std::wcscpy(path, L"X:\\WIN"), SetLastError(ERROR_INVALID_DRIVE), c.windows_length;
     });
     if (!c.registry.empty()) {
-      SHSetValueW(HKEY_LOCAL_MACHINE, L"SOFTWARE\\Microsoft\\Windows\\CurrentVersion\\Explorer\\Shell Folders", L"Common AppData", REG_SZ,
-                  c.registry.c_str(), c.registry.size() * sizeof(wchar_t));
+      SHSetValueW(HKEY_LOCAL_MACHINE, L"SOFTWARE\\Microsoft\\Windows\\CurrentVersion\\Explorer\\Shell Folders", L"Common AppData",
+                  REG_SZ, c.registry.c_str(), c.registry.size() * sizeof(wchar_t));
     }
     std::wstring folder;
     EXPECT_EQ(c.thrown, test::Thrown([&] { folder = GetKnownFolderPath(c.csidl); }));

@@ -3,14 +3,16 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <cstring>
-#include <cwchar>
+#include <array>
+#include <bit>
 #include <random>
 #include <string>
 #include <vector>
 
 namespace crv::root {
 namespace {
+
+using Fields = std::array<std::uint32_t, 6>;  // of a PathRootInfo
 
 TEST(PathRoot, FollowsItsTable) {
   struct Case {
@@ -45,25 +47,17 @@ TEST(PathRoot, FollowsItsTable) {
   };
   for (const Case& c : cases) {
     SCOPED_TRACE(testing::Message() << "row " << (&c - cases));
-    PathRootInfo info;
-    std::memset(&info, 0xCC, sizeof(info));
+    PathRootInfo info = {1, 2, 3, {4, 5}, 6};
     EXPECT_EQ(0u, GetPathRootInfo(c.path, &info));
-    EXPECT_EQ(c.root_start, info.root_start);
-    EXPECT_EQ(c.prefix_length, info.prefix_length);
-    EXPECT_EQ(c.root_end, info.root_end);
-    EXPECT_EQ(c.flags, info.flags);
-    EXPECT_EQ(0u, info.unused[0] | info.unused[1]);
+    EXPECT_EQ((Fields{c.root_start, c.prefix_length, c.root_end, 0, 0, c.flags}), std::bit_cast<Fields>(info));
   }
 }
 
 TEST(PathRoot, RefusesNothingToLookAtAndClearsTheRecord) {
-  struct { const wchar_t* path; std::uint32_t code; } const cases[] = {{nullptr, 160}, {L"", 123}};
-  for (const auto& c : cases) {
-    PathRootInfo info, zeros = {};
-    std::memset(&info, 0xCC, sizeof(info));
-    EXPECT_EQ(c.code, GetPathRootInfo(c.path, &info));
-    EXPECT_EQ(0, std::memcmp(&info, &zeros, sizeof(info)));
-    EXPECT_EQ(c.code, GetPathRootInfo(c.path, nullptr));
+  for (const wchar_t* const path : {static_cast<const wchar_t*>(nullptr), L""}) {
+    PathRootInfo info = {1, 2, 3, {4, 5}, 6};
+    EXPECT_EQ(path ? 123u : 160u, GetPathRootInfo(path, &info));
+    EXPECT_EQ(Fields{}, std::bit_cast<Fields>(info));
   }
   EXPECT_EQ(0u, GetPathRootInfo(L"C:\\", nullptr));
 }
