@@ -7,18 +7,22 @@ namespace {
 
 bool IsDelimiter(wchar_t c) { return c == L' ' || c == L'\t' || c == L'\r' || c == L'\n'; }
 
-// Tokens in order, the empty ones included.
-std::vector<std::wstring> Tokenize(const wchar_t* text) {
-  std::vector<std::wstring> tokens;
-  const auto append = [&tokens](wchar_t c) {
-    if (tokens.empty()) tokens.emplace_back();
-    tokens.back().push_back(c);
-  };
+// Calls `use` with each token in order, the empty ones included. The token is only lent.
+template <typename Use>
+void ForEachToken(const wchar_t* text, Use use) {
+  std::wstring token;
+  bool started = false;
   bool quoted = false;
+  const auto append = [&](wchar_t c) {
+    started = true;
+    token.push_back(c);
+  };
   for (const wchar_t* at = text; *at; ++at) {
     if (!quoted && IsDelimiter(*at)) {
       while (IsDelimiter(at[1])) ++at;
-      tokens.emplace_back();
+      if (started) use(token);
+      started = true;
+      token.clear();
     } else if (*at != L'"') {
       append(*at);
     } else if (at[1] == L'"') {
@@ -28,7 +32,7 @@ std::vector<std::wstring> Tokenize(const wchar_t* text) {
       quoted = !quoted;
     }
   }
-  return tokens;
+  if (started) use(token);
 }
 
 void AppendWithDoubledQuotes(std::wstring& result, const std::wstring& text) {
@@ -69,16 +73,20 @@ void CommandLine::parse(const wchar_t* text) {
   program_.clear();
   switches_.clear();
   words_.clear();
-  std::vector<std::wstring> tokens = Tokenize(text);
-  if (tokens.empty()) return;
-  program_ = std::move(tokens.front());
-  for (std::size_t i = 1; i < tokens.size(); ++i) AddArgument(std::move(tokens[i]));
+  bool first = true;
+  ForEachToken(text, [&](const std::wstring& token) {
+    if (std::exchange(first, false)) {
+      program_ = token;
+    } else {
+      AddArgument(token);
+    }
+  });
 }
 
-void CommandLine::AddArgument(std::wstring&& token) {
+void CommandLine::AddArgument(const std::wstring& token) {
   if (token.empty()) return;
   if (token.front() != L'/') {
-    words_.push_back(std::move(token));
+    words_.push_back(token);
     return;
   }
   const std::size_t colon = token.find(L':');
@@ -97,7 +105,9 @@ const std::wstring& CommandLine::value(const wchar_t* name) const {
   return found == switches_.end() ? none : found->second;
 }
 
-void CommandLine::set(const std::wstring& name, const std::wstring& value) { switches_.insert_or_assign(name, value); }
+void CommandLine::set(std::wstring name, std::wstring value) {
+  switches_.insert_or_assign(std::move(name), std::move(value));
+}
 
 std::wstring CommandLine::arguments() const {
   std::wstring result;

@@ -30,7 +30,7 @@ class CommandLine {
   const std::wstring& value(const wchar_t* name) const;
 
   // Adds the switch or replaces its value; a present switch keeps the spelling of its name.
-  void set(const std::wstring& name, const std::wstring& value);
+  void set(std::wstring name, std::wstring value);
 
   void set_program(const std::wstring& program) { program_ = program; }
   const std::wstring& program() const { return program_; }
@@ -46,7 +46,7 @@ class CommandLine {
   std::wstring text() const;
 
  private:
-  void AddArgument(std::wstring&& token);
+  void AddArgument(const std::wstring& token);
 
   std::wstring program_;
   Switches switches_;
