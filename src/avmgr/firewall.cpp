@@ -1,6 +1,7 @@
 #include <cstdint>
 
 #include "avmgr/actions.h"
+#include "avmgr/firewall_object.h"
 #include "avmgr/library_function.h"
 #include "base/exceptions.h"
 #include "base/log.h"
@@ -10,35 +11,6 @@ namespace crv::wsc {
 namespace {
 
 const log::Tag tag("wsc");
-
-// The object that the library hands out and keeps. Of its virtual operations the module calls the 21st alone.
-class IFirewall {
- public:
-  virtual void Reserved1() = 0;
-  virtual void Reserved2() = 0;
-  virtual void Reserved3() = 0;
-  virtual void Reserved4() = 0;
-  virtual void Reserved5() = 0;
-  virtual void Reserved6() = 0;
-  virtual void Reserved7() = 0;
-  virtual void Reserved8() = 0;
-  virtual void Reserved9() = 0;
-  virtual void Reserved10() = 0;
-  virtual void Reserved11() = 0;
-  virtual void Reserved12() = 0;
-  virtual void Reserved13() = 0;
-  virtual void Reserved14() = 0;
-  virtual void Reserved15() = 0;
-  virtual void Reserved16() = 0;
-  virtual void Reserved17() = 0;
-  virtual void Reserved18() = 0;
-  virtual void Reserved19() = 0;
-  virtual void Reserved20() = 0;
-  virtual std::uint32_t Start(std::uint32_t argument) = 0;  // 0: success
-
- protected:
-  ~IFirewall() = default;  // never through this interface
-};
 
 // The library's functions use the C calling convention.
 using GetFirewall = std::uint32_t __cdecl(std::uint32_t argument, IFirewall** firewall);

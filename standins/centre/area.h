@@ -46,6 +46,9 @@ const Area& ServiceArea();
 const Area& ChangesArea();
 const Area& DefenderArea();
 const Area& DriverArea();
+const Area& InstallationArea();
+const Area& AvManagerArea();
+const Area& FirewallArea();
 const Area& WmiArea();
 
 // All of them, in the order in which they are installed, shown and cleared.

@@ -15,8 +15,9 @@
 namespace crv::standins::centre {
 
 const std::vector<const Area*>& Areas() {
-  static const std::vector<const Area*> areas = {&SecurityCenterArea(), &WmiArea(),    &ServiceArea(), &ChangesArea(),
-                                                  &DefenderArea(),       &DriverArea(), &LogArea(),     &ProductArea()};
+  static const std::vector<const Area*> areas = {&SecurityCenterArea(), &WmiArea(),      &ServiceArea(),      &ChangesArea(),
+                                                  &DefenderArea(),       &DriverArea(),   &AvManagerArea(),    &FirewallArea(),
+                                                  &LogArea(),            &ProductArea(),  &InstallationArea()};
   return areas;
 }
 

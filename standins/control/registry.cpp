@@ -10,10 +10,13 @@
 namespace crv::standins::registry {
 namespace {
 
+// Another process may delete a key that is open here.
+bool IsMissing(LSTATUS status) { return status == ERROR_FILE_NOT_FOUND || status == ERROR_KEY_DELETED; }
+
 root::ScopedRegistryKey Open(const std::wstring& key, REGSAM access) {
   root::ScopedRegistryKey result;
   const LSTATUS status = RegOpenKeyExW(HKEY_LOCAL_MACHINE, key.c_str(), 0, access, result.put());
-  if (status == ERROR_FILE_NOT_FOUND) return {};
+  if (IsMissing(status)) return {};
   if (status != ERROR_SUCCESS) throw exceptions::error(status, L"cannot open HKLM\\%s", key.c_str());
   return result;
 }
@@ -29,7 +32,7 @@ std::optional<std::wstring> Read(const std::wstring& key, const wchar_t* value, 
     DWORD size = static_cast<DWORD>(data.size() * sizeof(wchar_t));
     const LSTATUS status =
         RegQueryValueExW(opened.get(), value, nullptr, &found, reinterpret_cast<BYTE*>(data.data()), &size);
-    if (status == ERROR_FILE_NOT_FOUND || (status == ERROR_SUCCESS && found != type)) return std::nullopt;
+    if (IsMissing(status) || (status == ERROR_SUCCESS && found != type)) return std::nullopt;
     if (status != ERROR_SUCCESS && status != ERROR_MORE_DATA) {
       throw exceptions::error(status, L"cannot read HKLM\\%s, value %s", key.c_str(), value);
     }
@@ -39,11 +42,14 @@ std::optional<std::wstring> Read(const std::wstring& key, const wchar_t* value, 
 }
 
 void Write(const std::wstring& key, const wchar_t* value, DWORD type, const void* data, std::size_t size) {
-  root::ScopedRegistryKey created;
-  LSTATUS status = RegCreateKeyExW(HKEY_LOCAL_MACHINE, key.c_str(), 0, nullptr, REG_OPTION_NON_VOLATILE, KEY_SET_VALUE, nullptr,
-                                   created.put(), nullptr);
-  if (status == ERROR_SUCCESS) {
-    status = RegSetValueExW(created.get(), value, 0, type, static_cast<const BYTE*>(data), static_cast<DWORD>(size));
+  LSTATUS status = ERROR_KEY_DELETED;
+  for (int attempt = 0; status == ERROR_KEY_DELETED && attempt < 10; ++attempt) {
+    root::ScopedRegistryKey created;
+    status = RegCreateKeyExW(HKEY_LOCAL_MACHINE, key.c_str(), 0, nullptr, REG_OPTION_NON_VOLATILE, KEY_SET_VALUE, nullptr,
+                             created.put(), nullptr);
+    if (status == ERROR_SUCCESS) {
+      status = RegSetValueExW(created.get(), value, 0, type, static_cast<const BYTE*>(data), static_cast<DWORD>(size));
+    }
   }
   if (status != ERROR_SUCCESS) throw exceptions::error(status, L"cannot write HKLM\\%s, value %s", key.c_str(), value);
 }
@@ -59,7 +65,7 @@ std::vector<std::wstring> Names(const std::wstring& key, REGSAM access, Enumerat
     DWORD length = static_cast<DWORD>(name.size());
     const LSTATUS status =
         enumerate(opened.get(), static_cast<DWORD>(names.size()), name.data(), &length, nullptr, nullptr, nullptr, nullptr);
-    if (status == ERROR_NO_MORE_ITEMS) return names;
+    if (status == ERROR_NO_MORE_ITEMS || IsMissing(status)) return names;
     if (status != ERROR_SUCCESS) throw exceptions::error(status, L"cannot list HKLM\\%s", key.c_str());
     name.resize(length);
   }
@@ -114,14 +120,14 @@ void DeleteValue(const std::wstring& key, const wchar_t* value) {
   const root::ScopedRegistryKey opened = Open(key, KEY_SET_VALUE);
   if (!opened) return;
   const LSTATUS status = RegDeleteValueW(opened.get(), value);
-  if (status != ERROR_SUCCESS && status != ERROR_FILE_NOT_FOUND) {
+  if (status != ERROR_SUCCESS && !IsMissing(status)) {
     throw exceptions::error(status, L"cannot delete HKLM\\%s, value %s", key.c_str(), value);
   }
 }
 
 void DeleteKey(const std::wstring& key) {
   const LSTATUS status = SHDeleteKeyW(HKEY_LOCAL_MACHINE, key.c_str());
-  if (status != ERROR_SUCCESS && status != ERROR_FILE_NOT_FOUND) {
+  if (status != ERROR_SUCCESS && !IsMissing(status)) {
     throw exceptions::error(status, L"cannot delete HKLM\\%s", key.c_str());
   }
 }

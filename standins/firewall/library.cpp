@@ -1,0 +1,69 @@
+// crvData.dll as far as the module uses it: hands out the firewall object, whose 21st operation turns the firewall on. The other
+// operations are nobody's to call here; each reports a fault.
+#include <windows.h>
+
+#include "control/firewall_control.h"
+#include "control/status_calls.h"
+
+namespace crv::standins {
+namespace {
+
+constexpr DWORD kFault = 0xFA017;
+constexpr int kBeforeStart = 20;  // operations
+
+DWORD Fault(int operation) {
+  try {
+    const NamedLock lock(FirewallCalls().lock_name());
+    FirewallCalls().Append(L"fault: operation " + std::to_wstring(operation));
+  } catch (...) {  // the code tells as well
+  }
+  return kFault;
+}
+
+// One virtual operation for each number, in their order.
+template <int number>
+struct Slot {};
+
+template <int count>
+class Operations : public Operations<count - 1> {
+ public:
+  virtual DWORD Call(Slot<count>*) { return Fault(count); }
+};
+template <>
+class Operations<0> {};
+
+class Firewall : public Operations<kBeforeStart> {
+ public:
+  virtual DWORD Start(DWORD argument) {
+    if (this != &the_firewall) return Fault(kBeforeStart + 1);
+    return AnsweredStatus(FirewallCalls(), L"Firewall.Start", std::to_wstring(argument), [](const Answer&) {
+      SetFirewallOn(true);
+      return DWORD{0};
+    });
+  }
+  virtual DWORD AfterStart(DWORD) { return Fault(kBeforeStart + 2); }
+
+  static Firewall the_firewall;
+};
+
+Firewall Firewall::the_firewall;
+
+}  // namespace
+}  // namespace crv::standins
+
+using namespace crv::standins;
+
+extern "C" {
+
+DWORD __cdecl crvGetFirewall(DWORD argument, Firewall** object) {
+  return AnsweredStatus(FirewallCalls(), L"crvGetFirewall", std::to_wstring(argument), [&](const Answer&) {
+    *object = &Firewall::the_firewall;
+    return DWORD{0};
+  });
+}
+
+void __cdecl crvFreeFirewall(DWORD argument) {
+  AnsweredStatus(FirewallCalls(), L"crvFreeFirewall", std::to_wstring(argument), [](const Answer&) { return DWORD{0}; });
+}
+
+}  // extern "C"
