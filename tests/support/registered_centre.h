@@ -1,24 +1,36 @@
-// Security Center's COM class (the stand-in security_center.dll beside the test program) registered for this process alone, on a
-// thread that has joined COM's multithreaded apartment. Its state lives under HKEY_LOCAL_MACHINE, redirected or not.
+// COM classes of the stand-ins (libraries beside the test program) registered for this process alone, on a thread that has joined
+// COM's multithreaded apartment. Their state lies under HKEY_LOCAL_MACHINE, redirected or not.
 #pragma once
 
 #include <windows.h>
 
 namespace crv::test {
 
-class RegisteredCentre {
+class RegisteredClass {
  public:
-  RegisteredCentre();  // fails the running test when the class cannot be registered
-  ~RegisteredCentre();
-  RegisteredCentre(const RegisteredCentre&) = delete;
-  RegisteredCentre& operator=(const RegisteredCentre&) = delete;
+  RegisteredClass(const wchar_t* library, REFCLSID class_id);  // fails the running test when the class cannot be registered
+  ~RegisteredClass();
+  RegisteredClass(const RegisteredClass&) = delete;
+  RegisteredClass& operator=(const RegisteredClass&) = delete;
 
-  // Interface pointers of the class that are still held.
+  // Interface pointers of the library's objects that are still held.
   long live_objects() const;
 
  private:
   HMODULE library_ = nullptr;
   DWORD registration_ = 0;
+};
+
+// Security Center's class for products.
+class RegisteredCentre : public RegisteredClass {
+ public:
+  RegisteredCentre();
+};
+
+// WMI's locator, with Security Center's namespaces behind it.
+class RegisteredWmi : public RegisteredClass {
+ public:
+  RegisteredWmi();
 };
 
 }  // namespace crv::test
