@@ -12,7 +12,10 @@ DWORD MappedFileName(HANDLE process, void* address, wchar_t* name, DWORD size) {
   constexpr wchar_t kDosDevices[] = L"\\??\\";
   constexpr DWORD kPrefixLength = 4;
   // A name that did not fit has its whole length for an answer and is not there to be read.
-  if (length >= size || length < kPrefixLength + 2 || std::wcsncmp(name, kDosDevices, kPrefixLength) != 0 || name[kPrefixLength + 1] != L':') return length;
+  if (length >= size || length < kPrefixLength + 2 || std::wcsncmp(name, kDosDevices, kPrefixLength) != 0 ||
+      name[kPrefixLength + 1] != L':') {
+    return length;
+  }
 
   const wchar_t drive[] = {name[kPrefixLength], L':', L'\0'};
   wchar_t device[MAX_PATH];
