@@ -9,8 +9,7 @@ namespace {
 
 struct State {
   OptionalFunctionTable table;
-  CRITICAL_SECTION lock = {};  // made once and never destroyed
-  bool has_lock = false;
+  CRITICAL_SECTION lock = {};  // made with the first reference on the first stage and never destroyed
 };
 
 State& TheState() {
@@ -110,7 +109,6 @@ DWORD OsInfoAcquire() {
   if (state.table.first_stage_count == 0) {
     // With the spin count this reports a shortage of memory on every system; without it Windows XP raises an exception.
     if (!InitializeCriticalSectionAndSpinCount(&state.lock, 0)) return GetLastError();
-    state.has_lock = true;
     ReadSizes(state.table);
     ReadVersion(state.table);
   }
@@ -120,7 +118,7 @@ DWORD OsInfoAcquire() {
 
 DWORD OptionalTableInit(std::uint32_t flags) {
   State& state = TheState();
-  if (!state.has_lock) {
+  if (state.table.first_stage_count == 0) {
     if (const DWORD result = OsInfoAcquire(); result != ERROR_SUCCESS) return result;
   }
   OptionalFunctionTable& table = state.table;

@@ -29,7 +29,8 @@ bool ReportResultOf(Work work) noexcept {
 
 bool IsEmpty(const wchar_t* text) { return !text || !*text; }
 
-LSTATUS ReadValue(HKEY root, const wchar_t* subkey, const wchar_t* name, std::vector<std::uint8_t>& data, DWORD& type, REGSAM view) {
+LSTATUS ReadValue(HKEY root, const wchar_t* subkey, const wchar_t* name, std::vector<std::uint8_t>& data, DWORD& type,
+                  REGSAM view) {
   if (!root || IsEmpty(subkey)) return ERROR_INVALID_PARAMETER;
   ScopedRegistryKey key;
   LSTATUS result = RegOpenKeyExW(root, subkey, 0, KEY_QUERY_VALUE | view, key.put());
@@ -105,8 +106,8 @@ LSTATUS WriteDword(const wchar_t* subkey, const wchar_t* name, std::uint32_t val
 LSTATUS DeleteEmptyKey(HKEY root, const wchar_t* subkey, REGSAM view) {
   using RegDeleteKeyExFunction = LSTATUS WINAPI(HKEY, const wchar_t*, REGSAM, DWORD);
   const HMODULE advapi32 = GetModuleHandleW(L"advapi32");
-  auto* const delete_in_view =
-      advapi32 ? reinterpret_cast<RegDeleteKeyExFunction*>(reinterpret_cast<void*>(GetProcAddress(advapi32, "RegDeleteKeyExW"))) : nullptr;
+  const FARPROC address = advapi32 ? GetProcAddress(advapi32, "RegDeleteKeyExW") : nullptr;
+  auto* const delete_in_view = reinterpret_cast<RegDeleteKeyExFunction*>(reinterpret_cast<void*>(address));
   return delete_in_view ? delete_in_view(root, subkey, view, 0) : RegDeleteKeyW(root, subkey);
 }
 
@@ -127,8 +128,7 @@ LSTATUS DeleteTree(HKEY root, const wchar_t* subkey, REGSAM view) {
 
 bool KeyExists(const wchar_t* subkey, REGSAM view) noexcept {
   if (IsEmpty(subkey)) return Report(ERROR_INVALID_PARAMETER);
-  ScopedRegistryKey key;
-  const LSTATUS result = RegOpenKeyExW(HKEY_LOCAL_MACHINE, subkey, 0, KEY_QUERY_VALUE | view, key.put());
+  const LSTATUS result = RegOpenKeyExW(HKEY_LOCAL_MACHINE, subkey, 0, KEY_QUERY_VALUE | view, ScopedRegistryKey().put());
   Report(result == ERROR_FILE_NOT_FOUND ? ERROR_SUCCESS : result);
   return result == ERROR_SUCCESS;
 }
