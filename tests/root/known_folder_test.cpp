@@ -42,9 +42,10 @@ TEST(KnownFolder, AsksTheShellThenFallsBackForTwoFoldersAndReportsEveryFailure) 
           EXPECT_TRUE(!window && !token && which == SHGFP_TYPE_CURRENT && static_cast<std::uint32_t>(csidl) == c.csidl);
           return c.shell;
         });
-    const test::ImportFake<decltype(GetWindowsDirectoryW)> windows("kernel32.dll", "GetWindowsDirectoryW", [&](auto, auto path, auto) {
-      return std::wcscpy(path, L"X:\\WIN"), SetLastError(ERROR_INVALID_DRIVE), c.windows_length;
-    });
+    const test::ImportFake<decltype(GetWindowsDirectoryW)> windows(
+        "kernel32.dll", "GetWindowsDirectoryW", [&](auto, auto path, auto) {
+          return std::wcscpy(path, L"X:\\WIN"), SetLastError(ERROR_INVALID_DRIVE), c.windows_length;
+        });
     if (!c.registry.empty()) {
       SHSetValueW(HKEY_LOCAL_MACHINE, L"SOFTWARE\\Microsoft\\Windows\\CurrentVersion\\Explorer\\Shell Folders", L"Common AppData",
                   REG_SZ, c.registry.c_str(), c.registry.size() * sizeof(wchar_t));

@@ -17,8 +17,8 @@ namespace crv::root {
 namespace {
 
 struct Volume {
-  std::wstring name;     // without its trailing backslash
-  const wchar_t* device;  // null: QueryDosDeviceW fails
+  std::wstring name;                        // without its trailing backslash
+  const wchar_t* device;                    // null: QueryDosDeviceW fails
   std::optional<std::wstring> mounts = {};  // each with its NUL; without any GetVolumePathNamesForVolumeNameW fails
 };
 
@@ -47,7 +47,8 @@ TEST(NtPath, ConvertsByItsTableAndEndsEverySearch) {
       {L"\\Device\\HarddiskVolume10\\f", L"\\\\?\\Volume{4}\\f"},
       {L"\\device\\harddiskVolume1\\f", L"", "error 0000007b Unable to retrieve volume paths for volume '\\device\\'!"},
       {L"\\Device\\Broken\\f", L"", "error 0000007b Unable to retrieve volume paths for volume '\\\\?\\Volume{5}\\'!"},
-      {L"\\Device\\HarddiskVolume1", L"", "error 00000003 Unable to convert NT path '\\Device\\HarddiskVolume1' to a volume GUID path!"},
+      {L"\\Device\\HarddiskVolume1", L"",
+       "error 00000003 Unable to convert NT path '\\Device\\HarddiskVolume1' to a volume GUID path!"},
       {L"\\Device\\\x00FC", L"", "error 00000003 Unable to convert NT path '\\Device\\\xC3\xBC' to a volume GUID path!"},
       {L"\\Device\\Mup", L"", "error 00000057 Unable to convert NT path '\\Device\\Mup' to a volume GUID path!", 2, 87},
       {L"\\Device\\X\\", L"", "error 00000005 Unable to enumerate volumes!", 0, 5},
@@ -67,20 +68,23 @@ TEST(NtPath, ConvertsByItsTableAndEndsEverySearch) {
     });
     const test::ImportFake<decltype(FindNextVolumeW)> following(
         "kernel32.dll", "FindNextVolumeW", [&](auto, HANDLE, wchar_t* name, DWORD) { return next_volume(name); });
-    const test::ImportFake<decltype(FindVolumeClose)> close("kernel32.dll", "FindVolumeClose",
-                                                            [&](auto, HANDLE) { return --open_searches, SetLastError(0xBAD), TRUE; });
-    const test::ImportFake<decltype(QueryDosDeviceW)> devices("kernel32.dll", "QueryDosDeviceW", [&](auto, auto name, auto device, auto) {
-      for (const Volume& volume : machine) {
-        if (volume.device && volume.name == std::wstring(L"\\\\?\\") + name) return std::wcscpy(device, volume.device), DWORD{100};
-      }
-      return DWORD{0};
-    });
+    const test::ImportFake<decltype(FindVolumeClose)> close(
+        "kernel32.dll", "FindVolumeClose", [&](auto, HANDLE) { return --open_searches, SetLastError(0xBAD), TRUE; });
+    const test::ImportFake<decltype(QueryDosDeviceW)> devices(
+        "kernel32.dll", "QueryDosDeviceW", [&](auto, auto name, auto device, auto) {
+          for (const Volume& volume : machine) {
+            if (volume.device && volume.name == std::wstring(L"\\\\?\\") + name)
+              return std::wcscpy(device, volume.device), DWORD{100};
+          }
+          return DWORD{0};
+        });
     const test::ImportFake<decltype(GetVolumePathNamesForVolumeNameW)> mounts(
         "kernel32.dll", "GetVolumePathNamesForVolumeNameW", [&](auto, auto name, wchar_t* list, DWORD size, DWORD* needed) {
           for (const auto& volume : machine) {
             if (!volume.mounts || volume.name + L"\\" != name) continue;
             *needed = volume.mounts->size() + 1;
-            return size < *needed ? SetLastError(ERROR_MORE_DATA), FALSE : (std::copy_n(volume.mounts->c_str(), *needed, list), TRUE);
+            return size < *needed ? SetLastError(ERROR_MORE_DATA),
+                   FALSE          : (std::copy_n(volume.mounts->c_str(), *needed, list), TRUE);
           }
           return SetLastError(ERROR_INVALID_NAME), FALSE;
         });
@@ -89,7 +93,8 @@ TEST(NtPath, ConvertsByItsTableAndEndsEverySearch) {
     EXPECT_EQ(c.expected, path);
     EXPECT_EQ(0, open_searches);
   }
-  EXPECT_EQ("error 0000007b Unable to retrieve volume paths for volume 'C:'!", test::Thrown([] { VolumeGuidPathToWin32Path(L"C:"); }));
+  EXPECT_EQ("error 0000007b Unable to retrieve volume paths for volume 'C:'!",
+            test::Thrown([] { VolumeGuidPathToWin32Path(L"C:"); }));
 }
 
 // The program lies on one drive; the library, whose name is no plain text, on another.
@@ -102,7 +107,8 @@ TEST(ModulePath, LeadsFromEveryDriveToTheFile) {
   ASSERT_TRUE(CopyFileW((std::filesystem::path(program).parent_path() / L"path_probe.dll").c_str(), copy.c_str(), FALSE));
   const HMODULE probe = LoadLibraryW(copy.c_str());
   ASSERT_TRUE(probe) << GetLastError();
-  reinterpret_cast<void (*)(wchar_t*, std::size_t)>(reinterpret_cast<void*>(GetProcAddress(probe, "PathOfProbe")))(own_path, MAX_PATH);
+  reinterpret_cast<void (*)(wchar_t*, std::size_t)>(reinterpret_cast<void*>(GetProcAddress(probe, "PathOfProbe")))(own_path,
+                                                                                                                   MAX_PATH);
   EXPECT_EQ(copy, own_path);
   EXPECT_EQ(copy, GetModulePath(probe));
   FreeLibrary(probe);

@@ -112,7 +112,7 @@ TEST_F(Registry, ExpandsAVariableThatGrowsMeanwhileAndReportsAFailure) {
       });
   Store(nullptr, REG_EXPAND_SZ, Wide(L"%CRV_SHORT%"));
   std::wstring text;
-  for (const DWORD error : {0, ERROR_INVALID_LEVEL}) {
+  for (const DWORD error : {0L, ERROR_INVALID_LEVEL}) {
     fails = error != 0;
     EXPECT_EQ(!fails, QueryString(HKEY_LOCAL_MACHINE, kKey, L"", text, 0));
     EXPECT_EQ(error, GetLastError());
@@ -144,7 +144,8 @@ TEST_F(Registry, WritesDwordsIntoKeysThatItMakes) {
   std::uint32_t value = 0;
   EXPECT_TRUE(QueryDword(kKey, L"number", value, 0));
   EXPECT_EQ(0xFFFFFFFEu, value);
-  const test::ImportFake<decltype(RegSetValueExW)> fake("advapi32.dll", "RegSetValueExW", [](auto...) { return ERROR_DISK_FULL; });
+  const test::ImportFake<decltype(RegSetValueExW)> fake("advapi32.dll", "RegSetValueExW",
+                                                        [](auto...) { return ERROR_DISK_FULL; });
   EXPECT_FALSE(SetDword(kKey, L"number", 1, 0));
   EXPECT_EQ(DWORD{ERROR_DISK_FULL}, GetLastError());
 }
@@ -160,7 +161,8 @@ TEST_F(Registry, EveryHelperReportsBadArgumentsAndKeysAndValuesThatItCannotRead)
     DWORD null_root, missing, too_big;
   } const cases[] = {
       {[&](HKEY, auto key, REGSAM view) { return KeyExists(key, view); }, KEY_QUERY_VALUE, 0, 0, 0},
-      {[&](HKEY root, auto key, REGSAM view) { return QueryValue(root, key, L"big", data, type, view); }, KEY_QUERY_VALUE, 87, 2, 8},
+      {[&](HKEY root, auto key, REGSAM view) { return QueryValue(root, key, L"big", data, type, view); }, KEY_QUERY_VALUE, 87, 2,
+       8},
       {[&](HKEY root, auto key, REGSAM view) { return QueryString(root, key, L"big", text, view); }, KEY_QUERY_VALUE, 87, 2, 8},
       {[&](HKEY, auto key, REGSAM view) { return QueryDword(key, L"big", number, view); }, KEY_QUERY_VALUE, 8, 2, 8},
       {[&](HKEY root, auto key, REGSAM view) { return DeleteKeyTree(root, key, view); }, KEY_ENUMERATE_SUB_KEYS, 87, 2, 0},
@@ -169,8 +171,8 @@ TEST_F(Registry, EveryHelperReportsBadArgumentsAndKeysAndValuesThatItCannotRead)
   for (const auto& c : cases) {
     SCOPED_TRACE(testing::Message() << "row " << (&c - cases));
     Store(L"big", REG_SZ, Bytes(300000, 'a'));
-    const test::ImportFake<void*(std::size_t)> fake("msvcrt.dll", "malloc",
-                                                    [](auto real, std::size_t size) { return size < 100000 ? real(size) : nullptr; });
+    const test::ImportFake<void*(std::size_t)> fake(
+        "msvcrt.dll", "malloc", [](auto real, std::size_t size) { return size < 100000 ? real(size) : nullptr; });
     const auto code = [&](HKEY root, const wchar_t* key, REGSAM view) {
       const bool done = c.helper(root, key, view);
       const DWORD error = GetLastError();
@@ -221,10 +223,11 @@ TEST_F(Registry, DeletesTreesDepthFirst) {
     EXPECT_EQ(0u, GetLastError());
     for (const std::wstring& key : c.keys) SHSetValueW(HKEY_LOCAL_MACHINE, (L"Software\\t" + key).c_str(), L"v", REG_SZ, L"", 2);
     SHSetValueW(HKEY_LOCAL_MACHINE, L"Software\\t2", L"v", REG_SZ, L"", 2);
-    const test::ImportFake<decltype(GetProcAddress)> look_up("kernel32.dll", "GetProcAddress", [&](auto, HMODULE module, auto name) {
-      EXPECT_TRUE(module == GetModuleHandleW(L"advapi32") && name == std::string("RegDeleteKeyExW"));
-      return c.has_views ? reinterpret_cast<FARPROC>(reinterpret_cast<void*>(&DeleteInView)) : nullptr;
-    });
+    const test::ImportFake<decltype(GetProcAddress)> look_up(
+        "kernel32.dll", "GetProcAddress", [&](auto, HMODULE module, auto name) {
+          EXPECT_TRUE(module == GetModuleHandleW(L"advapi32") && name == std::string("RegDeleteKeyExW"));
+          return c.has_views ? reinterpret_cast<FARPROC>(reinterpret_cast<void*>(&DeleteInView)) : nullptr;
+        });
     const test::ImportFake<decltype(RegDeleteKeyW)> without_view(
         "advapi32.dll", "RegDeleteKeyW", [](auto, HKEY root, auto subkey) { return DeleteInView(root, subkey, 0, 0); });
     const test::ImportFake<decltype(RegEnumKeyW)> enumerate("advapi32.dll", "RegEnumKeyW", [&](auto real, auto... arguments) {
