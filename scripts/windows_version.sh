@@ -25,6 +25,7 @@ import_registry() {
 # program: there the machine's own version values say it.
 set_windows_version() {
   local name lines=() service_pack
+  restore_windows_version
   for name in CurrentVersion CurrentBuildNumber CSDVersion; do
     lines+=("\"$name\"=\"$(registry_value "$VERSION_KEY" "$name")\"")
   done
