@@ -41,7 +41,7 @@ DWORD Work(const std::wstring& operation, bool wait) {
   if (!behaviour.new_directory.empty()) {
     MoveNewInstaller(setup_folder, behaviour.new_directory);
   } else if (operation == kRepair && behaviour.exit_code == 0) {
-    WriteSetupSettings(setup_folder, L"New");
+    MoveNewInstaller(setup_folder, L"New");
   }
   if (behaviour.remove_settings) DeleteFileW((setup_folder + L"\\setup.ini").c_str());
   if (behaviour.leave_reboot) LeaveRebootMarker();
