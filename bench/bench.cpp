@@ -42,5 +42,6 @@ void PrintRow(const char* name, int rounds, const std::function<void()>& ours, c
 int main() {
   std::printf("%-64s %15s %15s %8s\n", "what (medians)", "module", "bare", "ratio");
   crv::bench::CommandLineRows();
+  crv::bench::SystemRows();
   crv::bench::RequestRows();
 }

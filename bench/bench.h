@@ -11,5 +11,6 @@ void PrintRow(const char* name, int rounds, const std::function<void()>& ours, c
 
 void CommandLineRows();
 void RequestRows();
+void SystemRows();
 
 }  // namespace crv::bench
