@@ -48,7 +48,7 @@ void LogException(const Tag& tag, const std::exception& exception, const char* c
 void LogExceptionAtLevel(LogLevel level, const Tag& tag, const std::exception& exception, const char* context, ...)
     CRV_PRINTF(4, 5);
 
-// Opens the log file, once per call of `run`. The folder is not made here; what becomes of earlier records is the library's concern.
+// Opens the log file. Its folder is not made here, and what becomes of records logged before is the library's concern.
 void OpenLogFile(const std::wstring& path);
 
 // Collects text and writes it as one record when it ends. It keeps the logger from its construction on; without one it writes

@@ -3,6 +3,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <cstring>
 #include <stdexcept>
 
 #include "base/exceptions.h"
@@ -75,6 +76,34 @@ TEST(Log, AStreamThatEndsDuringAnotherFailureKeepsThatFailure) {
   } catch (const exceptions::error& failure) {
     EXPECT_EQ(7u, failure.code());
   }
+}
+
+TEST(Log, AStreamKeepsTheLoggerOfItsStart) {
+  test::CapturedLog captured;
+  {
+    log::LogStream stream(log::LogLevel::error, tag);
+    EXPECT_EQ(1, captured.live_references()) << "the logger and not the module";
+    captured.Behave(test::CapturedLog::Behaviour::no_logger);
+    stream << L"late";
+  }
+  EXPECT_THAT(captured.lines(), ElementsAre("variadic 4 wsc: late"));
+}
+
+// The compiler keeps a virtual operation as one more than its offset in bytes.
+template <typename Member>
+std::size_t SlotOf(Member member) {
+  std::uintptr_t place;
+  std::memcpy(&place, &member, sizeof(place));
+  return (place - 1) / sizeof(void*);
+}
+
+TEST(Log, TheLibrarysOperationsHaveTheirPlaces) {
+  using log::detail::ILogger;
+  const std::size_t slots[] = {SlotOf(&ILogger::LogWideVariadic),     SlotOf(&ILogger::LogException),
+                               SlotOf(&ILogger::LogExceptionAtLevel), SlotOf(&ILogger::LogWide),
+                               SlotOf(&ILogger::LogNarrow),           SlotOf(&ILogger::OpenLogFile)};
+  EXPECT_THAT(slots, ElementsAre(0u, 1u, 2u, 3u, 4u, 5u));
+  EXPECT_EQ(0u, SlotOf(&log::detail::ILogModule::Logger));
 }
 
 TEST(Log, TagsAreCutToElevenCharacters) {

