@@ -42,10 +42,17 @@ root::ScopedService Open(const std::wstring& name, DWORD access) {
   return service;
 }
 
+// The state; SERVICE_STOPPED also for a service whose program died without a word, whatever it had said before.
 DWORD StateOf(SC_HANDLE service, const std::wstring& name) {
-  SERVICE_STATUS status = {};
-  if (!QueryServiceStatus(service, &status)) Fail(L"query", name);
-  return status.dwCurrentState;
+  SERVICE_STATUS_PROCESS status = {};
+  DWORD needed = 0;
+  if (!QueryServiceStatusEx(service, SC_STATUS_PROCESS_INFO, reinterpret_cast<BYTE*>(&status), sizeof(status), &needed)) {
+    Fail(L"query", name);
+  }
+  if (status.dwServiceType != SERVICE_WIN32_OWN_PROCESS || status.dwCurrentState == SERVICE_STOPPED) return status.dwCurrentState;
+  const root::ScopedKernelHandle process(OpenProcess(SYNCHRONIZE, FALSE, status.dwProcessId));
+  const bool lives = process && WaitForSingleObject(process.get(), 0) == WAIT_TIMEOUT;
+  return lives ? status.dwCurrentState : SERVICE_STOPPED;
 }
 
 bool WaitFor(SC_HANDLE service, const std::wstring& name, DWORD state, DWORD limit) {
@@ -85,14 +92,6 @@ void Install(const std::wstring& name, DWORD type, const std::wstring& image, DW
 // From any state to stopped.
 void StopForSure(SC_HANDLE service, const std::wstring& name) {
   Behave(name, {});
-  switch (StateOf(service, name)) {
-    case SERVICE_STOPPED:
-      return;
-    case SERVICE_START_PENDING:
-      // It takes no request before it runs, or it gives up.
-      for (DWORD waited = 0; waited < kLimit && StateOf(service, name) == SERVICE_START_PENDING; waited += kLook) Sleep(kLook);
-      break;
-  }
   if (StateOf(service, name) == SERVICE_RUNNING) Stop(service, name);
   if (!WaitFor(service, name, SERVICE_STOPPED, kLimit)) throw exceptions::error(ERROR_TIMEOUT, L"%s does not stop", name.c_str());
 }
@@ -185,10 +184,9 @@ void MakeServiceHealthy(const std::wstring& name) {
   SetStartType(name, SERVICE_AUTO_START);
   const root::ScopedService service = Open(name, SERVICE_ALL_ACCESS);
   Behave(name, {});
-  if (StateOf(service.get(), name) == SERVICE_STOP_PENDING && !WaitFor(service.get(), name, SERVICE_STOPPED, kLimit)) {
-    throw exceptions::error(ERROR_TIMEOUT, L"%s does not stop", name.c_str());
-  }
-  if (StateOf(service.get(), name) == SERVICE_STOPPED) Start(service.get(), name);
+  if (StateOf(service.get(), name) == SERVICE_RUNNING) return;
+  StopForSure(service.get(), name);
+  Start(service.get(), name);
   if (!WaitFor(service.get(), name, SERVICE_RUNNING, kLimit)) throw exceptions::error(ERROR_TIMEOUT, L"%s does not run", name.c_str());
 }
 

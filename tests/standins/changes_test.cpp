@@ -22,18 +22,15 @@ constexpr DWORD kQuiet = 200;     // ms: four times as long as the library takes
 struct Listener {
   std::atomic<DWORD> calls{0};
   std::atomic<DWORD> thread{0};
-  std::atomic<bool> inside{false};
   root::ScopedKernelHandle entered{CreateEventW(nullptr, TRUE, FALSE, nullptr)};
   root::ScopedKernelHandle let_go{CreateEventW(nullptr, TRUE, TRUE, nullptr)};
 
   static DWORD WINAPI Called(void* context) {
     auto* const self = static_cast<Listener*>(context);
-    self->inside = true;
     self->thread = GetCurrentThreadId();
     ++self->calls;
     SetEvent(self->entered.get());
     WaitForSingleObject(self->let_go.get(), kLimit);
-    self->inside = false;
     return 0;
   }
   bool HasCalls(DWORD count) const {
@@ -125,22 +122,25 @@ TEST_F(Changes, EndWithTheRegistration) {
   ResetEvent(listener_.let_go.get());
   RequestNotifications(1'000, 1'000'000);
   EXPECT_EQ(WAIT_OBJECT_0, WaitForSingleObject(listener_.entered.get(), kLimit));
-  // The callback is inside when the registration is taken back; it is let go a moment later.
-  struct LetGo {
-    static DWORD WINAPI Run(void* listener) {
-      Sleep(50);
-      SetEvent(static_cast<Listener*>(listener)->let_go.get());
-      return 0;
+  // Taken back by another thread while the callback is inside.
+  struct TakeBack {
+    UnRegisterFunction unregister;
+    HANDLE registration;
+    static DWORD WINAPI Run(void* self) {
+      const auto* const call = static_cast<TakeBack*>(self);
+      return static_cast<DWORD>(call->unregister(call->registration));
     }
-  };
-  const root::ScopedKernelHandle thread(CreateThread(nullptr, 0, &LetGo::Run, &listener_, 0, nullptr));
-  EXPECT_EQ(S_OK, UnRegister(registration));
-  EXPECT_FALSE(listener_.inside);
-  const DWORD calls = listener_.calls;
+  } take_back = {Function<UnRegisterFunction>("WscUnRegisterChanges"), registration};
+  const root::ScopedKernelHandle thread(CreateThread(nullptr, 0, &TakeBack::Run, &take_back, 0, nullptr));
+  EXPECT_EQ(DWORD{WAIT_TIMEOUT}, WaitForSingleObject(thread.get(), 500)) << "it returned while the callback ran";
+  SetEvent(listener_.let_go.get());
+  ASSERT_EQ(WAIT_OBJECT_0, WaitForSingleObject(thread.get(), kLimit));
+  DWORD result = STILL_ACTIVE;
+  GetExitCodeThread(thread.get(), &result);
+  EXPECT_EQ(static_cast<DWORD>(S_OK), result);
   Sleep(kQuiet);
-  EXPECT_EQ(calls, listener_.calls);
+  EXPECT_EQ(1u, listener_.calls);
   EXPECT_EQ(HRESULT_FROM_WIN32(ERROR_INVALID_HANDLE), UnRegister(registration));
-  WaitForSingleObject(thread.get(), kLimit);
 }
 
 TEST_F(Changes, AreRefusedAsScripted) {

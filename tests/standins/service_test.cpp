@@ -3,6 +3,7 @@
 
 #include "control/registry.h"
 #include "control/service_control_panel.h"
+#include "root/scoped_handle.h"
 #include "standins/child.h"
 #include "support/thrown.h"
 
@@ -32,6 +33,14 @@ class Service : public testing::Test {
   void StartAndReach(DWORD state) {
     RequestStart(kName);
     EXPECT_TRUE(WaitForState(kName, state)) << "state " << FindService(kName)->state;
+  }
+  static DWORD ProcessId() {
+    const root::ScopedService manager(OpenSCManagerW(nullptr, nullptr, SC_MANAGER_CONNECT));
+    const root::ScopedService service(OpenServiceW(manager.get(), kName, SERVICE_QUERY_STATUS));
+    SERVICE_STATUS_PROCESS status = {};
+    DWORD needed = 0;
+    EXPECT_TRUE(QueryServiceStatusEx(service.get(), SC_STATUS_PROCESS_INFO, reinterpret_cast<BYTE*>(&status), sizeof(status), &needed));
+    return status.dwProcessId;
   }
 };
 
@@ -96,6 +105,13 @@ TEST_F(Service, IsMadeHealthyFromEveryState) {
   RequestStop(kName);
   MakeServiceHealthy(kName);
   EXPECT_EQ(DWORD{SERVICE_RUNNING}, FindService(kName)->state);
+  const DWORD killed = ProcessId();
+  const root::ScopedKernelHandle process(OpenProcess(PROCESS_TERMINATE | SYNCHRONIZE, FALSE, killed));
+  EXPECT_TRUE(TerminateProcess(process.get(), 1));
+  WaitForSingleObject(process.get(), 10'000);
+  MakeServiceHealthy(kName);
+  EXPECT_EQ(DWORD{SERVICE_RUNNING}, FindService(kName)->state);
+  EXPECT_NE(killed, ProcessId());
 }
 
 // What a person does with it.
@@ -114,12 +130,9 @@ TEST_F(CentreService, SaysHowTheServiceIsAndBehaves) {
     const char* row;
   } steps[] = {{L"start", "running  on demand   normal"},
                {L"refuse-stop", "running  on demand   refuses to stop"},
-               {L"normal", "running  on demand   normal"},
-               {L"stop", "stopped  on demand   normal"},
-               {L"disable", "stopped  disabled    normal"},
-               {L"slow 250", "stopped  disabled    starts in 250 ms"},
-               {L"slow-stop 40", "stopped  disabled    starts in 250 ms, stops in 40 ms"},
-               {L"refuse 0x424", "stopped  disabled    ends at start with 1060, stops in 40 ms"}};
+               {L"slow 250", "running  on demand   starts in 250 ms, refuses to stop"},
+               {L"refuse 0x424", "running  on demand   ends at start with 1060, refuses to stop"},
+               {L"normal", "running  on demand   normal"}};
   for (const auto& step : steps) {
     EXPECT_EQ(0u, Run(step.words).code);
     EXPECT_THAT(Run(L"status").output, HasSubstr(std::string("\r\ncrv_standin_service  ") + step.row + "\r\n")) << step.words;
