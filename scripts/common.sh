@@ -9,6 +9,7 @@ CACHE=${XDG_CACHE_HOME:-${HOME:?neither XDG_CACHE_HOME nor HOME is set}/.cache}/
 DEBIAN_PACKAGES=(
   g++-mingw-w64-i686-posix gcc-mingw-w64-i686-win32-runtime cmake ninja-build libboost-dev googletest  # the Windows build
   g++                         # the native build under the sanitizers
+  clang-14 libclang-rt-14-dev # the fuzzers in it
   libc6-i386                  # the loader of 32-bit Wine
   python3 python3-pefile      # the look at the finished DLL
 )
