@@ -126,7 +126,9 @@ int RunHost(const std::wstring& tail) {
   PrintNewLines(before);
   const std::vector<std::wstring> changed = ShowAreas();
   for (std::size_t i = 0; i < changed.size(); ++i) {
-    if (Areas()[i]->show_after_run || changed[i] != stage[i]) Print(changed[i]);
+    if (!Areas()[i]->show_after_run && changed[i] == stage[i]) continue;
+    if (i > 0) PrintLine();
+    Print(changed[i]);
   }
   wchar_t last[32];
   _snwprintf(last, std::size(last), L"result 0x%08x", static_cast<unsigned>(result));
