@@ -21,11 +21,9 @@ namespace {
 
 using standins::kCenterService;
 using standins::kDefenderService;
-using testing::Contains;
 using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
-using testing::Not;
 
 constexpr wchar_t kRegisterFirewall[] = L"/svc /register /firewall";
 constexpr wchar_t kAntiVirusOn[] = L"/svc /update /antivirus /state:on /signatures:up_to_date";
@@ -103,15 +101,6 @@ TEST_F(SystemScenario, ADisabledSecurityCenterIsWaitedForUntilSomebodyStartsIt) 
   EXPECT_FALSE(standins::SomebodyListens());
 }
 
-TEST_F(SystemScenario, ARefusedRegistrationForChangesIsReported) {
-  Stop(kCenterService);
-  standins::SetStartType(kCenterService, SERVICE_DISABLED);
-  standins::ChangesCalls().Script(standins::kRegisterForChanges, {L"0x80070005"});
-  const test::HostRun run = test::RunHost(kRegisterFirewall);
-  EXPECT_EQ(0x80070005u, run.result);
-  EXPECT_THAT(run.log.back(), HasSubstr("run: WscRegisterForChanges (code 0x80070005)"));
-}
-
 TEST_F(SystemScenario, DefenderFollowsTheSuiteOnWindows7Only) {
   EXPECT_EQ(0u, test::RunHost(kAntiVirusOn).result);
   EXPECT_EQ(DWORD{SERVICE_RUNNING}, StateOf(kDefenderService));
@@ -129,15 +118,6 @@ TEST_F(SystemScenario, DefenderFollowsTheSuiteOnWindows7Only) {
   EXPECT_EQ("info wsc: windows defender operation succeeded", gone.log.back());
   EXPECT_TRUE(standins::WaitForState(kDefenderService, SERVICE_RUNNING));
   EXPECT_NE(0u, SHGetValueW(HKEY_LOCAL_MACHINE, kPolicyKey, L"DisableAntiSpyware", nullptr, nullptr, nullptr));
-}
-
-TEST_F(SystemScenario, ADefenderThatWillNotStopCostsNoResult) {
-  standins::Behave(kDefenderService, {.refuse_stop = true});
-  const test::HostWindowsVersion windows(L"win7");
-  const test::HostRun run = test::RunHost(kAntiVirusOn);
-  EXPECT_EQ(0u, run.result);
-  EXPECT_THAT(run.log.back(), HasSubstr("error wsc: change_defender_status: Unable to send control code to the service 'WinDefend'! "
-                                        "(code 0x0000041c)"));
 }
 
 TEST_F(SystemScenario, AnUntrustedParentIsRefusedBeforeAnythingElse) {

@@ -59,7 +59,7 @@ class Wmi : public testing::Test {
   int puts_ = 0;
   int clears_ = 0;
   test::ImportFake<decltype(VariantClear)> clear_{"oleaut32.dll", "VariantClear", [this](auto* real, VARIANT* value) {
-                                                    ++clears_;
+                                                    clears_ += V_VT(value) != VT_EMPTY;
                                                     return real(value);
                                                   }};
 };

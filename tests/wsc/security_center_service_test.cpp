@@ -39,6 +39,23 @@ class Readiness : public testing::Test {
                                              if (milliseconds < 100) return real(milliseconds);  // the runtime's own
                                              slept_ += milliseconds;
                                            }};
+
+  // What the wait for the event does instead of an hour's waiting: runs `meanwhile_`, then answers `wait_result_`, or what the
+  // event says if there is none. The time-outs are kept. The runtime's own waits are short or endless.
+  DWORD Wait(decltype(WaitForSingleObject)* real, HANDLE handle, DWORD milliseconds) {
+    if (milliseconds < 1000 || milliseconds == INFINITE) return real(handle, milliseconds);
+    waits_.push_back(milliseconds);
+    if (meanwhile_) meanwhile_();
+    if (!wait_result_) return real(handle, 10'000);
+    SetLastError(ERROR_INVALID_HANDLE);
+    return *wait_result_;
+  }
+
+  std::vector<DWORD> waits_;
+  std::function<void()> meanwhile_;
+  std::optional<DWORD> wait_result_ = WAIT_TIMEOUT;
+  test::ImportFake<decltype(WaitForSingleObject)> wait_{"kernel32.dll", "WaitForSingleObject",
+                                                        [this](auto... arguments) { return Wait(arguments...); }};
 };
 
 TEST_F(Readiness, ARunningServiceIsAskedOnceAndNothingElseHappens) {
@@ -108,23 +125,6 @@ class DisabledService : public Readiness {
     SetStart(REG_DWORD, SERVICE_DISABLED, sizeof(DWORD));
     services_.States({SERVICE_STOPPED});
   }
-
-  // What the wait for the event does instead of an hour's waiting: runs `meanwhile_`, then answers `wait_result_`, or what the
-  // event says if there is none. The time-outs are kept. The runtime's own waits are short or endless.
-  DWORD Wait(decltype(WaitForSingleObject)* real, HANDLE handle, DWORD milliseconds) {
-    if (milliseconds < 1000 || milliseconds == INFINITE) return real(handle, milliseconds);
-    waits_.push_back(milliseconds);
-    if (meanwhile_) meanwhile_();
-    if (!wait_result_) return real(handle, 10'000);
-    SetLastError(ERROR_INVALID_HANDLE);
-    return *wait_result_;
-  }
-
-  std::vector<DWORD> waits_;
-  std::function<void()> meanwhile_;
-  std::optional<DWORD> wait_result_ = WAIT_TIMEOUT;
-  test::ImportFake<decltype(WaitForSingleObject)> wait_{"kernel32.dll", "WaitForSingleObject",
-                                                        [this](auto... arguments) { return Wait(arguments...); }};
 };
 
 TEST_F(DisabledService, IsNoticedWhenSomebodyElseStartsIt) {
@@ -139,43 +139,48 @@ TEST_F(DisabledService, IsNoticedWhenSomebodyElseStartsIt) {
   EXPECT_THAT(log_.lines(), ElementsAre("narrow 2 wsc: wscsvc state 4", kEndStarted));
 }
 
-TEST_F(DisabledService, ThatRunsBeforeTheWaitIsNotWaitedFor) {
-  services_.States({SERVICE_STOPPED, SERVICE_RUNNING});
-  ensure_running();
-  EXPECT_THAT(waits_, IsEmpty());
-  EXPECT_THAT(log_.lines(), ElementsAre("narrow 2 wsc: wscsvc state 4", kEndStarted));
-}
-
-TEST_F(DisabledService, IsGivenUpAfterAnHourWithoutAChange) {
-  ensure_running();
-  EXPECT_THAT(waits_, ElementsAre(3'600'000));
-  EXPECT_THAT(log_.lines(),
-              ElementsAre("narrow 2 wsc: wscsvc state 4", "narrow 3 wsc: waiting for wsc timeouted", kEndNotStarted));
-}
-
-TEST_F(DisabledService, AFailedWaitStopsTheWatcher) {
-  wait_result_ = WAIT_FAILED;
-  EXPECT_EQ("error 00000006 event wait error", test::Thrown(ensure_running));
-  EXPECT_EQ("load register unregister free ", wscapi_.TakeCalls());
-  EXPECT_THAT(log_.lines(), ElementsAre("narrow 2 wsc: wscsvc state 4"));
-}
-
-TEST_F(DisabledService, WithoutAnEventTheWatcherIsStopped) {
-  const test::ImportFake<decltype(CreateEventW)> create(
-      "kernel32.dll", "CreateEventW",
-      [](auto*, SECURITY_ATTRIBUTES* security, BOOL manual_reset, BOOL signalled, const wchar_t* name) -> HANDLE {
-        EXPECT_TRUE(!security && !manual_reset && !signalled && !name);
-        SetLastError(ERROR_NO_SYSTEM_RESOURCES);
-        return nullptr;
-      });
-  EXPECT_EQ("error 000005aa cannot create event", test::Thrown(ensure_running));
-  EXPECT_EQ("load register unregister free ", wscapi_.TakeCalls());
-}
-
-TEST_F(DisabledService, FailuresOfTheWatcherPass) {
-  wscapi_.Fail("registering");
-  EXPECT_EQ("error 80070005 WscRegisterForChanges", test::Thrown(ensure_running));
-  EXPECT_EQ("load register free ", wscapi_.TakeCalls());
+TEST_F(DisabledService, EveryEndOfTheWaitTakesTheWatcherDown) {
+  struct Case {
+    std::vector<DWORD> states;
+    DWORD wait_result;
+    const char* watcher_fails;
+    bool event_fails;
+    const char* thrown;
+    std::size_t waits;
+    const char* library;
+    std::vector<std::string> lines;
+  };
+  const Case cases[] = {
+      {{SERVICE_STOPPED, SERVICE_RUNNING}, WAIT_TIMEOUT, "", false, "nothing", 0, "load register unregister free ", {kEndStarted}},
+      {{SERVICE_STOPPED}, WAIT_TIMEOUT, "", false, "nothing", 1, "load register unregister free ",
+       {"narrow 3 wsc: waiting for wsc timeouted", kEndNotStarted}},
+      {{SERVICE_STOPPED}, WAIT_FAILED, "", false, "error 00000006 event wait error", 1, "load register unregister free ", {}},
+      {{SERVICE_STOPPED}, WAIT_ABANDONED, "", false, "error 00000006 event wait error", 1, "load register unregister free ", {}},
+      {{SERVICE_STOPPED}, WAIT_TIMEOUT, "", true, "error 000005aa cannot create event", 0, "load register unregister free ", {}},
+      {{SERVICE_STOPPED}, WAIT_TIMEOUT, "registering", false, "error 80070005 WscRegisterForChanges", 0, "load register free ", {}},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(testing::Message() << "row " << (&c - cases));
+    const test::ImportFake<decltype(CreateEventW)> create(
+        "kernel32.dll", "CreateEventW",
+        [&c](auto* real, SECURITY_ATTRIBUTES* security, BOOL manual_reset, BOOL signalled, const wchar_t* name) -> HANDLE {
+          EXPECT_TRUE(!security && !manual_reset && !signalled && !name);
+          if (!c.event_fails) return real(security, manual_reset, signalled, name);
+          SetLastError(ERROR_NO_SYSTEM_RESOURCES);
+          return nullptr;
+        });
+    services_.States(c.states);
+    wait_result_ = c.wait_result;
+    wscapi_.Fail(c.watcher_fails);
+    waits_.clear();
+    log_.clear();
+    EXPECT_EQ(c.thrown, test::Thrown(ensure_running));
+    EXPECT_EQ(std::vector<DWORD>(c.waits, 3'600'000), waits_);
+    EXPECT_EQ(c.library, wscapi_.TakeCalls());
+    std::vector<std::string> lines = c.lines;
+    lines.insert(lines.begin(), "narrow 2 wsc: wscsvc state 4");
+    EXPECT_EQ(lines, log_.lines());
+  }
 }
 
 // The watcher has to be stopped before the event is closed: a worker that is under way then still signals an open one.

@@ -21,7 +21,7 @@ constexpr std::int64_t kSecond = 10'000'000;
 // Waits of the tests themselves; only a fault makes one long.
 bool Within(std::function<bool()> condition) {
   for (int pauses = 0; !condition(); ++pauses) {
-    if (pauses == 20'000) return false;
+    if (pauses == 10'000) return false;
     Sleep(1);
   }
   return true;
@@ -142,6 +142,23 @@ TEST_F(Watcher, WithoutADelayEveryNotificationThatFindsNoWorkerIsAnswered) {
     EXPECT_TRUE(Within([&] { return watcher.calls() == i; }));
   }
   EXPECT_THAT(clock_.sleeps, ElementsAre());
+}
+
+// Nobody waits for the last instructions of a detached worker, so a host must not be able to unload them.
+TEST_F(Watcher, AWorkerMakesItsLibraryStayLoadedBeforeItRuns) {
+  std::atomic<HMODULE> pinned = nullptr;
+  const test::ImportFake<decltype(GetModuleHandleExW)> pin(
+      "kernel32.dll", "GetModuleHandleExW", [&](auto* real, DWORD flags, const wchar_t* address, HMODULE* module) {
+        const BOOL found = real(flags, address, module);
+        if (flags == (GET_MODULE_HANDLE_EX_FLAG_PIN | GET_MODULE_HANDLE_EX_FLAG_FROM_ADDRESS)) pinned = *module;
+        return found;
+      });
+  HMODULE at_the_call = nullptr;
+  Hooked watcher(0, [&] { at_the_call = pinned; });
+  EXPECT_EQ(nullptr, pinned);
+  wscapi_.Notify();
+  watcher.stop();
+  EXPECT_EQ(GetModuleHandleW(nullptr), at_the_call);
 }
 
 TEST_F(Watcher, ANotificationDuringTheCallGivesASecondCall) {

@@ -2,8 +2,6 @@
 
 #include <gtest/gtest.h>
 
-#include <condition_variable>
-#include <mutex>
 #include <utility>
 
 namespace crv::test {
@@ -11,112 +9,90 @@ namespace {
 
 const HMODULE kLibrary = reinterpret_cast<HMODULE>(0x5CA50000);
 const HANDLE kRegistration = reinterpret_cast<HANDLE>(0x5CA5);
-
-std::mutex registration_mutex;
-std::condition_variable none_under_way;
-int under_way = 0;  // notifications
-LPTHREAD_START_ROUTINE callback = nullptr;
-void* callback_context = nullptr;
-
-std::mutex calls_mutex;
-std::string calls;
-std::string failing;
-int references = 0;
-
-decltype(&LoadLibraryW) load_library = nullptr;
-decltype(&GetProcAddress) get_proc_address = nullptr;
-decltype(&FreeLibrary) free_library = nullptr;
-
-void Note(const char* call) {
-  const std::lock_guard lock(calls_mutex);
-  calls += call;
-}
-
-HRESULT WINAPI Register(void* reserved, HANDLE* registration, LPTHREAD_START_ROUTINE routine, void* context) {
-  EXPECT_EQ(nullptr, reserved);
-  Note("register ");
-  if (failing == "registering") return E_ACCESSDENIED;
-  const std::lock_guard lock(registration_mutex);
-  *registration = kRegistration;
-  callback = routine;
-  callback_context = context;
-  return S_OK;
-}
-
-HRESULT WINAPI Unregister(HANDLE registration) {
-  EXPECT_EQ(kRegistration, registration);
-  Note("unregister ");
-  std::unique_lock lock(registration_mutex);
-  EXPECT_TRUE(callback) << "unregistered twice";
-  callback = nullptr;
-  none_under_way.wait(lock, [] { return under_way == 0; });
-  return E_FAIL;  // nobody cares
-}
-
-HMODULE WINAPI Load(const wchar_t* name) {
-  if (std::wstring(name) != L"wscapi.dll") return load_library(name);
-  Note("load ");
-  if (failing == "LoadLibraryW") return SetLastError(ERROR_MOD_NOT_FOUND), nullptr;
-  ++references;
-  return kLibrary;
-}
-
-FARPROC WINAPI LookUp(HMODULE library, const char* name) {
-  if (library != kLibrary) return get_proc_address(library, name);
-  if (failing != name) {
-    if (name == std::string("WscRegisterForChanges")) return reinterpret_cast<FARPROC>(reinterpret_cast<void*>(&Register));
-    if (name == std::string("WscUnRegisterChanges")) return reinterpret_cast<FARPROC>(reinterpret_cast<void*>(&Unregister));
-  }
-  return SetLastError(ERROR_PROC_NOT_FOUND), nullptr;
-}
-
-BOOL WINAPI Free(HMODULE library) {
-  if (library != kLibrary) return free_library(library);
-  EXPECT_FALSE(callback) << "freed while it may still call";
-  Note("free ");
-  --references;
-  SetLastError(ERROR_INVALID_FUNCTION);
-  return TRUE;
-}
+WscapiPatch* current = nullptr;
 
 }  // namespace
 
 WscapiPatch::WscapiPatch()
-    : load_("kernel32.dll", "LoadLibraryW", reinterpret_cast<void*>(&Load)),
-      look_up_("kernel32.dll", "GetProcAddress", reinterpret_cast<void*>(&LookUp)),
-      free_("kernel32.dll", "FreeLibrary", reinterpret_cast<void*>(&Free)) {
-  load_library = load_.original<decltype(load_library)>();
-  get_proc_address = look_up_.original<decltype(get_proc_address)>();
-  free_library = free_.original<decltype(free_library)>();
-  calls = failing = "";
+    : load_("kernel32.dll", "LoadLibraryW",
+            [this](auto* real, const wchar_t* name) -> HMODULE {
+              if (std::wstring(name) != L"wscapi.dll") return real(name);
+              Note("load ");
+              if (failing_ == "LoadLibraryW") return SetLastError(ERROR_MOD_NOT_FOUND), nullptr;
+              ++references_;
+              return kLibrary;
+            }),
+      look_up_("kernel32.dll", "GetProcAddress",
+               [this](auto* real, HMODULE library, const char* name) {
+                 return library == kLibrary ? Function(name) : real(library, name);
+               }),
+      free_("kernel32.dll", "FreeLibrary", [this](auto* real, HMODULE library) -> BOOL {
+        if (library != kLibrary) return real(library);
+        EXPECT_FALSE(callback_) << "freed while it may still call";
+        Note("free ");
+        --references_;
+        SetLastError(ERROR_INVALID_FUNCTION);
+        return TRUE;
+      }) {
+  current = this;
 }
 
 WscapiPatch::~WscapiPatch() {
-  EXPECT_FALSE(callback) << "a registration is left";
-  EXPECT_EQ(0, references) << "references to the library are left";
-  callback = nullptr;
-  references = 0;
+  EXPECT_FALSE(callback_) << "a registration is left";
+  EXPECT_EQ(0, references_) << "references to the library are left";
+}
+
+FARPROC WscapiPatch::Function(const std::string& name) const {
+  if (failing_ != name) {
+    if (name == "WscRegisterForChanges") return reinterpret_cast<FARPROC>(reinterpret_cast<void*>(&Register));
+    if (name == "WscUnRegisterChanges") return reinterpret_cast<FARPROC>(reinterpret_cast<void*>(&Unregister));
+  }
+  return SetLastError(ERROR_PROC_NOT_FOUND), nullptr;
+}
+
+HRESULT WINAPI WscapiPatch::Register(void* reserved, HANDLE* registration, LPTHREAD_START_ROUTINE callback, void* context) {
+  EXPECT_EQ(nullptr, reserved);
+  current->Note("register ");
+  if (current->failing_ == "registering") return E_ACCESSDENIED;
+  const std::lock_guard lock(current->mutex_);
+  *registration = kRegistration;
+  current->callback_ = callback;
+  current->context_ = context;
+  return S_OK;
+}
+
+HRESULT WINAPI WscapiPatch::Unregister(HANDLE registration) {
+  EXPECT_EQ(kRegistration, registration);
+  current->Note("unregister ");
+  std::unique_lock lock(current->mutex_);
+  EXPECT_TRUE(current->callback_) << "unregistered twice";
+  current->callback_ = nullptr;
+  current->none_under_way_.wait(lock, [] { return current->under_way_ == 0; });
+  return E_FAIL;  // nobody cares
 }
 
 bool WscapiPatch::Notify(const std::function<void()>& made) {
-  std::unique_lock lock(registration_mutex);
-  if (!callback) return false;
-  const auto call = callback;
-  void* const context = callback_context;
-  ++under_way;
+  std::unique_lock lock(mutex_);
+  if (!callback_) return false;
+  const auto callback = callback_;
+  void* const context = context_;
+  ++under_way_;
   lock.unlock();
-  EXPECT_EQ(0u, call(context));
+  EXPECT_EQ(0u, callback(context));
   made();
   lock.lock();
-  if (--under_way == 0) none_under_way.notify_all();
+  if (--under_way_ == 0) none_under_way_.notify_all();
   return true;
 }
 
-void WscapiPatch::Fail(const std::string& step) { failing = step; }
-
 std::string WscapiPatch::TakeCalls() {
-  const std::lock_guard lock(calls_mutex);
-  return std::exchange(calls, "");
+  const std::lock_guard lock(mutex_);
+  return std::exchange(calls_, "");
+}
+
+void WscapiPatch::Note(const char* call) {
+  const std::lock_guard lock(mutex_);
+  calls_ += call;
 }
 
 }  // namespace crv::test
