@@ -122,6 +122,7 @@ tour() {
   shows 'unsupported cmdline options: "'
 
   restore_windows_version
+  tour_actions
   tour_system
 
   printf '\n\n'
