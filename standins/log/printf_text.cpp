@@ -98,7 +98,7 @@ std::wstring Print(const wchar_t* format, ...) {
   return text;
 }
 
-std::wstring Specification(const Conversion& conversion, const wchar_t* size) {
+std::wstring ConversionText(const Conversion& conversion, const wchar_t* size) {
   std::wstring text = L"%" + conversion.flags;
   if (conversion.width) text += std::to_wstring(*conversion.width);
   if (conversion.precision) text += L"." + std::to_wstring(*conversion.precision);
@@ -106,14 +106,14 @@ std::wstring Specification(const Conversion& conversion, const wchar_t* size) {
 }
 
 std::wstring IntegerText(const Conversion& conversion, Arguments& arguments) {
-  if (conversion.size == Size::quad) return Print(Specification(conversion, L"I64").c_str(), arguments.Take<std::int64_t>());
+  if (conversion.size == Size::quad) return Print(ConversionText(conversion, L"I64").c_str(), arguments.Take<std::int64_t>());
   const bool is_signed = conversion.type == L'd' || conversion.type == L'i';
   int value = arguments.Take<int>();
   if (conversion.size == Size::half) value = is_signed ? static_cast<short>(value) : static_cast<unsigned short>(value);
   if (conversion.size == Size::narrow_half) {
     value = is_signed ? static_cast<signed char>(value) : static_cast<unsigned char>(value);
   }
-  return Print(Specification(conversion, L"").c_str(), value);
+  return Print(ConversionText(conversion, L"").c_str(), value);
 }
 
 std::wstring Padded(const Conversion& conversion, std::wstring text) {
@@ -159,10 +159,10 @@ std::wstring Format(const wchar_t* format, bool format_is_wide, Arguments& argum
         text += IntegerText(conversion, arguments);
         break;
       case L'e': case L'E': case L'f': case L'g': case L'G': case L'a': case L'A':
-        text += Print(Specification(conversion, L"").c_str(), arguments.Take<double>());
+        text += Print(ConversionText(conversion, L"").c_str(), arguments.Take<double>());
         break;
       case L'p':
-        text += Print(Specification(conversion, L"").c_str(), arguments.Take<void*>());
+        text += Print(ConversionText(conversion, L"").c_str(), arguments.Take<void*>());
         break;
       case L's': case L'S':
         text += StringText(conversion, is_wide, arguments);
