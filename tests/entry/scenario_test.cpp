@@ -47,10 +47,38 @@ TEST_F(Scenario, EveryWindowsVersionWithTheComClassIsServed) {
       EXPECT_EQ(0, _wcsicmp((test::SuiteFolder() + L"\\wsc_proxy.exe").c_str(), product->path.c_str())) << "the registered path";
       EXPECT_EQ(0u, product->state);
     }
-    EXPECT_EQ(0u, test::RunHost(L"/svc /unregister /antivirus /firewall").result);
-    EXPECT_FALSE(standins::ReadProduct(L"IWscAVStatus"));
-    EXPECT_TRUE(standins::ReadProduct(L"IWscASStatus"));
-    EXPECT_FALSE(standins::ReadProduct(L"IWscFWStatus"));
+  }
+}
+
+// The journal without the classes' creation, without paths and names, and without what was answered.
+std::vector<std::string> SentCalls() {
+  std::vector<std::string> calls;
+  for (const std::wstring& line : standins::Calls()) {
+    const std::string call(line.begin(), line.begin() + line.find(L" = "));
+    if (call.find(".Create(") == std::string::npos) calls.push_back(call.substr(0, call.find("(\"")));
+  }
+  return calls;
+}
+
+TEST_F(Scenario, EachRequestReachesTheNamedProductsInTheirOrder) {
+  const struct {
+    const wchar_t* tail;
+    std::vector<std::string> calls;
+  } cases[] = {
+      {L"/svc /register /firewall /antispyware", {"IWscASStatus.Register", "IWscFWStatus.Register"}},
+      {L"/svc /unregister /register:no /antivirus", {"IWscAVStatus.Register"}},
+      {L"/svc /update /firewall /antivirus /state:snoozed /signatures:out_of_date",
+       {"IWscAVStatus.UpdateStatus(2, 0)", "IWscFWStatus.UpdateStatus(2)"}},
+      {L"/svc /unregister /update /antispyware /state:off /signatures:up_to_date", {"IWscASStatus.UpdateStatus(1, 1)"}},
+      {L"/svc /unregister /antispyware /antivirus", {"IWscAVStatus.Unregister()", "IWscASStatus.Unregister()"}},
+      {L"/svc /unregister /firewall", {"IWscFWStatus.Unregister()"}},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(testing::Message() << "row " << (&c - cases));
+    const std::size_t before = SentCalls().size();
+    EXPECT_EQ(0u, test::RunHost(c.tail).result);
+    const std::vector<std::string> calls = SentCalls();
+    EXPECT_EQ(c.calls, std::vector<std::string>(calls.begin() + before, calls.end()));
   }
 }
 
