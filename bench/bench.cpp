@@ -43,5 +43,6 @@ int main() {
   std::printf("%-64s %15s %15s %8s\n", "what (medians)", "module", "bare", "ratio");
   crv::bench::CommandLineRows();
   crv::bench::SystemRows();
+  crv::bench::SettingsRows();
   crv::bench::RequestRows();
 }

@@ -12,5 +12,6 @@ void PrintRow(const char* name, int rounds, const std::function<void()>& ours, c
 void CommandLineRows();
 void RequestRows();
 void SystemRows();
+void SettingsRows();
 
 }  // namespace crv::bench

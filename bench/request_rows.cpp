@@ -59,6 +59,13 @@ void RequestRows() {
   PrintRow(
       "wsc_proxy.exe /svc /update /firewall /state:on / bare program", 15, [&] { RequireSuccess("wsc_proxy.exe", Run(host, kRequest)); },
       [&] { RequireSuccess("bare_request.exe", Run(bare, L"")); });
+
+  const std::wstring bare_enable = FolderOf(ThisProgram()) + L"\\bare_enable.exe";
+  constexpr const wchar_t* kEnable = L"/av /enable";
+  RequireSuccess("wsc_proxy.exe", Run(host, kEnable));  // afterwards all providers run
+  PrintRow(
+      "wsc_proxy.exe /av /enable / bare program", 15, [&] { RequireSuccess("wsc_proxy.exe", Run(host, kEnable)); },
+      [&] { RequireSuccess("bare_enable.exe", Run(bare_enable, L"")); });
 }
 
 }  // namespace crv::bench
