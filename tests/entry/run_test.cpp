@@ -60,9 +60,7 @@ TEST_F(Run, RefusesWrongRequestsWithTheirCodeAndOneRecord) {
       {L"host /svc /update /register /antivirus /state:ON /signatures:up_to_date", 160, "to_prod_state ON [000000a0]"},
       {L"host /svc /update /antivirus /state:on", 160, "to_signature_status  [000000a0]"},
       {L"host /svc /update /antispyware /state:on /signatures:Up", 160, "to_signature_status Up [000000a0]"},
-      {L"host /as", 0xFFFFFFFF, "unsupported cmdline options: \"host\" /as [ffffffff]"},
       {L"\"h h\" /as:1 /x w", 0xFFFFFFFF, "unsupported cmdline options: \"h h\" /as:1 /x \"w\" [ffffffff]"},
-      {L"host /fw /disable", 0xFFFFFFFF, "unsupported cmdline options: \"host\" /disable /fw [ffffffff]"},
       {L"host /svc /fw", 0xFFFFFFFF, "unsupported cmdline options: \"host\" /fw /svc [ffffffff]"},  // fw before svc
   };
   for (const Case& c : cases) {
@@ -74,13 +72,6 @@ TEST_F(Run, RefusesWrongRequestsWithTheirCodeAndOneRecord) {
                                           "narrow 1 wsc: wsc started: '" + text + "'",
                                           std::string("exception 0 wsc: run: ") + c.failure));
   }
-}
-
-TEST_F(Run, AvWithoutAnActionDoesNothingAndUpgradeOnlyLogs) {
-  EXPECT_EQ(0u, ::run(L"host /av"));
-  EXPECT_EQ(2u, log_.lines().size());
-  EXPECT_EQ(0u, ::run(L"host /svc /fw /as /AV:x /UPGRADE")) << "the first mode counts, wherever it stands";
-  EXPECT_EQ("wide 1 wsc: Upgrading AV.", log_.lines().back());
 }
 
 TEST_F(Run, ALibraryThatFailsEverywhereCostsNoResult) {
