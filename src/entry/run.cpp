@@ -5,9 +5,11 @@
 #include "base/command_line.h"
 #include "base/exceptions.h"
 #include "base/log.h"
+#include "crashguard/crash_guard.h"
 #include "entry/com_apartment.h"
 #include "entry/log_folder.h"
 #include "entry/modes.h"
+#include "root/self_protection.h"
 
 namespace crv::wsc {
 namespace {
@@ -36,6 +38,23 @@ void Dispatch(const CommandLine& command_line, const wchar_t* text) {
   throw exceptions::fatal(exceptions::kInvalidParameter, "run: %ls", text);
 }
 
+// Guards the process against crashes, which outlasts the call, and tells the self-protection driver of fatal dumps, which does not.
+class CrashGuard {
+ public:
+  CrashGuard() : module_(crashguard::AcquireCrashGuard()) {
+    const std::wstring dump_folder = LogFolder();
+    module_->Install(dump_folder, kInstallFlags, kDumpLimit);
+    fatal_dump_written_ = module_->ConnectFatalDumpWritten(&root::SendFatalDumpNotice);
+  }
+
+ private:
+  static constexpr std::uint32_t kInstallFlags = 0x3FD;  // all that the crash guard knows, and what older ones knew
+  static constexpr std::int32_t kDumpLimit = 3;
+
+  std::shared_ptr<crashguard::ICrashGuardModule> module_;
+  std::unique_ptr<mi::IEventConnection> fatal_dump_written_;  // ends before the module is released
+};
+
 void RunBody(const wchar_t* text) {
   if (!text) throw exceptions::fatal(exceptions::kInvalidParameter, "run: nullptr");
   const ComApartment com;
@@ -60,7 +79,10 @@ void LogFailure(const std::exception& failure) {
 extern "C" std::uint32_t __stdcall run(const wchar_t* command_line) {
   using namespace crv;
   try {
-    wsc::RunBody(command_line);
+    {
+      const wsc::CrashGuard crash_guard;
+      wsc::RunBody(command_line);
+    }
     return wsc::kSucceeded;
   } catch (const exceptions::detail::base& failure) {
     wsc::LogFailure(failure);

@@ -46,6 +46,7 @@ const Area& ServiceArea();
 const Area& ChangesArea();
 const Area& DefenderArea();
 const Area& DriverArea();
+const Area& DumperArea();
 const Area& InstallationArea();
 const Area& AvManagerArea();
 const Area& FirewallArea();

@@ -13,7 +13,7 @@ namespace crv::standins::centre {
 namespace {
 
 constexpr wchar_t kNewDirectory[] = L"New_1";
-constexpr const wchar_t* kLibraries[] = {L"cavm4h.dll", L"crvData.dll"};
+constexpr const wchar_t* kLibraries[] = {L"cavm4h.dll", L"crvData.dll", L"cvDump32.exe"};
 constexpr wchar_t kAway[] = L".away";  // behind the name of a library that was taken away
 
 constexpr struct {
@@ -111,7 +111,7 @@ void WorkLibrary(const Words& words) {
   bool known = false;
   for (const wchar_t* const library : kLibraries) known = known || words[0] == library;
   if (!known || (words[1] != L"away" && words[1] != L"back")) {
-    throw UsageError{L"cavm4h.dll or crvData.dll goes away or comes back, not '" + words[0] + L" " + words[1] + L"'"};
+    throw UsageError{L"cavm4h.dll, crvData.dll or cvDump32.exe goes away or comes back, not '" + words[0] + L" " + words[1] + L"'"};
   }
   words[1] == L"away" ? TakeAway(words[0]) : PutBack(words[0]);
 }
@@ -127,7 +127,7 @@ const Area& InstallationArea() {
                    {L"installer", L"OPERATION exit CODE | takes MS | moves-to FOLDER | leaves-reboot | removes-settings",
                     L"how a run of instup.exe goes; OPERATION is update_setup, update_vps_and_program or repair", 2, 3, &TellInstaller},
                    {L"settings-away", L"", L"deletes the installer's setup.ini", 0, 0, &RemoveSettings},
-                   {L"library", L"cavm4h.dll | crvData.dll away | back", L"takes a library of the suite away, or puts it back", 2, 2,
+                   {L"library", L"cavm4h.dll | crvData.dll | cvDump32.exe away | back", L"takes a file of the suite away, or puts it back", 2, 2,
                     &WorkLibrary}},
       .install = &Install,
       .uninstall = &UnregisterInstallation,

@@ -17,7 +17,8 @@ namespace crv::standins::centre {
 const std::vector<const Area*>& Areas() {
   static const std::vector<const Area*> areas = {&SecurityCenterArea(), &WmiArea(),      &ServiceArea(),      &ChangesArea(),
                                                   &DefenderArea(),       &DriverArea(),   &AvManagerArea(),    &FirewallArea(),
-                                                  &LogArea(),            &ProductArea(),  &InstallationArea()};
+                                                  &LogArea(),            &ProductArea(),  &InstallationArea(),
+                                                  &DumperArea()};
   return areas;
 }
 

@@ -1,0 +1,241 @@
+// The writers of CrashHandler.
+#include <shlobj.h>
+#include <shlwapi.h>
+
+#include <cstring>
+
+#include "crashguard/crash_guard_module.h"
+#include "crashguard/dump_types.h"
+#include "crashguard/guard_log.h"
+#include "platform/bounded_text.h"
+#include "platform/structured_guard.h"
+#include "root/scoped_handle.h"
+
+namespace crv::crashguard {
+namespace {
+
+constexpr wchar_t kDumper[] = L"cvDump32.exe";
+constexpr std::size_t kLongestComment = 2048;  // characters
+
+CONTEXT last_dumped_context = {};  // of the whole process; read and written without a lock
+
+// A comment that can stand between quotes on a command line of bounded length.
+const wchar_t* CheckedComment(const wchar_t* comment) {
+  if (!comment) return L"";
+  if (std::wcschr(comment, L'"')) comment = L"Comment contained illegal characters and was removed.";
+  if (std::wcslen(comment) > kLongestComment) comment = L"Comment exceeded maximum size and was removed.";
+  return comment;
+}
+
+unsigned ExceptionCode(const EXCEPTION_POINTERS* exception) {
+  return exception && exception->ExceptionRecord ? exception->ExceptionRecord->ExceptionCode : 0;
+}
+
+}  // namespace
+
+// One run of a writer: holds the lock, and the writing flag unless another run on this thread has it.
+class CrashHandler::Writer {
+ public:
+  explicit Writer(CrashHandler& handler) : handler_(handler) {
+    EnterCriticalSection(&handler_.lock_);
+    writing_ = !handler_.writing_.exchange(true);
+    if (!writing_) {
+      Record([] { log::Error(tag, "Attempted to WriteDump while another operation is already in progress"); });
+    }
+  }
+  ~Writer() {
+    EndWriting();
+    LeaveCriticalSection(&handler_.lock_);
+  }
+  Writer(const Writer&) = delete;
+  Writer& operator=(const Writer&) = delete;
+
+  explicit operator bool() const { return writing_; }
+
+  void EndWriting() {
+    if (std::exchange(writing_, false)) handler_.writing_ = false;
+  }
+
+ private:
+  CrashHandler& handler_;
+  bool writing_;
+};
+
+std::uint32_t CrashHandler::WriteDump(EXCEPTION_POINTERS* exception, bool counted, const wchar_t* comment) noexcept {
+  if (!installed_) {
+    Record([] { log::Error(tag, "CrashHandler not installed."); });
+    return dump_status::kNotInstalled;
+  }
+  if (counted && dumps_left_.fetch_sub(1) <= 0) {
+    Record([] { log::Debug(tag, "CrashHandler dump limit reached."); });
+    return dump_status::kRefused;
+  }
+  if (exception && exception->ContextRecord) {
+    if (std::memcmp(exception->ContextRecord, &last_dumped_context, sizeof(CONTEXT)) == 0) {
+      Record([] { log::Debug(tag, "Exception was already dumped, ignoring..."); });
+      return dump_status::kRefused;
+    }
+    last_dumped_context = *exception->ContextRecord;
+  }
+
+  const LONG depth = LockDepth();
+  std::uint32_t status = dump_status::kWritten;
+  bool failed = false;
+  const auto write = [&] {
+    try {
+      status = WriteDumpExternal(exception, nullptr, comment, nullptr);
+      if (status != dump_status::kWritten) {
+        Record([&] { log::Critical(tag, "Minidump generation failed with error: %d", static_cast<int>(status)); });
+        status = WriteDumpInternal(exception, nullptr, comment);
+      }
+      if (status != dump_status::kWritten) return;
+      Record([&] { log::Debug(tag, "Minidump created successfully. Exception code is: %x", ExceptionCode(exception)); });
+    } catch (...) {  // a subscriber's; with Microsoft's runtime it is a structured exception, too
+      failed = true;
+    }
+  };
+  if (platform::Guarded(write) != 0) {
+    AbandonWriters(depth);
+    failed = true;
+  }
+  if (!failed) return status;
+  Record([] { log::Critical(tag, "Failed to write minidump, SEH exception encountered"); });
+  return dump_status::kException;
+}
+
+// How often this thread holds the writers' lock.
+LONG CrashHandler::LockDepth() const {
+  const bool held = reinterpret_cast<UINT_PTR>(lock_.OwningThread) == GetCurrentThreadId();
+  return held ? lock_.RecursionCount : 0;
+}
+
+// Gives back what writers held that a structured exception ended on this thread.
+void CrashHandler::AbandonWriters(LONG depth) {
+  if (LockDepth() == depth) return;
+  if (dump_file_ != INVALID_HANDLE_VALUE) {
+    CloseHandle(std::exchange(dump_file_, INVALID_HANDLE_VALUE));
+    DeleteFileW(path_);
+  }
+  if (depth == 0) writing_ = false;
+  while (LockDepth() > depth) LeaveCriticalSection(&lock_);
+}
+
+bool CrashHandler::IsFullDumpHandler() const { return full_dump_divisor_ != 0 && sample_key_ % full_dump_divisor_ == 0; }
+
+void CrashHandler::BuildDumpPath(const wchar_t* file_name) {
+  path_[0] = L'\0';
+  if (file_name) {
+    platform::wcscpy_s(path_, kPathLimit, dump_folder_.c_str());
+    PathAppendW(path_, file_name);
+  } else {
+    FILETIME now;
+    GetSystemTimeAsFileTime(&now);
+    PathAppendW(path_, dump_folder_.c_str());
+    platform::swprintf_s(file_name_, kPathLimit, L"unp%u%u.mdmp", now.dwHighDateTime, now.dwLowDateTime);
+    PathAppendW(path_, file_name_);
+  }
+  SHCreateDirectory(nullptr, dump_folder_.c_str());
+}
+
+void CrashHandler::RaiseEvents() {
+  AcquireCrashGuardModule()->RaiseDumpWritten();
+  if (fatal_) AcquireCrashGuardModule()->RaiseFatalDumpWritten();
+}
+
+// --- in-process ----------------------------------------------------------------------------------------------------------------
+
+std::uint32_t CrashHandler::WriteDumpInternal(EXCEPTION_POINTERS* exception, const wchar_t* file_name, const wchar_t* comment) {
+  Writer writer(*this);
+  if (!writer) return dump_status::kRefused;
+  BuildDumpPath(file_name);
+  const std::uint32_t status = WriteDumpFile(exception, comment);
+  RaiseEvents();
+  return status;
+}
+
+std::uint32_t CrashHandler::WriteDumpFile(EXCEPTION_POINTERS* exception, const wchar_t* comment) {
+  std::wstring text = L"Dumped by CrashHandler";
+  if (comment) text += comment;
+  MINIDUMP_USER_STREAM stream = {CommentStreamW, static_cast<ULONG>((text.size() + 1) * sizeof(wchar_t)), text.data()};
+  MINIDUMP_USER_STREAM_INFORMATION streams = {1, &stream};
+  MINIDUMP_EXCEPTION_INFORMATION information = {GetCurrentThreadId(), exception, FALSE};
+
+  dump_file_ = CreateFileW(path_, GENERIC_ALL, FILE_SHARE_READ, nullptr, CREATE_ALWAYS, 0, nullptr);
+  if (dump_file_ == INVALID_HANDLE_VALUE) return dump_status::kNoFile;
+
+  unsigned type = DumpType(GetVersion(), IsFullDumpHandler());
+  const auto attempt = [&] {
+    return dump_library_.write()(GetCurrentProcess(), GetCurrentProcessId(), dump_file_, static_cast<MINIDUMP_TYPE>(type),
+                                 exception ? &information : nullptr, &streams, nullptr);
+  };
+  bool written = attempt();
+  for (const unsigned lost : kLostByAttempt) {
+    if (written) break;
+    type &= ~lost;
+    written = attempt();
+  }
+  CloseHandle(std::exchange(dump_file_, INVALID_HANDLE_VALUE));
+  if (written) return dump_status::kWritten;
+  DeleteFileW(path_);
+  return dump_status::kWriteFailed;
+}
+
+// --- through the external dumper -----------------------------------------------------------------------------------------------
+
+std::uint32_t CrashHandler::WriteDumpExternal(EXCEPTION_POINTERS* exception, const wchar_t* file_name, const wchar_t* comment,
+                                              const wchar_t* dumper_folder) {
+  Writer writer(*this);
+  if (!writer) return dump_status::kRefused;
+  BuildDumpPath(file_name);
+  if (!BuildDumperPath(dumper_folder)) {
+    Record([] { log::Error(tag, "Process dumper filename was not set"); });
+    return dump_status::kNoDumper;
+  }
+  platform::swprintf_s(command_line_, kCommandLineSize,
+                       L"\"%s\" --pid %d --exception_ptr %p --thread_id %d --dump_level %d --dump_file \"%s\" --comment \"%s\"",
+                       dumper_, static_cast<int>(GetCurrentProcessId()), static_cast<void*>(exception),
+                       static_cast<int>(GetCurrentThreadId()), IsFullDumpHandler() ? 1 : 0, path_, CheckedComment(comment));
+  return StartDumperAndWait(writer);
+}
+
+// False when no dumper is known.
+bool CrashHandler::BuildDumperPath(const wchar_t* dumper_folder) {
+  if (!dumper_folder) {
+    if (dumper_path_.empty()) return false;
+    platform::wcscpy_s(dumper_, kPathSize, dumper_path_.c_str());
+    return true;
+  }
+  platform::wcscpy_s(dumper_, kPathSize, dumper_folder);
+  const std::size_t length = std::wcslen(dumper_);
+  if (length > 0 && dumper_[length - 1] != L'\\') platform::wcscat_s(dumper_, kPathSize, L"\\");
+  platform::wcscat_s(dumper_, kPathSize, kDumper);
+  return true;
+}
+
+std::uint32_t CrashHandler::StartDumperAndWait(Writer& writer) {
+  startup_ = {};
+  startup_.cb = sizeof(startup_);
+  dumper_process_ = {};
+  if (!CreateProcessW(dumper_, command_line_, nullptr, nullptr, FALSE, CREATE_NO_WINDOW, nullptr, nullptr, &startup_,
+                      &dumper_process_)) {
+    const DWORD error = GetLastError();
+    Record([&] {
+      log::Error(tag, L"Failed to start process dumper at '%s' due to error: %d", dumper_, static_cast<int>(error));
+    });
+    return dump_status::kNotStarted;
+  }
+  const root::ScopedKernelHandle thread(dumper_process_.hThread);
+  const root::ScopedKernelHandle process(dumper_process_.hProcess);
+  WaitForSingleObject(process.get(), INFINITE);
+  RaiseEvents();
+  writer.EndWriting();
+  DWORD exit_code = 0;
+  if (!GetExitCodeProcess(process.get(), &exit_code)) {
+    const DWORD error = GetLastError();
+    Record([&] { log::Error(tag, "Failed to get exit code from dumper process, error: %d", static_cast<int>(error)); });
+    return dump_status::kNotStarted;
+  }
+  return exit_code;
+}
+
+}  // namespace crv::crashguard

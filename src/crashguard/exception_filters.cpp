@@ -1,0 +1,137 @@
+#include "crashguard/exception_filters.h"
+
+#include <atomic>
+
+#include "crashguard/crash_guard_module.h"
+#include "crashguard/guard_log.h"
+#include "crashguard/thrown_type.h"
+#include "platform/direction_flag.h"
+#include "platform/structured_guard.h"
+#include "root/token.h"
+
+namespace crv::crashguard {
+namespace {
+
+// Held by the filter; from the load of the library on.
+class FilterSection {
+ public:
+  FilterSection() { InitializeCriticalSection(&section_); }
+  ~FilterSection() { DeleteCriticalSection(&section_); }
+  void Enter() { EnterCriticalSection(&section_); }
+  void Leave() { LeaveCriticalSection(&section_); }
+
+ private:
+  CRITICAL_SECTION section_;
+} filter_section;
+
+class FilterEntry {
+ public:
+  FilterEntry() { filter_section.Enter(); }
+  ~FilterEntry() { filter_section.Leave(); }
+  FilterEntry(const FilterEntry&) = delete;
+  FilterEntry& operator=(const FilterEntry&) = delete;
+};
+
+std::atomic<bool> filter_entered = false;  // never reset
+
+// The mark that a thread is inside the vectored handler. It lasts as long as the library is loaded; without a slot there is none.
+class EntryMark {
+ public:
+  EntryMark() : slot_(TlsAlloc()) {}
+  ~EntryMark() {
+    if (slot_ != TLS_OUT_OF_INDEXES) TlsFree(slot_);
+  }
+
+  // False when the thread is inside already.
+  bool Enter() {
+    if (slot_ == TLS_OUT_OF_INDEXES) return true;
+    if (TlsGetValue(slot_)) return false;
+    TlsSetValue(slot_, reinterpret_cast<void*>(1));
+    return true;
+  }
+  void Leave() {
+    if (slot_ != TLS_OUT_OF_INDEXES) TlsSetValue(slot_, nullptr);
+  }
+
+ private:
+  const DWORD slot_;
+} entry_mark;
+
+// A control thread begins at CtrlRoutine with the control code as its argument, to which the system adds a high bit. Started at
+// another base, it faults at its first instruction, with nothing on its stack but the return address and the argument.
+bool RepairRelocatedCtrlRoutine(EXCEPTION_POINTERS& exception, std::uintptr_t ctrl_routine) {
+  constexpr DWORD kMarkedCode = 0x80000000;
+  constexpr DWORD kLastCode = 8;
+  const auto address = reinterpret_cast<std::uintptr_t>(exception.ExceptionRecord->ExceptionAddress);
+  if (!ctrl_routine || LOWORD(ctrl_routine) != LOWORD(address)) return false;
+  if (exception.ExceptionRecord->ExceptionCode != static_cast<DWORD>(EXCEPTION_ACCESS_VIOLATION)) return false;
+  DWORD argument = 0;
+  const auto* const place = reinterpret_cast<const volatile DWORD*>(exception.ContextRecord->Esp + sizeof(DWORD));
+  if (platform::Guarded([&] { argument = *place; }) != 0) return false;
+  if (argument - kMarkedCode > kLastCode) return false;
+  Record([] { log::Warning(tag, "Warning: Relocated kernel32 detected."); });
+  exception.ContextRecord->Eip = ctrl_routine;
+  return true;
+}
+
+bool UnderServiceAccount() {
+  try {
+    return root::RunningUnderServiceAccount();
+  } catch (...) {
+    return false;
+  }
+}
+
+LONG HandleCrash(EXCEPTION_POINTERS* exception) {
+  const FilterEntry entry;
+  const DWORD code = exception->ExceptionRecord->ExceptionCode;
+  if (code != static_cast<DWORD>(STATUS_STACK_OVERFLOW)) {
+    Record([] { log::Debug(tag, "Entering TopLevelExceptionFilter..."); });
+  }
+  CrashHandler& handler = AcquireCrashGuardModule()->handler();
+  if (RepairRelocatedCtrlRoutine(*exception, handler.ctrl_routine())) return EXCEPTION_CONTINUE_EXECUTION;
+  handler.SetFatal();
+  if (filter_entered.exchange(true)) {
+    Record([] { log::Error(tag, "Multiple calls to TopLevelExceptionFilter detected."); });
+    return EXCEPTION_CONTINUE_SEARCH;
+  }
+  handler.WriteDump(exception, false, nullptr);
+  if (GetSystemMetrics(SM_SHUTTINGDOWN)) {
+    Record([] { log::Info(tag, "Saved a crash when system is shutting down."); });
+    TerminateProcess(GetCurrentProcess(), code);
+  } else if (UnderServiceAccount()) {
+    TerminateProcess(GetCurrentProcess(), code);
+  }
+  return EXCEPTION_CONTINUE_SEARCH;
+}
+
+}  // namespace
+
+LONG WINAPI TopLevelExceptionFilter(EXCEPTION_POINTERS* exception) {
+  try {
+    return HandleCrash(exception);
+  } catch (...) {
+    return EXCEPTION_CONTINUE_SEARCH;
+  }
+}
+
+LONG WINAPI VectoredExceptionHandler(EXCEPTION_POINTERS* exception) {
+  platform::ClearDirectionFlag();
+  const DWORD last_error = GetLastError();  // the interrupted code's, which asking for a slot already changes
+  if (!entry_mark.Enter()) {
+    SetLastError(last_error);
+    return EXCEPTION_CONTINUE_SEARCH;
+  }
+  if (IsFatalException(*exception->ExceptionRecord)) {
+    try {
+      AcquireCrashGuardModule()->handler().WriteDump(exception, true, L"Cause: VectoredExceptionHandler");
+    } catch (...) {
+      // A crash guard that is gone writes no dump.
+    }
+  }
+  entry_mark.Leave();
+  SetLastError(last_error);
+  return EXCEPTION_CONTINUE_SEARCH;
+}
+
+}  // namespace crv::crashguard

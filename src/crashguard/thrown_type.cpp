@@ -1,0 +1,39 @@
+#include "crashguard/thrown_type.h"
+
+#include <cstring>
+
+#include "platform/structured_guard.h"
+#include "platform/throw_record.h"
+
+namespace crv::crashguard {
+namespace {
+
+using namespace platform;
+
+// The type's name as the Microsoft runtime's type information gives it, and as its compiler stores it.
+constexpr char kFatal[] = "class crv::exceptions::fatal";
+constexpr char kDecoratedFatal[] = ".?AVfatal@exceptions@crv@@";
+
+// Walks from the throw information to the name. Any of it may lie outside the process's memory.
+bool IsNamedFatal(ULONG_PTR base, ULONG_PTR throw_info) {
+  const auto* const info = reinterpret_cast<const ThrowInfo*>(throw_info);
+  const auto* const array = reinterpret_cast<const CatchableTypeArray*>(base + info->types);
+  if (array->count == 0) return false;
+  const auto* const thrown = reinterpret_cast<const CatchableType*>(base + array->types[0]);
+  const auto* const type = reinterpret_cast<const TypeDescriptor*>(base + thrown->type);
+  return std::strcmp(type->name, kFatal) == 0 || std::strcmp(type->name, kDecoratedFatal) == 0;
+}
+
+}  // namespace
+
+bool IsFatalException(const EXCEPTION_RECORD& record) {
+  if (record.ExceptionCode != kThrownObject || record.NumberParameters <= kThrowInfo) return false;
+  const ULONG_PTR throw_info = record.ExceptionInformation[kThrowInfo];
+  if (!throw_info) return false;
+  const ULONG_PTR base = record.NumberParameters > kImageBase ? record.ExceptionInformation[kImageBase] : 0;
+  bool fatal = false;
+  const DWORD exception = Guarded([&] { fatal = IsNamedFatal(base, throw_info); });
+  return exception == 0 && fatal;
+}
+
+}  // namespace crv::crashguard

@@ -1,0 +1,64 @@
+// The structured exception with which Microsoft's runtime throws a C++ object, for both who raises and who reads one. On 32-bit
+// Windows the addresses in it are absolute; images for other machines count them from the base in a fourth parameter.
+#pragma once
+
+#include <windows.h>
+
+#include <cstddef>
+#include <typeinfo>
+
+namespace crv::platform {
+
+inline constexpr DWORD kThrownObject = 0xE06D7363;  // the exception code
+inline constexpr ULONG_PTR kThrowMagic = 0x19930520;
+
+enum ThrowParameter : DWORD { kMagic, kObject, kThrowInfo, kImageBase };  // indices into ExceptionInformation
+inline constexpr DWORD kThrowParameters = 3;                                // of the 32-bit form
+
+struct TypeDescriptor {
+  const void* vftable;
+  void* spare;
+  char name[256];  // NUL-terminated; its real size is that of the text
+};
+
+struct CatchableType {
+  DWORD properties;
+  DWORD type;  // TypeDescriptor
+  int displacements[3];
+  DWORD size;  // bytes of the object
+  DWORD copy;
+};
+
+struct CatchableTypeArray {
+  DWORD count;
+  DWORD types[1];  // CatchableType; the first one is the thrown type itself
+};
+
+struct ThrowInfo {
+  DWORD attributes;
+  DWORD destroy;
+  DWORD forward_compatibility;
+  DWORD types;  // CatchableTypeArray
+};
+
+// What a thrown object of a type looks like to those who read throws. It points into itself and is only good where it lies; its
+// one catchable type is the thrown one, named "class crv::exceptions::fatal" in the manner of the Microsoft runtime's type
+// information. For code that has no memory left: it takes none of its own, and a name that cannot be demangled stays mangled.
+class ThrowRecord {
+ public:
+  ThrowRecord(void* object, const std::type_info& type) noexcept;
+  ThrowRecord(const ThrowRecord&) = delete;
+  ThrowRecord& operator=(const ThrowRecord&) = delete;
+
+  // Raises the exception. Returns only when a handler lets the thread go on, which `flags` may forbid (EXCEPTION_NONCONTINUABLE).
+  void Raise(DWORD flags) const;
+
+ private:
+  TypeDescriptor descriptor_;
+  CatchableType catchable_;
+  CatchableTypeArray array_;
+  ThrowInfo info_;
+  void* object_;
+};
+
+}  // namespace crv::platform

@@ -1,0 +1,207 @@
+// One fault each, in a process that is guarded.
+#include <windows.h>
+
+#include <cstdlib>
+#include <functional>
+#include <stdexcept>
+#include <thread>
+
+#include "base/exceptions.h"
+#include "crasher/stage.h"
+#include "control/installer_control.h"
+#include "entry/run.h"
+#include "platform/throw_record.h"
+
+namespace crv::standins::crasher {
+namespace {
+
+constexpr DWORD kMoment = 300;  // ms, for another thread to get where it is going
+
+int AccessViolation(Stage&) {
+  WriteToNull();
+  return 0;
+}
+
+int InAnotherThread(Stage&) {
+  std::thread([] { WriteToNull(); }).join();
+  return 0;
+}
+
+[[gnu::noinline]] int Divide(int dividend, volatile int& divisor) { return dividend / divisor; }
+
+int DivisionByZero(Stage&) {
+  volatile int zero = 0;
+  return Divide(1, zero);
+}
+
+int IllegalInstruction(Stage&) {
+  asm volatile("ud2");
+  return 0;
+}
+
+int Breakpoint(Stage&) {
+  asm volatile("int3");
+  return 0;
+}
+
+[[gnu::noinline]] int FillStack(volatile int& depth) {
+  volatile char page[4096];
+  depth = depth + 1;
+  page[0] = static_cast<char>(depth);
+  return depth > 0 ? FillStack(depth) + page[0] : 0;
+}
+
+int StackOverflow(Stage&) {
+  volatile int depth = 0;
+  return FillStack(depth);
+}
+
+int Abort(Stage&) { std::abort(); }
+
+[[gnu::noinline]] void ThrowUncaught() { throw std::runtime_error("nobody catches this"); }
+
+int UncaughtException(Stage&) {
+  ThrowUncaught();
+  return 0;
+}
+
+struct Base {
+  Base() { CallThroughBase(*this); }
+  virtual ~Base() = default;
+  virtual void Act() = 0;
+  [[gnu::noinline]] static void CallThroughBase(Base& object) { object.Act(); }
+};
+struct Derived : Base {
+  void Act() override {}
+};
+
+int PureVirtualCall(Stage&) {
+  const Derived object;
+  return 0;
+}
+
+// The second thread crashes while the handler of the first crash is being called, and waits there for the filter.
+int TwoThreads(Stage& stage) {
+  const auto connection = stage.guard->ConnectDumpWritten([] {
+    std::thread([] { WriteToNull(); }).detach();
+    Sleep(kMoment);
+  });
+  WriteToNull();
+  return 0;
+}
+
+int InEventHandler(Stage& stage) {
+  const auto connection = stage.guard->ConnectDumpWritten([] { WriteToNull(); });
+  WriteToNull();
+  return 0;
+}
+
+// A handler that crashes while nobody guards the writer.
+int InWriter(Stage& stage) {
+  const auto connection = stage.guard->ConnectDumpWritten([] { WriteToNull(); });
+  return static_cast<int>(stage.guard->WriteDumpInternal(nullptr, L"asked.mdmp", nullptr));
+}
+
+int ThrowingHandler(Stage& stage) {
+  const auto connection = stage.guard->ConnectDumpWritten([] { throw std::runtime_error("from a handler"); });
+  WriteToNull();
+  return 0;
+}
+
+[[gnu::noinline]] void ThrowFatal(int number) { throw exceptions::fatal(87, "number %d", number); }
+
+int FourFatals(Stage&) {
+  for (int i = 0; i < 4; ++i) {
+    try {
+      ThrowFatal(i);
+    } catch (const exceptions::fatal&) {
+    }
+  }
+  return 0;
+}
+
+// As Microsoft's compiler throws: nobody lets the thread go on, so the filter meets the context that is dumped already.
+int MicrosoftFatal(Stage&) {
+  struct Record {
+    platform::TypeDescriptor descriptor = {nullptr, nullptr, ".?AVfatal@exceptions@crv@@"};
+    platform::CatchableType catchable = {};
+    platform::CatchableTypeArray array = {1, {}};
+    platform::ThrowInfo info = {};
+  } record;
+  record.catchable.type = reinterpret_cast<DWORD>(&record.descriptor);
+  record.array.types[0] = reinterpret_cast<DWORD>(&record.catchable);
+  record.info.types = reinterpret_cast<DWORD>(&record.array);
+  const ULONG_PTR parameters[] = {platform::kThrowMagic, 0, reinterpret_cast<ULONG_PTR>(&record.info)};
+  RaiseException(platform::kThrownObject, EXCEPTION_NONCONTINUABLE, 3, parameters);
+  return 0;
+}
+
+int CrashNow(Stage& stage) {
+  stage.guard->CrashNow();
+  return 0;
+}
+
+int CrashAfter(Stage& stage) {
+  const HANDLE thread = stage.guard->CrashAfter(kMoment);
+  WaitForSingleObject(thread, INFINITE);
+  return 0;
+}
+
+// While a run of the module waits for the suite's installer, which is told to take its time.
+int CrashDuringRun(Stage& stage) {
+  ClearInstaller();
+  InstallerBehaviour slow;
+  slow.duration = 60'000;
+  ScriptInstaller(kUpdateSetup, slow);
+  std::thread([&stage] {
+    while (InstallerRuns().empty()) Sleep(10);
+    ClearInstaller();
+    stage.guard->CrashNow();
+  }).detach();
+  return static_cast<int>(run(L"crasher.exe /av /update"));
+}
+
+int FailFast(Stage&) {
+  asm volatile("int $0x29" ::"c"(7));  // FAST_FAIL_FATAL_APP_EXIT
+  return 0;
+}
+
+int HeapCorruption(Stage&) {
+  char* const block = static_cast<char*>(HeapAlloc(GetProcessHeap(), 0, 64));
+  for (int i = -32; i < 96; ++i) const_cast<volatile char*>(block)[i] = 'x';
+  HeapFree(GetProcessHeap(), 0, block);
+  return 0;
+}
+
+}  // namespace
+
+[[gnu::noinline]] void WriteToNull() {
+  volatile char* volatile const nothing = nullptr;
+  *nothing = 1;
+}
+
+const Case kFaults[] = {
+    {L"access-violation", L"a write to address 0", &AccessViolation},
+    {L"other-thread", L"the same in another thread", &InAnotherThread},
+    {L"division", L"a division by zero", &DivisionByZero},
+    {L"illegal-instruction", L"an instruction that does not exist", &IllegalInstruction},
+    {L"breakpoint", L"a breakpoint without a debugger", &Breakpoint},
+    {L"stack-overflow", L"endless recursion", &StackOverflow},
+    {L"abort", L"abort of the C runtime", &Abort},
+    {L"uncaught", L"a C++ exception that nobody catches", &UncaughtException},
+    {L"pure-virtual", L"a call of a pure virtual function", &PureVirtualCall},
+    {L"two-threads", L"a second thread crashes while the first crash is dumped", &TwoThreads},
+    {L"in-handler", L"an event handler crashes while a crash is dumped", &InEventHandler},
+    {L"in-writer", L"an event handler crashes while a dump is written on request", &InWriter},
+    {L"throwing-handler", L"an event handler throws while a crash is dumped", &ThrowingHandler},
+    {L"four-fatals", L"four fatal errors are thrown and caught", &FourFatals},
+    {L"microsoft-fatal", L"a fatal error of Microsoft's compiler that nobody catches", &MicrosoftFatal},
+    {L"crash-now", L"CrashNow", &CrashNow},
+    {L"crash-after", L"CrashAfter", &CrashAfter},
+    {L"during-run", L"CrashNow while a run of the module waits for the installer", &CrashDuringRun, true},
+    {L"fail-fast", L"the system's fast fail", &FailFast},
+    {L"heap-corruption", L"a heap block written over at both ends", &HeapCorruption},
+    {},
+};
+
+}  // namespace crv::standins::crasher

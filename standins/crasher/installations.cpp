@@ -1,0 +1,95 @@
+// What becomes of the crash guard before a fault, and what it leaves.
+#include <windows.h>
+
+#include <cstdio>
+
+#include "crasher/stage.h"
+
+namespace crv::standins::crasher {
+namespace {
+
+LONG WINAPI OtherFilter(EXCEPTION_POINTERS*) {
+  std::puts("other filter");
+  std::fflush(stdout);
+  return EXCEPTION_CONTINUE_SEARCH;
+}
+
+int FolderRemoved(Stage& stage) {
+  stage.guard->SetDumpFolder(stage.folder + L"\\removed\\deeper");
+  WriteToNull();
+  return 0;
+}
+
+int FileRefused(Stage& stage) {
+  stage.guard->SetDumpFolder(L"Q:\\there\\is\\no\\such\\drive");
+  WriteToNull();
+  return 0;
+}
+
+int FilterReplaced(Stage&) {
+  std::printf("replaced %d\n", SetUnhandledExceptionFilter(&OtherFilter) != nullptr);
+  std::fflush(stdout);
+  WriteToNull();
+  return 0;
+}
+
+int Uninstalled(Stage& stage) {
+  SetUnhandledExceptionFilter(&OtherFilter);  // what the guard finds, and puts back
+  std::printf("install %u", static_cast<unsigned>(stage.Install()));
+  std::printf(" %u", static_cast<unsigned>(stage.Install()));
+  std::printf(" uninstall %d", stage.guard->Uninstall());
+  std::printf(" %d\n", stage.guard->Uninstall());
+  std::fflush(stdout);
+  WriteToNull();
+  return 0;
+}
+
+int InstalledAgain(Stage& stage) {
+  stage.Install();
+  stage.guard->Uninstall();
+  std::printf("install %u\n", static_cast<unsigned>(stage.Install()));
+  std::fflush(stdout);
+  WriteToNull();
+  return 0;
+}
+
+// The library as its host uses it: loaded, run, freed. Afterwards nothing of it may be called any more.
+int LibraryUnloaded(Stage&) {
+  SetUnhandledExceptionFilter(&OtherFilter);
+  const HMODULE library = LoadLibraryW(L"wsc.dll");
+  using Run = DWORD(__stdcall*)(const wchar_t*);
+  const auto run = reinterpret_cast<Run>(reinterpret_cast<void*>(GetProcAddress(library, "_run@4")));
+  std::printf("run 0x%08lx\n", run ? run(L"crasher.exe /av") : 0);
+  FreeLibrary(library);
+  std::printf("loaded %d\n", GetModuleHandleW(L"wsc.dll") != nullptr);
+  std::printf("previous %d\n", SetUnhandledExceptionFilter(&OtherFilter) == &OtherFilter);
+  std::fflush(stdout);
+  WriteToNull();
+  return 0;
+}
+
+// The library in a process that has no thread-local slot left: its crash guard works without the mark of re-entry.
+int NoSlot(Stage&) {
+  int slots = 0;
+  while (TlsAlloc() != TLS_OUT_OF_INDEXES) ++slots;
+  const HMODULE library = LoadLibraryW(L"wsc.dll");
+  using Run = DWORD(__stdcall*)(const wchar_t*);
+  const auto run = reinterpret_cast<Run>(reinterpret_cast<void*>(GetProcAddress(library, "_run@4")));
+  std::printf("run 0x%08lx\n", run ? run(L"crasher.exe") : 0);
+  return 0;
+}
+
+}  // namespace
+
+const Case kInstallations[] = {
+    {L"folder-removed", L"the dump folder is gone when the crash comes", &FolderRemoved},
+    {L"file-refused", L"no dump file can be created", &FileRefused},
+    {L"filter-replaced", L"somebody sets another filter after the install", &FilterReplaced},
+    {L"uninstalled", L"installed twice, uninstalled twice, then a crash", &Uninstalled, true},
+    {L"installed-again", L"installed, uninstalled, installed, then a crash", &InstalledAgain, true},
+    {L"unloaded", L"wsc.dll runs and is freed, then a crash", &LibraryUnloaded, true},
+    {L"no-slot", L"wsc.dll runs where no thread-local slot is left", &NoSlot, true},
+    {},
+};
+
+}  // namespace crv::standins::crasher

@@ -1,0 +1,103 @@
+// crasher.exe: a host that crashes on purpose, guarded as wsc.dll guards its host. One process, one crash.
+//
+//   crasher CASE [/folder:F] [/dumper:F] [/flags:HEX] [/limit:N] [/ratio:N] [/pretend:WORD]
+//   crasher watch ...      the same in a child process: prints its process id, whether it had to be ended, and its whole exit code
+//   crasher list           the cases
+//
+// Dumps and wsc.log go to the folder /folder, by default the suite's log folder. The status of the install is printed.
+#include <windows.h>
+
+#include <cstdio>
+#include <cwchar>
+#include <string>
+
+#include "base/command_line.h"
+#include "base/exceptions.h"
+#include "base/log.h"
+#include "crasher/stage.h"
+#include "entry/log_folder.h"
+#include "root/scoped_handle.h"
+
+namespace crv::standins::crasher {
+namespace {
+
+constexpr int kWrongUsage = 2;
+constexpr DWORD kLongestRun = 120'000;  // ms
+
+const Case* Find(const std::wstring& name) {
+  for (const Case* const list : {kFaults, kInstallations}) {
+    for (const Case* c = list; c->name; ++c) {
+      if (name == c->name) return c;
+    }
+  }
+  return nullptr;
+}
+
+int List() {
+  for (const Case* const list : {kFaults, kInstallations}) {
+    for (const Case* c = list; c->name; ++c) std::printf("%-24ls %ls\n", c->name, c->purpose);
+  }
+  return 0;
+}
+
+int Watch(std::wstring command_line) {
+  SetErrorMode(SEM_FAILCRITICALERRORS | SEM_NOGPFAULTERRORBOX);
+  STARTUPINFOW startup = {};
+  startup.cb = sizeof(startup);
+  PROCESS_INFORMATION information = {};
+  if (!CreateProcessW(nullptr, command_line.data(), nullptr, nullptr, TRUE, 0, nullptr, nullptr, &startup, &information)) {
+    std::printf("not started: %lu\n", GetLastError());
+    return 1;
+  }
+  const root::ScopedKernelHandle process(information.hProcess);
+  const root::ScopedKernelHandle thread(information.hThread);
+  if (WaitForSingleObject(process.get(), kLongestRun) != WAIT_OBJECT_0) {
+    std::puts("hung");
+    TerminateProcess(process.get(), ERROR_TIMEOUT);
+    WaitForSingleObject(process.get(), 10'000);
+  }
+  DWORD exit_code = 0;
+  GetExitCodeProcess(process.get(), &exit_code);
+  std::printf("process %lu\nexit 0x%08lx\n", information.dwProcessId, exit_code);
+  return 0;
+}
+
+unsigned long Number(const CommandLine& words, const wchar_t* name, int base, unsigned long usual) {
+  return words.has(name) ? std::wcstoul(words.value(name).c_str(), nullptr, base) : usual;
+}
+
+int Run(const Case& chosen, const CommandLine& words) {
+  Stage stage;
+  stage.folder = words.has(L"folder") ? words.value(L"folder") : wsc::LogFolder();
+  stage.dumper_folder = words.value(L"dumper");
+  stage.flags = Number(words, L"flags", 16, stage.flags);
+  stage.limit = static_cast<std::int32_t>(Number(words, L"limit", 10, stage.limit));
+  if (words.has(L"pretend") && !Pretend(words.value(L"pretend"))) return kWrongUsage;
+  log::OpenLogFile(stage.folder + L"\\wsc.log");
+  stage.guard = crashguard::AcquireCrashGuard();
+  stage.guard->SetFullDumpRatio(static_cast<std::int32_t>(Number(words, L"ratio", 10, 0)));
+  if (!chosen.installs_itself) std::printf("install %u\n", static_cast<unsigned>(stage.Install()));
+  std::fflush(stdout);
+  return chosen.run(stage);
+}
+
+int Main() {
+  CommandLine words;
+  words.parse(GetCommandLineW());
+  if (words.words().empty()) return kWrongUsage;
+  const std::wstring first = words.words()[0];
+  if (first == L"list") return List();
+  if (first == L"watch") {
+    std::wstring command_line = GetCommandLineW();
+    const std::size_t at = command_line.find(L" watch ");
+    return at == std::wstring::npos ? kWrongUsage : Watch(command_line.erase(at, 6));
+  }
+  const Case* const chosen = Find(first);
+  return chosen ? Run(*chosen, words) : kWrongUsage;
+}
+
+}  // namespace
+}  // namespace crv::standins::crasher
+
+// Not caught: what nobody catches is one of the cases.
+int main() { return crv::standins::crasher::Main(); }
