@@ -9,14 +9,12 @@
 #include "crashguard/exception_filters.h"
 #include "crashguard/exit_signal.h"
 #include "crashguard/guard_log.h"
-#include "platform/stack_guarantee.h"
 
 namespace crv::crashguard {
 namespace {
 
 constexpr wchar_t kDumper[] = L"cvDump32.exe";
 constexpr UINT kQuietErrors = SEM_FAILCRITICALERRORS | SEM_NOGPFAULTERRORBOX | SEM_NOOPENFILEERRORBOX;
-constexpr ULONG kStackForOverflow = 0x20000;  // bytes, of the installing thread
 constexpr std::int32_t kUsualFullDumpDivisor = 256;
 
 // The same for the life of the process, different in others.
@@ -130,7 +128,6 @@ bool CrashHandler::InstallGlobalHandler(std::uint32_t flags) {
   } else {
     previous_filter_ = SetUnhandledExceptionFilter(&TopLevelExceptionFilter);
     global_handler_installed_ = true;
-    platform::GuaranteeStack(kStackForOverflow);
     if (flags & install_flags::kLockFilter) filter_lock_.Lock();
     Record([] { log::Info(tag, "CrashGuard global exception handler installed"); });
   }

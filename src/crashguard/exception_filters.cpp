@@ -6,6 +6,7 @@
 #include "crashguard/guard_log.h"
 #include "crashguard/thrown_type.h"
 #include "platform/direction_flag.h"
+#include "platform/spare_stack.h"
 #include "platform/structured_guard.h"
 #include "root/token.h"
 
@@ -82,8 +83,8 @@ bool UnderServiceAccount() {
   }
 }
 
+// The filter's work, under its lock.
 LONG HandleCrash(EXCEPTION_POINTERS* exception) {
-  const FilterEntry entry;
   const DWORD code = exception->ExceptionRecord->ExceptionCode;
   if (code != static_cast<DWORD>(STATUS_STACK_OVERFLOW)) {
     Record([] { log::Debug(tag, "Entering TopLevelExceptionFilter..."); });
@@ -108,11 +109,25 @@ LONG HandleCrash(EXCEPTION_POINTERS* exception) {
 }  // namespace
 
 LONG WINAPI TopLevelExceptionFilter(EXCEPTION_POINTERS* exception) {
-  try {
-    return HandleCrash(exception);
-  } catch (...) {
-    return EXCEPTION_CONTINUE_SEARCH;
+  struct Crash {
+    EXCEPTION_POINTERS* exception;
+    LONG answer;
+  } crash = {exception, EXCEPTION_CONTINUE_SEARCH};
+  const auto handle = [](void* context) {
+    Crash& crash = *static_cast<Crash*>(context);
+    try {
+      crash.answer = HandleCrash(crash.exception);
+    } catch (...) {
+      // The search goes on.
+    }
+  };
+  const FilterEntry entry;
+  if (exception->ExceptionRecord->ExceptionCode == static_cast<DWORD>(STATUS_STACK_OVERFLOW)) {
+    platform::RunOnSpareStack(handle, &crash);
+  } else {
+    handle(&crash);
   }
+  return crash.answer;
 }
 
 LONG WINAPI VectoredExceptionHandler(EXCEPTION_POINTERS* exception) {

@@ -13,6 +13,20 @@
 #include "platform/throw_record.h"
 
 namespace crv::standins::crasher {
+
+// Of external linkage, so that the compiler cannot know every class derived from it.
+struct Unfinished {
+  Unfinished() {
+    Unfinished* volatile const unfinished = this;  // the compiler does not know what it points to
+    unfinished->Act();
+  }
+  virtual ~Unfinished() = default;
+  virtual void Act() = 0;
+};
+struct Finished : Unfinished {
+  void Act() override {}
+};
+
 namespace {
 
 constexpr DWORD kMoment = 300;  // ms, for another thread to get where it is going
@@ -27,11 +41,10 @@ int InAnotherThread(Stage&) {
   return 0;
 }
 
-[[gnu::noinline]] int Divide(int dividend, volatile int& divisor) { return dividend / divisor; }
-
 int DivisionByZero(Stage&) {
-  volatile int zero = 0;
-  return Divide(1, zero);
+  volatile int dividend = 1000;
+  volatile int divisor = 0;
+  return dividend / divisor;
 }
 
 int IllegalInstruction(Stage&) {
@@ -45,7 +58,7 @@ int Breakpoint(Stage&) {
 }
 
 [[gnu::noinline]] int FillStack(volatile int& depth) {
-  volatile char page[4096];
+  volatile char page[512];
   depth = depth + 1;
   page[0] = static_cast<char>(depth);
   return depth > 0 ? FillStack(depth) + page[0] : 0;
@@ -65,18 +78,8 @@ int UncaughtException(Stage&) {
   return 0;
 }
 
-struct Base {
-  Base() { CallThroughBase(*this); }
-  virtual ~Base() = default;
-  virtual void Act() = 0;
-  [[gnu::noinline]] static void CallThroughBase(Base& object) { object.Act(); }
-};
-struct Derived : Base {
-  void Act() override {}
-};
-
 int PureVirtualCall(Stage&) {
-  const Derived object;
+  const Finished object;
   return 0;
 }
 

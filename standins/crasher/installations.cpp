@@ -53,13 +53,20 @@ int InstalledAgain(Stage& stage) {
   return 0;
 }
 
-// The library as its host uses it: loaded, run, freed. Afterwards nothing of it may be called any more.
+// The library as its host uses it. Gives what `run` answered.
+DWORD RunLibrary(HMODULE library, const wchar_t* command_line) {
+  using Run = DWORD(__stdcall*)(const wchar_t*);
+  const auto run = reinterpret_cast<Run>(reinterpret_cast<void*>(GetProcAddress(library, "_run@4")));
+  const DWORD result = run ? run(command_line) : ERROR_PROC_NOT_FOUND;
+  std::printf("run 0x%08lx\n", result);
+  return result;
+}
+
+// Afterwards nothing of the library may be called any more.
 int LibraryUnloaded(Stage&) {
   SetUnhandledExceptionFilter(&OtherFilter);
   const HMODULE library = LoadLibraryW(L"wsc.dll");
-  using Run = DWORD(__stdcall*)(const wchar_t*);
-  const auto run = reinterpret_cast<Run>(reinterpret_cast<void*>(GetProcAddress(library, "_run@4")));
-  std::printf("run 0x%08lx\n", run ? run(L"crasher.exe /av") : 0);
+  RunLibrary(library, L"crasher.exe /av");
   FreeLibrary(library);
   std::printf("loaded %d\n", GetModuleHandleW(L"wsc.dll") != nullptr);
   std::printf("previous %d\n", SetUnhandledExceptionFilter(&OtherFilter) == &OtherFilter);
@@ -68,14 +75,15 @@ int LibraryUnloaded(Stage&) {
   return 0;
 }
 
-// The library in a process that has no thread-local slot left: its crash guard works without the mark of re-entry.
+// The library in a process where only the loader finds a thread-local slot: its crash guard works without the mark of re-entry.
 int NoSlot(Stage&) {
-  int slots = 0;
-  while (TlsAlloc() != TLS_OUT_OF_INDEXES) ++slots;
+  constexpr DWORD kForRuntime = 8;  // given back later: the compiler's runtime cannot throw without one
+  DWORD last = 0;
+  for (DWORD slot = TlsAlloc(); slot != TLS_OUT_OF_INDEXES; slot = TlsAlloc()) last = slot;
+  TlsFree(last);
   const HMODULE library = LoadLibraryW(L"wsc.dll");
-  using Run = DWORD(__stdcall*)(const wchar_t*);
-  const auto run = reinterpret_cast<Run>(reinterpret_cast<void*>(GetProcAddress(library, "_run@4")));
-  std::printf("run 0x%08lx\n", run ? run(L"crasher.exe") : 0);
+  for (DWORD i = 1; i <= kForRuntime; ++i) TlsFree(last - i);
+  RunLibrary(library, L"crasher.exe");
   return 0;
 }
 
