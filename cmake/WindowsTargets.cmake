@@ -6,7 +6,8 @@ set(CRV_OLDEST_WINDOWS 0x0502)
 add_compile_definitions(UNICODE _UNICODE WIN32_LEAN_AND_MEAN NOMINMAX STRICT _GLIBCXX_ASSERTIONS
   PSAPI_VERSION=1)
 # Version 4 of the debug information is what debuggers for minidumps read in Windows images; its paths do not depend on the machine.
-add_compile_options(-gdwarf-4 "-ffile-prefix-map=${CMAKE_SOURCE_DIR}/=")
+# Frame pointers let a dump's stack be walked where there is no debug information.
+add_compile_options(-gdwarf-4 "-ffile-prefix-map=${CMAKE_SOURCE_DIR}/=" -fno-omit-frame-pointer)
 # Two builds of the same sources are byte-identical. libstdc++ and the thread library are linked in; libgcc is shared, so that an
 # exception thrown in one DLL can be caught in another.
 add_link_options(-Wl,--no-insert-timestamp -Wl,--dynamicbase -Wl,--nxcompat -static-libstdc++ -shared-libgcc -Wl,-Bstatic)

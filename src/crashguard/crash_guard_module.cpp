@@ -24,11 +24,18 @@ void CrashGuardModule::SetDumpFolder(const std::wstring& folder) { handler_.SetD
 std::int32_t CrashGuardModule::SetFullDumpRatio(std::int32_t divisor) { return handler_.SetFullDumpRatio(divisor); }
 
 std::unique_ptr<mi::IEventConnection> CrashGuardModule::ConnectDumpWritten(const EventHandler& handler) {
-  return std::make_unique<mi::EventConnection>(dump_written_.connect(handler));
+  return Connect(dump_written_, handler);
 }
 
 std::unique_ptr<mi::IEventConnection> CrashGuardModule::ConnectFatalDumpWritten(const EventHandler& handler) {
-  return std::make_unique<mi::EventConnection>(fatal_dump_written_.connect(handler));
+  return Connect(fatal_dump_written_, handler);
+}
+
+std::unique_ptr<mi::IEventConnection> CrashGuardModule::Connect(Event& event, const EventHandler& handler) {
+  boost::signals2::scoped_connection pending(event.connect(handler));  // until somebody owns it
+  auto connection = std::make_unique<mi::EventConnection>(pending);
+  pending.release();
+  return connection;
 }
 
 std::uint32_t CrashGuardModule::WriteDumpInternal(EXCEPTION_POINTERS* exception, const wchar_t* file_name,
@@ -44,10 +51,27 @@ std::uint32_t CrashGuardModule::WriteDumpExternal(EXCEPTION_POINTERS* exception,
 void CrashGuardModule::CrashNow() { crashguard::CrashNow(); }
 HANDLE CrashGuardModule::CrashAfter(std::uint32_t delay) { return crashguard::CrashAfter(delay); }
 
+namespace {
+
+// Never destroyed: a thread may crash while the library is being unloaded.
+std::weak_ptr<CrashGuardModule>& TheModule() {
+  alignas(std::weak_ptr<CrashGuardModule>) static unsigned char place[sizeof(std::weak_ptr<CrashGuardModule>)];
+  static auto* const module = new (place) std::weak_ptr<CrashGuardModule>();
+  return *module;
+}
+
+}  // namespace
+
 std::shared_ptr<CrashGuardModule> AcquireCrashGuardModule() {
-  static const std::shared_ptr<CrashGuardModule> module(new CrashGuardModule);
+  static const std::shared_ptr<CrashGuardModule> module = [] {
+    const std::shared_ptr<CrashGuardModule> made(new CrashGuardModule);
+    TheModule() = made;
+    return made;
+  }();
   return module;
 }
+
+std::shared_ptr<CrashGuardModule> FindCrashGuardModule() noexcept { return TheModule().lock(); }
 
 std::shared_ptr<ICrashGuardModule> AcquireCrashGuard() { return AcquireCrashGuardModule(); }
 

@@ -38,6 +38,8 @@ class CrashGuardModule : public mi::Module<ICrashGuardModule> {
   void RaiseFatalDumpWritten() { fatal_dump_written_(); }
 
  private:
+  static std::unique_ptr<mi::IEventConnection> Connect(Event& event, const EventHandler& handler);
+
   CrashHandler handler_;
   Event dump_written_;
   Event fatal_dump_written_;
@@ -45,5 +47,8 @@ class CrashGuardModule : public mi::Module<ICrashGuardModule> {
 
 // The process-wide object itself; as AcquireCrashGuard.
 std::shared_ptr<CrashGuardModule> AcquireCrashGuardModule();
+
+// The same for a crashing thread: null before the object is made and from the beginning of its end on. Throws nothing.
+std::shared_ptr<CrashGuardModule> FindCrashGuardModule() noexcept;
 
 }  // namespace crv::crashguard

@@ -70,7 +70,7 @@ void CrashHandler::SetDumpFolder(const std::wstring& folder) {
   LeaveCriticalSection(&lock_);
 }
 
-std::int32_t CrashHandler::SetFullDumpRatio(std::int32_t divisor) { return std::exchange(full_dump_divisor_, divisor); }
+std::int32_t CrashHandler::SetFullDumpRatio(std::int32_t divisor) { return full_dump_divisor_.exchange(divisor); }
 
 std::uint32_t CrashHandler::Install(const std::wstring& dump_folder, const std::wstring& dumper_folder, std::uint32_t flags,
                                     std::int32_t dump_limit) noexcept {
@@ -82,7 +82,8 @@ std::uint32_t CrashHandler::Install(const std::wstring& dump_folder, const std::
   dumps_left_ = dump_limit;
   try {
     return InstallAfterMark(dump_folder, dumper_folder, flags);
-  } catch (const std::exception&) {  // no memory for a path
+  } catch (...) {  // no memory for a path
+    Record([] { log::Error(tag, "Failed to install crash hooks"); });
     return install_status::kHooksFailed;
   }
 }

@@ -63,6 +63,7 @@ class CrashHandler {
   std::uint32_t StartDumperAndWait(Writer& writer);
   std::uint32_t WriteDumpFile(EXCEPTION_POINTERS* exception, const wchar_t* comment);
   void RaiseEvents();
+  void CloseDumper();
   LONG LockDepth() const;
   void AbandonWriters(LONG depth);
 
@@ -75,7 +76,7 @@ class CrashHandler {
   std::uintptr_t ctrl_routine_ = 0;
   bool installed_ = false;  // an install was attempted
   bool fatal_ = false;      // never cleared
-  std::int32_t full_dump_divisor_;
+  std::atomic<std::int32_t> full_dump_divisor_;
   std::atomic<bool> writing_ = false;
   std::atomic<std::int32_t> dumps_left_ = 0;
   std::int32_t sample_key_;

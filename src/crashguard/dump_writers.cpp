@@ -9,7 +9,6 @@
 #include "crashguard/guard_log.h"
 #include "platform/bounded_text.h"
 #include "platform/structured_guard.h"
-#include "root/scoped_handle.h"
 
 namespace crv::crashguard {
 namespace {
@@ -38,27 +37,26 @@ class CrashHandler::Writer {
  public:
   explicit Writer(CrashHandler& handler) : handler_(handler) {
     EnterCriticalSection(&handler_.lock_);
-    writing_ = !handler_.writing_.exchange(true);
-    if (!writing_) {
-      Record([] { log::Error(tag, "Attempted to WriteDump while another operation is already in progress"); });
-    }
+    busy_ = handler_.writing_.exchange(true);
+    if (busy_) Record([] { log::Error(tag, "Attempted to WriteDump while another operation is already in progress"); });
   }
   ~Writer() {
-    EndWriting();
+    if (!busy_) {
+      handler_.CloseDumper();
+      EndWriting();
+    }
     LeaveCriticalSection(&handler_.lock_);
   }
   Writer(const Writer&) = delete;
   Writer& operator=(const Writer&) = delete;
 
-  explicit operator bool() const { return writing_; }
+  explicit operator bool() const { return !busy_; }
 
-  void EndWriting() {
-    if (std::exchange(writing_, false)) handler_.writing_ = false;
-  }
+  void EndWriting() { handler_.writing_ = false; }
 
  private:
   CrashHandler& handler_;
-  bool writing_;
+  bool busy_;
 };
 
 std::uint32_t CrashHandler::WriteDump(EXCEPTION_POINTERS* exception, bool counted, const wchar_t* comment) noexcept {
@@ -109,18 +107,31 @@ LONG CrashHandler::LockDepth() const {
   return held ? lock_.RecursionCount : 0;
 }
 
-// Gives back what writers held that a structured exception ended on this thread.
+// Gives back what a writer held that a structured exception ended on this thread; `depth` is that of before. A writer that was
+// called from within another one holds nothing but the lock.
 void CrashHandler::AbandonWriters(LONG depth) {
   if (LockDepth() == depth) return;
-  if (dump_file_ != INVALID_HANDLE_VALUE) {
-    CloseHandle(std::exchange(dump_file_, INVALID_HANDLE_VALUE));
-    DeleteFileW(path_);
+  if (depth == 0) {
+    if (dump_file_ != INVALID_HANDLE_VALUE) {
+      CloseHandle(std::exchange(dump_file_, INVALID_HANDLE_VALUE));
+      DeleteFileW(path_);
+    }
+    CloseDumper();
+    writing_ = false;
   }
-  if (depth == 0) writing_ = false;
   while (LockDepth() > depth) LeaveCriticalSection(&lock_);
 }
 
-bool CrashHandler::IsFullDumpHandler() const { return full_dump_divisor_ != 0 && sample_key_ % full_dump_divisor_ == 0; }
+void CrashHandler::CloseDumper() {
+  for (HANDLE* const handle : {&dumper_process_.hProcess, &dumper_process_.hThread}) {
+    if (*handle) CloseHandle(std::exchange(*handle, nullptr));
+  }
+}
+
+bool CrashHandler::IsFullDumpHandler() const {
+  const std::int64_t divisor = full_dump_divisor_;
+  return divisor != 0 && sample_key_ % divisor == 0;
+}
 
 void CrashHandler::BuildDumpPath(const wchar_t* file_name) {
   path_[0] = L'\0';
@@ -224,13 +235,11 @@ std::uint32_t CrashHandler::StartDumperAndWait(Writer& writer) {
     });
     return dump_status::kNotStarted;
   }
-  const root::ScopedKernelHandle thread(dumper_process_.hThread);
-  const root::ScopedKernelHandle process(dumper_process_.hProcess);
-  WaitForSingleObject(process.get(), INFINITE);
+  WaitForSingleObject(dumper_process_.hProcess, INFINITE);
   RaiseEvents();
   writer.EndWriting();
   DWORD exit_code = 0;
-  if (!GetExitCodeProcess(process.get(), &exit_code)) {
+  if (!GetExitCodeProcess(dumper_process_.hProcess, &exit_code)) {
     const DWORD error = GetLastError();
     Record([&] { log::Error(tag, "Failed to get exit code from dumper process, error: %d", static_cast<int>(error)); });
     return dump_status::kNotStarted;

@@ -89,7 +89,9 @@ LONG HandleCrash(EXCEPTION_POINTERS* exception) {
   if (code != static_cast<DWORD>(STATUS_STACK_OVERFLOW)) {
     Record([] { log::Debug(tag, "Entering TopLevelExceptionFilter..."); });
   }
-  CrashHandler& handler = AcquireCrashGuardModule()->handler();
+  const std::shared_ptr<CrashGuardModule> module = FindCrashGuardModule();
+  if (!module) return EXCEPTION_CONTINUE_SEARCH;
+  CrashHandler& handler = module->handler();
   if (RepairRelocatedCtrlRoutine(*exception, handler.ctrl_routine())) return EXCEPTION_CONTINUE_EXECUTION;
   handler.SetFatal();
   if (filter_entered.exchange(true)) {
@@ -109,6 +111,7 @@ LONG HandleCrash(EXCEPTION_POINTERS* exception) {
 }  // namespace
 
 LONG WINAPI TopLevelExceptionFilter(EXCEPTION_POINTERS* exception) {
+  platform::ClearDirectionFlag();
   struct Crash {
     EXCEPTION_POINTERS* exception;
     LONG answer;
@@ -138,10 +141,8 @@ LONG WINAPI VectoredExceptionHandler(EXCEPTION_POINTERS* exception) {
     return EXCEPTION_CONTINUE_SEARCH;
   }
   if (IsFatalException(*exception->ExceptionRecord)) {
-    try {
-      AcquireCrashGuardModule()->handler().WriteDump(exception, true, L"Cause: VectoredExceptionHandler");
-    } catch (...) {
-      // A crash guard that is gone writes no dump.
+    if (const std::shared_ptr<CrashGuardModule> module = FindCrashGuardModule()) {
+      module->handler().WriteDump(exception, true, L"Cause: VectoredExceptionHandler");
     }
   }
   entry_mark.Leave();

@@ -13,12 +13,27 @@ using FrameHandler = EXCEPTION_DISPOSITION(__cdecl*)(EXCEPTION_RECORD* exception
 
 inline constexpr DWORD kUnwinding = 0x2 | 0x4;  // EXCEPTION_UNWINDING, EXCEPTION_EXIT_UNWIND
 
+// The head of the calling thread's handler chain. The compiler's own intrinsics may be moved across the code that a handler guards.
+inline void* HandlerChain() {
+  void* head;
+  asm volatile("movl %%fs:0, %0" : "=r"(head)::"memory");
+  return head;
+}
+inline void SetHandlerChain(void* head) { asm volatile("movl %0, %%fs:0" ::"r"(head) : "memory"); }
+
+// Whether the place lies within what the system knows as the calling thread's stack, as handlers that it calls must.
+inline bool IsOnThreadStack(const void* place) {
+  const NT_TIB* thread;
+  asm("movl %%fs:0x18, %0" : "=r"(thread));
+  return place >= thread->StackLimit && place < thread->StackBase;
+}
+
 struct FrameRegistration {
   explicit FrameRegistration(FrameHandler frame_handler)
-      : previous(reinterpret_cast<FrameRegistration*>(__readfsdword(0))), handler(frame_handler) {
-    __writefsdword(0, reinterpret_cast<DWORD>(this));
+      : previous(static_cast<FrameRegistration*>(HandlerChain())), handler(frame_handler) {
+    SetHandlerChain(this);
   }
-  ~FrameRegistration() { __writefsdword(0, reinterpret_cast<DWORD>(previous)); }
+  ~FrameRegistration() { SetHandlerChain(previous); }
   FrameRegistration(const FrameRegistration&) = delete;
   FrameRegistration& operator=(const FrameRegistration&) = delete;
 

@@ -1,9 +1,19 @@
 #include "platform/spare_stack.h"
 
+#include <windows.h>
+
 namespace crv::platform {
 namespace {
 
-alignas(16) unsigned char spare_stack[kSpareStackSize];
+constexpr std::size_t kPage = 0x1000;  // bytes
+
+alignas(kPage) unsigned char spare_stack[kSpareStackSize];
+
+// The lowest page is out of bounds, so that an overflow of this stack overwrites nothing.
+[[maybe_unused]] const bool has_end = [] {
+  DWORD protection;
+  return VirtualProtect(spare_stack, kPage, PAGE_NOACCESS, &protection) != FALSE;
+}();
 
 }  // namespace
 

@@ -1,5 +1,6 @@
 #include "platform/structured_guard.h"
 
+#include "platform/direction_flag.h"
 #include "platform/frame_registration.h"
 
 namespace crv::platform {
@@ -13,10 +14,12 @@ struct GuardFrame : FrameRegistration {
 };
 
 EXCEPTION_DISPOSITION __cdecl EndBody(EXCEPTION_RECORD* exception, void* frame, CONTEXT*, void*) {
+  ClearDirectionFlag();
   if (exception->ExceptionFlags & kUnwinding) return ExceptionContinueSearch;
-  GuardFrame* const guard = static_cast<GuardFrame*>(static_cast<FrameRegistration*>(frame));
+  GuardFrame* volatile const guard = static_cast<GuardFrame*>(static_cast<FrameRegistration*>(frame));
   guard->code = exception->ExceptionCode;
-  RtlUnwind(frame, nullptr, exception, nullptr);  // takes the handlers of the frames in between off the chain
+  // Takes the handlers of the frames in between off the chain. Windows does not keep every register across the call.
+  RtlUnwind(frame, nullptr, exception, nullptr);
   __builtin_longjmp(guard->jump, 1);
 }
 

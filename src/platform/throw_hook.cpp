@@ -10,16 +10,24 @@ namespace {
 
 using namespace crv::platform;
 
+struct ThrowFrame : FrameRegistration {
+  ThrowFrame(FrameHandler frame_handler, const ThrowRecord& thrown) : FrameRegistration(frame_handler), record(thrown) {}
+
+  const ThrowRecord& record;
+};
+
 // The first frame that is asked lets the thread go on, so that no other frame takes the exception for its own.
-EXCEPTION_DISPOSITION __cdecl LetThrowGoOn(EXCEPTION_RECORD* exception, void*, CONTEXT*, void*) {
-  const bool asked = exception->ExceptionCode == kThrownObject && !(exception->ExceptionFlags & kUnwinding);
+EXCEPTION_DISPOSITION __cdecl LetThrowGoOn(EXCEPTION_RECORD* exception, void* frame, CONTEXT*, void*) {
+  const auto* const thrown = static_cast<ThrowFrame*>(static_cast<FrameRegistration*>(frame));
+  const bool asked = !(exception->ExceptionFlags & kUnwinding) && thrown->record.RaisedAs(*exception);
   return asked ? ExceptionContinueExecution : ExceptionContinueSearch;
 }
 
 __attribute__((noinline)) void ShowThrow(void* object, const std::type_info& type) {
   const ThrowRecord record(object, type);
-  const FrameRegistration frame(&LetThrowGoOn);
-  record.Raise(0);
+  const ThrowFrame frame(&LetThrowGoOn, record);
+  // On another stack than the thread's the system would not ask the frame, and end the process.
+  if (IsOnThreadStack(&frame)) record.Raise(0);
 }
 
 }  // namespace

@@ -30,4 +30,9 @@ void ThrowRecord::Raise(DWORD flags) const {
   RaiseException(kThrownObject, flags, kThrowParameters, parameters);
 }
 
+bool ThrowRecord::RaisedAs(const EXCEPTION_RECORD& exception) const {
+  return exception.ExceptionCode == kThrownObject && exception.NumberParameters == kThrowParameters &&
+         exception.ExceptionInformation[kThrowInfo] == Address(&info_);
+}
+
 }  // namespace crv::platform

@@ -43,7 +43,7 @@ struct ThrowInfo {
 
 // What a thrown object of a type looks like to those who read throws. It points into itself and is only good where it lies; its
 // one catchable type is the thrown one, named "class crv::exceptions::fatal" in the manner of the Microsoft runtime's type
-// information. For code that has no memory left: it takes none of its own, and a name that cannot be demangled stays mangled.
+// information. Never fails: a name that cannot be demangled, for want of memory perhaps, stays mangled.
 class ThrowRecord {
  public:
   ThrowRecord(void* object, const std::type_info& type) noexcept;
@@ -52,6 +52,9 @@ class ThrowRecord {
 
   // Raises the exception. Returns only when a handler lets the thread go on, which `flags` may forbid (EXCEPTION_NONCONTINUABLE).
   void Raise(DWORD flags) const;
+
+  // Whether the exception is the one that this record raises.
+  bool RaisedAs(const EXCEPTION_RECORD& exception) const;
 
  private:
   TypeDescriptor descriptor_;

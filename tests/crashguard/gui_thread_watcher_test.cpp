@@ -1,0 +1,73 @@
+#include "crashguard/gui_thread_watcher.h"
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <functional>
+#include <system_error>
+
+namespace crv::crashguard::detail {
+namespace {
+
+// A host's watcher: waits to be stopped, then does `last`.
+class Watcher : public GuiThreadWatcherController {
+ public:
+  void Start(std::function<void()> last) {
+    thread_ = std::thread([self = std::static_pointer_cast<Watcher>(shared_from_this()), last] {
+      {
+        std::unique_lock lock(self->mutex_);
+        self->wake_up_.wait(lock, [&] { return self->stop_requested_; });
+      }
+      last();
+      self->ended_ = true;
+      self->ended_.notify_all();
+    });
+  }
+  bool has_thread() const { return thread_.joinable(); }
+  std::atomic<bool>& ended() { return ended_; }
+
+ private:
+  std::atomic<bool> ended_ = false;
+};
+
+TEST(GuiThreadWatcher, WithoutAThreadThereIsNothingToStop) {
+  const auto watcher = std::make_shared<Watcher>();
+  watcher->StopAndJoin();
+  watcher->StopAndDetach();
+}
+
+TEST(GuiThreadWatcher, StopWaitsForTheThreadOrLetsItGo) {
+  const auto joined = std::make_shared<Watcher>();
+  joined->Start([] {});
+  joined->StopAndJoin();
+  EXPECT_TRUE(joined->ended());
+  EXPECT_FALSE(joined->has_thread());
+  joined->StopAndJoin();
+
+  auto detached = std::make_shared<Watcher>();
+  std::atomic<bool> go = false;
+  detached->Start([&] { go.wait(false); });
+  detached->StopAndDetach();
+  EXPECT_FALSE(detached->has_thread());
+  EXPECT_FALSE(detached->ended());
+  go = true;
+  go.notify_all();
+  detached->ended().wait(false);
+}
+
+TEST(GuiThreadWatcher, CannotWaitForItself) {
+  const auto watcher = std::make_shared<Watcher>();
+  std::error_code code;
+  watcher->Start([&] {
+    try {
+      watcher->StopAndJoin();
+    } catch (const std::system_error& error) {
+      code = error.code();
+    }
+  });
+  watcher->StopAndJoin();
+  EXPECT_EQ(std::errc::resource_deadlock_would_occur, code);
+}
+
+}  // namespace
+}  // namespace crv::crashguard::detail

@@ -1,0 +1,76 @@
+// The repair of a console control thread that begins at another process's address. A crash that needs no repair has to be the first
+// one of its process, so each row has a process of its own.
+#include "crashguard/exception_filters.h"
+
+#include "crashguard/crash_guard_module.h"
+#include "crashguard/stage.h"
+
+namespace crv::crashguard {
+namespace {
+
+using testing::ElementsAre;
+
+struct Repair : test::DumpStage {
+  Repair() {
+    AcquireCrashGuardModule()->Install(folder_, folder_, 0, 0);
+    const std::uintptr_t here = AcquireCrashGuardModule()->handler().ctrl_routine();
+    EXPECT_NE(0u, here);
+    record.ExceptionCode = static_cast<DWORD>(EXCEPTION_ACCESS_VIOLATION);
+    record.ExceptionAddress = reinterpret_cast<void*>(here ^ 0x12340000);
+    context.Esp = reinterpret_cast<DWORD>(stack);
+    context.Eip = reinterpret_cast<DWORD>(record.ExceptionAddress);
+    AcquireCrashGuardModule()->Uninstall();  // no dump, if it comes to that
+    log_.clear();
+  }
+
+  LONG Filter() {
+    EXCEPTION_POINTERS pointers = {&record, &context};
+    return TopLevelExceptionFilter(&pointers);
+  }
+
+  DWORD stack[2] = {0x1000, 0x80000002};  // return address, argument
+  EXCEPTION_RECORD record = {};
+  CONTEXT context = {};
+};
+
+TEST_F(Repair, GoesOnAtThisProcesssAddress) {
+  for (const DWORD argument : {0x80000000u, 0x80000008u}) {
+    stack[1] = argument;
+    EXPECT_EQ(EXCEPTION_CONTINUE_EXECUTION, Filter());
+    EXPECT_EQ(AcquireCrashGuardModule()->handler().ctrl_routine(), context.Eip);
+  }
+  EXPECT_THAT(log_.lines(), ElementsAre("narrow 2 crashguard: Entering TopLevelExceptionFilter...",
+                                        "narrow 3 crashguard: Warning: Relocated kernel32 detected.",
+                                        "narrow 2 crashguard: Entering TopLevelExceptionFilter...",
+                                        "narrow 3 crashguard: Warning: Relocated kernel32 detected."));
+}
+
+TEST_F(Repair, NeedsEveryCondition) {
+  const struct {
+    const char* description;
+    void (*spoil)(Repair& repair);
+  } rows[] = {
+      {"another code", [](Repair& r) { r.record.ExceptionCode = static_cast<DWORD>(EXCEPTION_GUARD_PAGE); }},
+      {"another offset", [](Repair& r) { r.record.ExceptionAddress = static_cast<char*>(r.record.ExceptionAddress) + 1; }},
+      {"an argument too large", [](Repair& r) { r.stack[1] = 0x80000009; }},
+      {"an argument too small", [](Repair& r) { r.stack[1] = 0x7FFFFFFF; }},
+      {"no stack to read", [](Repair& r) { r.context.Esp = 0x10; }},
+  };
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.description);
+    const auto crash = [&] {
+      row.spoil(*this);
+      const DWORD before = context.Eip;
+      const LONG answer = Filter();
+      const std::string last = log_.lines().back();
+      std::exit(answer == EXCEPTION_CONTINUE_SEARCH && context.Eip == before &&
+                        last == "narrow 4 crashguard: CrashHandler not installed."
+                    ? 0
+                    : 1);
+    };
+    EXPECT_EXIT(crash(), testing::ExitedWithCode(0), "");
+  }
+}
+
+}  // namespace
+}  // namespace crv::crashguard

@@ -1,0 +1,279 @@
+#include "crashguard/crash_handler.h"
+
+#include <rpc.h>
+
+#include "crashguard/crash_guard.h"
+#include "crashguard/stage.h"
+#include "mi/module_counts.h"
+#include "support/import_fake.h"
+
+namespace crv::crashguard {
+namespace {
+
+using test::ImportFake;
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::IsEmpty;
+using testing::SizeIs;
+
+// One attempt to write a dump in-process.
+struct Attempt {
+  unsigned type;
+  std::wstring comment;
+  DWORD thread;  // 0: without exception information
+};
+std::vector<Attempt> attempts;
+std::size_t failing_attempts = 0;
+
+BOOL WINAPI WriteNothing(HANDLE process, DWORD process_id, HANDLE file, MINIDUMP_TYPE type, PMINIDUMP_EXCEPTION_INFORMATION exception,
+                         PMINIDUMP_USER_STREAM_INFORMATION streams, PMINIDUMP_CALLBACK_INFORMATION callback) {
+  EXPECT_EQ(GetCurrentProcess(), process);
+  EXPECT_EQ(GetCurrentProcessId(), process_id);
+  EXPECT_EQ(1u, streams->UserStreamCount);
+  const MINIDUMP_USER_STREAM& stream = streams->UserStreamArray[0];
+  EXPECT_EQ(11u, stream.Type);
+  EXPECT_EQ(nullptr, callback);
+  const std::wstring comment(static_cast<const wchar_t*>(stream.Buffer), stream.BufferSize / sizeof(wchar_t));
+  EXPECT_FALSE(exception && exception->ClientPointers);
+  attempts.push_back({static_cast<unsigned>(type), comment, exception ? exception->ThreadId : 0});
+  DWORD written = 0;
+  WriteFile(file, "part", 4, &written, nullptr);
+  SetLastError(ERROR_DISK_FULL);
+  return attempts.size() > failing_attempts;
+}
+
+// A handler whose system dump writer only takes notes.
+class Writers : public test::DumpStage {
+ protected:
+  Writers() {
+    attempts.clear();
+    failing_attempts = 0;
+    const ImportFake<decltype(GetProcAddress)> fake("kernel32.dll", "GetProcAddress", [](auto* real, HMODULE module, LPCSTR name) {
+      return std::string(name) == "MiniDumpWriteDump" ? reinterpret_cast<FARPROC>(reinterpret_cast<void*>(&WriteNothing)) : real(module, name);
+    });
+    const ImportFake<decltype(UuidCreate)> uuid("rpcrt4.dll", "UuidCreate", [](auto*, UUID* made) {
+      *made = UUID{static_cast<DWORD>(-512), 1, 2, {}};
+      return RPC_STATUS{RPC_S_OK};
+    });
+    handler_ = std::make_unique<CrashHandler>();
+    handler_->SetDumpFolder(folder_);
+  }
+
+  EXCEPTION_POINTERS* Crash() {
+    record_.ExceptionCode = static_cast<DWORD>(EXCEPTION_ACCESS_VIOLATION);
+    context_.Eip = ++crashes_;
+    return &pointers_;
+  }
+
+  static DWORD crashes_;
+  EXCEPTION_RECORD record_ = {};
+  CONTEXT context_ = {};
+  EXCEPTION_POINTERS pointers_ = {&record_, &context_};
+  std::unique_ptr<CrashHandler> handler_;
+};
+DWORD Writers::crashes_ = 0;
+
+TEST_F(Writers, InProcessEachAttemptLosesSomething) {
+  const struct {
+    const char* description;
+    std::int32_t divisor;
+    std::size_t failures;
+    std::uint32_t status;
+    std::vector<unsigned> types;
+  } rows[] = {
+      {"usual", 0, 0, 0, {0x41164}},
+      {"after a failure", 0, 1, 0, {0x41164, 0x164}},
+      {"after two failures", 0, 2, 0, {0x41164, 0x164, 0x4}},
+      {"nothing helps", 0, 3, 6, {0x41164, 0x164, 0x4}},
+      {"full memory", 1, 0, 0, {0x41966}},
+      {"full memory, nothing helps", 1, 3, 6, {0x41966, 0x166, 0x6}},
+  };
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.description);
+    attempts.clear();
+    failing_attempts = row.failures;
+    handler_->SetFullDumpRatio(row.divisor);
+    EXPECT_EQ(row.status, handler_->WriteDumpInternal(Crash(), L"asked.mdmp", L", asked"));
+    std::vector<unsigned> types;
+    for (const Attempt& attempt : attempts) types.push_back(attempt.type);
+    EXPECT_EQ(row.types, types);
+    EXPECT_THAT(Files(), SizeIs(row.status == 0 ? 1 : 0)) << "no partial file stays";
+    EXPECT_EQ(std::wstring(L"Dumped by CrashHandler, asked").append(1, L'\0'), attempts.back().comment);
+    EXPECT_EQ(GetCurrentThreadId(), attempts.back().thread);
+    EXPECT_TRUE(DeleteFileW((folder_ + L"\\asked.mdmp").c_str()) || row.status) << "the file is closed";
+  }
+  EXPECT_THAT(log_.lines(), IsEmpty());
+}
+
+TEST_F(Writers, InProcessWithoutExceptionAndUnderWindowsXp) {
+  const ImportFake<decltype(GetVersion)> xp("kernel32.dll", "GetVersion", [](auto*) { return DWORD{0x0A280105}; });
+  handler_->SetFullDumpRatio(0);
+  EXPECT_EQ(0u, handler_->WriteDumpInternal(nullptr, nullptr, nullptr));
+  ASSERT_THAT(attempts, SizeIs(1));
+  EXPECT_EQ(0x41160u, attempts[0].type);
+  EXPECT_EQ(0u, attempts[0].thread);
+  EXPECT_EQ(std::wstring(L"Dumped by CrashHandler").append(1, L'\0'), attempts[0].comment);
+  ASSERT_THAT(Files(), SizeIs(1));
+  FILETIME now;
+  GetSystemTimeAsFileTime(&now);
+  const std::wstring start = L"unp" + std::to_wstring(now.dwHighDateTime);
+  EXPECT_EQ(start, Files()[0].substr(0, start.size()));
+}
+
+TEST_F(Writers, FullMemoryIsForOneProcessInSoMany) {
+  // The sample key is -512.
+  const struct {
+    std::int32_t divisor;
+    bool full;
+  } rows[] = {{0, false}, {1, true}, {256, true}, {512, true}, {-512, true}, {1024, false}, {3, false}};
+  EXPECT_EQ(256, handler_->SetFullDumpRatio(5));
+  EXPECT_EQ(5, handler_->SetFullDumpRatio(0));
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.divisor);
+    handler_->SetFullDumpRatio(row.divisor);
+    handler_->WriteDumpInternal(nullptr, L"asked.mdmp", nullptr);
+    EXPECT_EQ(row.full ? 0x41966u : 0x41164u, attempts.back().type);
+  }
+}
+
+TEST_F(Writers, AFileThatCannotBeCreatedIsStatus5AndStillAnEvent) {
+  int events = 0;
+  const auto module = AcquireCrashGuard();
+  const auto connection = module->ConnectDumpWritten([&] { ++events; });
+  EXPECT_EQ(5u, handler_->WriteDumpInternal(nullptr, L"no\\such\\folder.mdmp", nullptr));
+  EXPECT_EQ(1, events);
+  EXPECT_THAT(attempts, IsEmpty());
+  EXPECT_EQ(0u, handler_->WriteDumpInternal(nullptr, L"asked.mdmp", nullptr)) << "nothing is held";
+}
+
+// The external writer, with a system that starts nothing: the command line that it was given.
+TEST_F(Writers, TheDumperLearnsEverythingFromItsCommandLine) {
+  const std::wstring longest(2048, L'c');
+  const struct {
+    const wchar_t* comment;
+    const wchar_t* dumper_folder;
+    const wchar_t* dumper;
+    const wchar_t* received;
+  } rows[] = {
+      {L"a comment, with 'all' %s", L"D:\\suite", L"D:\\suite\\cvDump32.exe", L"a comment, with 'all' %s"},
+      {nullptr, L"D:\\", L"D:\\cvDump32.exe", L""},
+      {L"say \"no\"", L"", L"cvDump32.exe", L"Comment contained illegal characters and was removed."},
+      {longest.c_str(), L"D:", L"D:\\cvDump32.exe", longest.c_str()},
+  };
+  std::wstring application, command_line;
+  const ImportFake<decltype(CreateProcessW)> fake(
+      "kernel32.dll", "CreateProcessW",
+      [&](auto*, LPCWSTR name, LPWSTR line, auto*, auto*, BOOL inherit, DWORD flags, void* environment, LPCWSTR current,
+          STARTUPINFOW* startup, PROCESS_INFORMATION*) {
+        application = name;
+        command_line = line;
+        EXPECT_FALSE(inherit);
+        EXPECT_EQ(0x08000000u, flags);
+        EXPECT_EQ(nullptr, environment);
+        EXPECT_EQ(nullptr, current);
+        EXPECT_EQ(68u, startup->cb);
+        SetLastError(ERROR_ACCESS_DENIED);
+        return FALSE;
+      });
+  handler_->SetFullDumpRatio(0);
+  EXCEPTION_POINTERS* const crash = Crash();
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.dumper);
+    EXPECT_EQ(7u, handler_->WriteDumpExternal(crash, L"asked.mdmp", row.comment, row.dumper_folder));
+    wchar_t middle[256];
+    _snwprintf(middle, 256, L"\" --pid %d --exception_ptr %p --thread_id %d --dump_level 0 --dump_file \"",
+               static_cast<int>(GetCurrentProcessId()), static_cast<void*>(crash), static_cast<int>(GetCurrentThreadId()));
+    EXPECT_EQ(row.dumper, application);
+    EXPECT_EQ(L"\"" + application + middle + folder_ + L"\\asked.mdmp\" --comment \"" + row.received + L"\"", command_line);
+  }
+  EXPECT_EQ("wide 4 crashguard: Failed to start process dumper at 'D:\\suite\\cvDump32.exe' due to error: 5", log_.lines()[0]);
+
+  handler_->SetFullDumpRatio(1);
+  handler_->WriteDumpExternal(nullptr, nullptr, (longest + L"c").c_str(), L"D:\\");
+  EXPECT_NE(std::wstring::npos, command_line.find(L"--exception_ptr 00000000 "));
+  EXPECT_NE(std::wstring::npos, command_line.find(L" --dump_level 1 "));
+  EXPECT_NE(std::wstring::npos, command_line.find(L"\"Comment exceeded maximum size and was removed.\""));
+}
+
+TEST_F(Writers, WithoutAnyDumperFolderThereIsNoDumper) {
+  EXPECT_EQ(4u, handler_->WriteDumpExternal(nullptr, nullptr, nullptr, nullptr));
+  EXPECT_THAT(log_.lines(), ElementsAre("narrow 4 crashguard: Process dumper filename was not set"));
+  EXPECT_EQ(0u, handler_->WriteDumpInternal(nullptr, nullptr, nullptr)) << "nothing is held";
+}
+
+TEST_F(Writers, ADumperWhoseEndCannotBeReadIsStatus7) {
+  int events = 0;
+  const auto module = AcquireCrashGuard();
+  const auto connection = module->ConnectDumpWritten([&] { ++events; });
+  std::vector<HANDLE> open;
+  const ImportFake<decltype(CreateProcessW)> start("kernel32.dll", "CreateProcessW", [&](auto*, auto... arguments) {
+    PROCESS_INFORMATION& information = *std::get<9>(std::tie(arguments...));
+    information.hProcess = CreateEventW(nullptr, TRUE, TRUE, nullptr);
+    information.hThread = CreateEventW(nullptr, TRUE, TRUE, nullptr);
+    open = {information.hProcess, information.hThread};
+    return TRUE;
+  });
+  const ImportFake<decltype(GetExitCodeProcess)> end("kernel32.dll", "GetExitCodeProcess", [](auto*, auto...) {
+    SetLastError(ERROR_INVALID_HANDLE);
+    return FALSE;
+  });
+  EXPECT_EQ(7u, handler_->WriteDumpExternal(nullptr, nullptr, nullptr, L"D:\\"));
+  EXPECT_EQ(1, events);
+  EXPECT_THAT(log_.lines(), ElementsAre("narrow 4 crashguard: Failed to get exit code from dumper process, error: 6"));
+  for (const HANDLE handle : open) EXPECT_FALSE(SetEvent(handle)) << "left open";
+}
+
+TEST_F(Writers, WriteDumpAsksBeforeItWrites) {
+  EXPECT_EQ(2u, handler_->WriteDump(nullptr, false, nullptr));
+  EXPECT_THAT(log_.lines(), ElementsAre("narrow 4 crashguard: CrashHandler not installed."));
+  ASSERT_EQ(1u, handler_->Install(folder_, folder_, 0, 2));
+  log_.clear();
+  EXCEPTION_POINTERS* const crash = Crash();
+  EXPECT_EQ(0u, handler_->WriteDump(crash, true, nullptr));
+  EXPECT_THAT(log_.lines(), ElementsAre(HasSubstr("wide 4 crashguard: Failed to start process dumper at '"),
+                                        "narrow 5 crashguard: Minidump generation failed with error: 7",
+                                        "narrow 2 crashguard: Minidump created successfully. Exception code is: c0000005"));
+  log_.clear();
+  EXPECT_EQ(8u, handler_->WriteDump(crash, true, nullptr)) << "and counts";
+  EXPECT_THAT(log_.lines(), ElementsAre("narrow 2 crashguard: Exception was already dumped, ignoring..."));
+  log_.clear();
+  EXPECT_EQ(8u, handler_->WriteDump(Crash(), true, nullptr));
+  EXPECT_THAT(log_.lines(), ElementsAre("narrow 2 crashguard: CrashHandler dump limit reached."));
+  EXPECT_EQ(0u, handler_->WriteDump(Crash(), false, nullptr)) << "the limit is for those that count";
+  log_.clear();
+  failing_attempts = attempts.size() + 3;
+  EXPECT_EQ(6u, handler_->WriteDump(nullptr, false, nullptr));
+  EXPECT_THAT(log_.lines(), ElementsAre(HasSubstr("due to error: "), HasSubstr("error: 7"))) << "and no success";
+}
+
+// A writer that ends in a structured exception gives the lock back: another thread can write.
+TEST_F(Writers, AStructuredExceptionInAWriterIsStatus1) {
+  ASSERT_EQ(1u, handler_->Install(folder_, folder_, 0, 2));
+  log_.clear();
+  const auto* const nowhere = reinterpret_cast<const wchar_t*>(1);
+  EXPECT_EQ(1u, handler_->WriteDump(nullptr, false, nowhere));
+  EXPECT_THAT(log_.lines(), ElementsAre("narrow 5 crashguard: Failed to write minidump, SEH exception encountered"));
+  std::uint32_t status = 99;
+  std::thread([&] { status = handler_->WriteDumpInternal(nullptr, L"asked.mdmp", nullptr); }).join();
+  EXPECT_EQ(0u, status);
+}
+
+TEST_F(Writers, OnlyFatalDumpsRaiseTheFatalEvent) {
+  std::string events;
+  const auto module = AcquireCrashGuard();
+  const auto written = module->ConnectDumpWritten([&] { events += 'w'; });
+  auto fatal = module->ConnectFatalDumpWritten([&] { events += 'f'; });
+  handler_->WriteDumpInternal(nullptr, L"asked.mdmp", nullptr);
+  EXPECT_EQ("w", events);
+  handler_->SetFatal();
+  handler_->WriteDumpInternal(nullptr, L"asked.mdmp", nullptr);
+  EXPECT_EQ("wwf", events);
+  fatal.reset();
+  handler_->WriteDumpInternal(nullptr, L"asked.mdmp", nullptr);
+  EXPECT_EQ("wwfw", events);
+  EXPECT_EQ(1u, mi::LiveCounts().modules);
+  EXPECT_EQ(1u, mi::LiveCounts().exported_objects);
+}
+
+}  // namespace
+}  // namespace crv::crashguard
