@@ -86,7 +86,7 @@ CASES = [
     Case("uncaught C++ exception", "uncaught", THROWN, INSTALLED + ENTERED + [created(THROWN)], [BY_DUMPER], THROWN,
          r"(ThrowUncaught|UncaughtException).* at faults\.cpp"),
     Case("pure virtual call", "pure-virtual", FATAL_EXIT, INSTALLED + ENTERED + [created(FATAL_EXIT)], [BY_DUMPER], FATAL_EXIT,
-         r"Unfinished.* at faults\.cpp"),
+         r"PureVirtualCall.* at faults\.cpp"),
     Case("a second thread crashes meanwhile", "two-threads", AV,
          INSTALLED + ENTERED + [created(AV)] + ENTERED + ["error Multiple calls to TopLevelExceptionFilter detected."], [BY_DUMPER],
          function=WRITE),
