@@ -57,7 +57,11 @@ TEST(CommandLine, RebuildsTextByItsTable) {
       {L"", {{L"a", L""}}, L"", L"/a", L"/a"},
       {L"p", {{L"b c", L"x"}, {L"a", L""}, {L"A", L"2"}}, L"w", L"/a:2 \"/b c:x\" \"w\"", L"\"p\" /a:2 \"/b c:x\" \"w\""},
       {L"q\"q", {{L"n", L"a\"b"}}, L"", L"\"/n:a\"\"b\"", L"\"q\"q\" \"/n:a\"\"b\""},  // the program's own quotes stay single
-      {L"", {{L"t", L"a\tb"}}, L"\"a b\" c\"\"d", L"/t:a\tb \"a b\" \"c\"\"d\"", L"/t:a\tb \"a b\" \"c\"\"d\""},  // only blanks quote
+      {L"",
+       {{L"t", L"a\tb"}},
+       L"\"a b\" c\"\"d",
+       L"/t:a\tb \"a b\" \"c\"\"d\"",
+       L"/t:a\tb \"a b\" \"c\"\"d\""},  // only blanks quote
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(testing::Message() << "row " << (&c - cases));

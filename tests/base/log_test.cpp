@@ -85,8 +85,9 @@ std::size_t SlotOf(Member member) {
 
 TEST(Log, TheLibrarysOperationsHaveTheirPlaces) {
   using Logger = log::detail::ILogger;
-  const std::size_t slots[] = {SlotOf(&Logger::LogWideVariadic), SlotOf(&Logger::LogException), SlotOf(&Logger::LogExceptionAtLevel),
-                               SlotOf(&Logger::LogWide),         SlotOf(&Logger::LogNarrow),    SlotOf(&Logger::OpenLogFile)};
+  const std::size_t slots[] = {SlotOf(&Logger::LogWideVariadic),     SlotOf(&Logger::LogException),
+                               SlotOf(&Logger::LogExceptionAtLevel), SlotOf(&Logger::LogWide),
+                               SlotOf(&Logger::LogNarrow),           SlotOf(&Logger::OpenLogFile)};
   EXPECT_THAT(slots, ElementsAre(0u, 1u, 2u, 3u, 4u, 5u));
 }
 

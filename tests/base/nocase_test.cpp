@@ -47,8 +47,10 @@ TEST(Nocase, ComparesByItsTable) {
       EXPECT_EQ(c.expected, nocase::compare(c.left, c.length, c.right, c.length, c.maximum, locale)) << "row " << (&c - cases);
     }
   }
-  EXPECT_EQ("fatal 00000057 nocase::compare left nullparam", test::Thrown([&] { nocase::compare(nullptr, 0, nullptr, 0, 0, classic); }));
-  EXPECT_EQ("fatal 00000057 nocase::compare right nullparam", test::Thrown([&] { nocase::compare(L"", 0, nullptr, 0, 0, classic); }));
+  EXPECT_EQ("fatal 00000057 nocase::compare left nullparam",
+            test::Thrown([&] { nocase::compare(nullptr, 0, nullptr, 0, 0, classic); }));
+  EXPECT_EQ("fatal 00000057 nocase::compare right nullparam",
+            test::Thrown([&] { nocase::compare(L"", 0, nullptr, 0, 0, classic); }));
 
   const std::locale before = std::locale::global(greek);
   const nocase::Less under_greek;  // keeps the locale of its construction

@@ -15,11 +15,10 @@ namespace {
 using Fields = std::array<std::uint32_t, 6>;  // of a PathRootInfo
 
 TEST(PathRoot, FollowsItsTable) {
-  struct Case {
+  const struct {
     const wchar_t* path;
     std::uint32_t root_start, prefix_length, root_end, flags;
-  };
-  const Case cases[] = {
+  } cases[] = {
       // No root, and drives.
       {L"dir\\file", 0, 0, 3, 0x14}, {L"file", 0, 0, 4, 0}, {L"\\dir", 0, 0, 0, 0x14}, {L"/", 0, 0, 0, 0x10}, {L":", 0, 0, 1, 0},
       {L"c:", 0, 0, 2, 0x102}, {L"C:\\", 0, 0, 2, 0x112}, {L"Z:/\\dir", 0, 0, 2, 0x116}, {L"a:dir", 0, 0, 2, 0x104},
@@ -40,20 +39,17 @@ TEST(PathRoot, FollowsItsTable) {
       {L"\\\\?\\Volume{01234567-89ab-cdef-0123-456789abcde}", 0, 4, 4, 0x206},
       {L"\\\\?\\Volume{01234567-89ab-cdef-0123-456789abcdef0}", 0, 4, 4, 0x206}, {L"\\\\?\\Volume{", 0, 4, 4, 0x206},
       // Devices.
-      {L"\\\\.\\crvSP", 0, 4, 4, 0x406}, {L"\\\\?\\Device", 0, 4, 4, 0x206}, {L"\\\\?\\Device\\", 0, 4, 11, 0x4202},
+      {L"\\\\.\\crvSP", 0, 4, 4, 0x406}, {L"\\\\?\\Device\\", 0, 4, 11, 0x4202},
       {L"\\\\?\\device\\\\Harddisk0\\Partition1", 0, 4, 21, 0x4216}, {L"\\\\?\\GLOBALROOT\\x", 0, 4, 15, 0x206},
       {L"\\\\?\\GlobalRoot\\\\Device/Harddisk0", 0, 4, 32, 0x4202}, {L"\\\\?\\Device\\FileDisk\\\\One\\x", 0, 4, 24, 0x4216},
       {L"\\\\?\\Device\\FileDisk", 0, 4, 19, 0x4202}, {L"\\\\?\\Devices\\x", 0, 4, 4, 0x206}, {L"\\\\?\\GlobalRoot", 0, 4, 4, 0x206},
   };
-  for (const Case& c : cases) {
+  for (const auto& c : cases) {
     SCOPED_TRACE(testing::Message() << "row " << (&c - cases));
     PathRootInfo info = {1, 2, 3, {4, 5}, 6};
     EXPECT_EQ(0u, GetPathRootInfo(c.path, &info));
     EXPECT_EQ((Fields{c.root_start, c.prefix_length, c.root_end, 0, 0, c.flags}), std::bit_cast<Fields>(info));
   }
-}
-
-TEST(PathRoot, RefusesNothingToLookAtAndClearsTheRecord) {
   for (const wchar_t* const path : {static_cast<const wchar_t*>(nullptr), L""}) {
     PathRootInfo info = {1, 2, 3, {4, 5}, 6};
     EXPECT_EQ(path ? 123u : 160u, GetPathRootInfo(path, &info));
@@ -62,8 +58,7 @@ TEST(PathRoot, RefusesNothingToLookAtAndClearsTheRecord) {
   EXPECT_EQ(0u, GetPathRootInfo(L"C:\\", nullptr));
 }
 
-// Paths of exactly their own length on the heap, put together from what the scan looks for: the root lies in the path, and the
-// flags about what follows it are true of the text.
+// Paths of exactly their own length on the heap: the root lies in the path, and the flags are true of the text behind it.
 TEST(PathRoot, StaysInsideGeneratedPaths) {
   std::mt19937 random(7);
   const std::wstring pieces[] = {L"\\", L"/", L"?", L".", L"\\\\?\\", L"UNC", L"GlobalRoot", L"Device", L"FileDisk", L"c:", L"x",
