@@ -24,14 +24,20 @@ TEST(LockObject, WorksThroughTheSlotsOfItsInterface) {
   const test::ImportFake<decltype(EnterCriticalSection)> enter("kernel32.dll", "EnterCriticalSection", note("enter "));
   const test::ImportFake<decltype(LeaveCriticalSection)> leave("kernel32.dll", "LeaveCriticalSection", note("leave "));
   const test::ImportFake<decltype(DeleteCriticalSection)> remove("kernel32.dll", "DeleteCriticalSection", note("delete "));
+  const void* object = nullptr;
+  const test::ImportFake<void(void*)> free("msvcrt.dll", "free", [&](auto real, void* memory) {
+    if (memory == object) calls += "free ";
+    real(memory);
+  });
   alignas(CLockCS) unsigned char place[sizeof(CLockCS)];  // whose memory is not given back
   for (CLock* const lock : {new CLockCS, new (place) CLockCS}) {
     calls = "";
+    object = lock;
     const Slots& slots = **reinterpret_cast<Slots* const*>(lock);
     slots.lock(lock);
     slots.unlock(lock);
-    slots.destroy(lock, reinterpret_cast<unsigned char*>(lock) != place);
-    EXPECT_EQ("enter leave delete ", calls);
+    slots.destroy(lock, object != place);
+    EXPECT_EQ(object != place ? "enter leave delete free " : "enter leave delete ", calls);
   }
   const test::ImportFake<decltype(InitializeCriticalSectionAndSpinCount)> no_memory(
       "kernel32.dll", "InitializeCriticalSectionAndSpinCount", [](auto...) { return FALSE; });

@@ -8,6 +8,7 @@
 #include <utility>
 #include <vector>
 
+#include "root/scoped_handle.h"
 #include "support/import_fake.h"
 #include "support/redirected_hive.h"
 
@@ -79,6 +80,7 @@ TEST_F(Registry, ReadsTextsAndNumbersOfTheirTypesAndSizesOnly) {
       {REG_MULTI_SZ, Wide(L"a")},
       {REG_DWORD, {0x78, 0x56, 0x34, 0x12}, {}, true},
       {REG_DWORD, {1, 0}},
+      {REG_DWORD, {1, 0, 0, 0, 0, 0, 0, 0}},
       {REG_BINARY, {1, 0, 0, 0}},
   };
   for (const auto& c : cases) {
@@ -93,6 +95,14 @@ TEST_F(Registry, ReadsTextsAndNumbersOfTheirTypesAndSizesOnly) {
     EXPECT_EQ(c.is_number ? 0u : 13u, GetLastError());
     EXPECT_EQ(c.is_number ? 0x12345678u : 7u, number);
   }
+}
+
+TEST_F(Registry, OwnersOfKeysKeepTheLastErrorWhenTheyClose) {
+  ScopedRegistryKey key;
+  EXPECT_EQ(0, RegOpenKeyExW(HKEY_LOCAL_MACHINE, L"", 0, KEY_READ, key.put()));
+  SetLastError(7);
+  key.reset();
+  EXPECT_EQ(7u, GetLastError());
 }
 
 TEST_F(Registry, ExpandsAVariableThatGrowsMeanwhileAndReportsAFailure) {

@@ -46,9 +46,11 @@ class Token : public testing::Test {
       "advapi32.dll", "DuplicateToken", [this](auto real, HANDLE token, auto level, HANDLE* duplicate) {
         return Hold(!Fails("duplicate") && real(token, level, duplicate), duplicate);
       }};
-  test::ImportFake<decltype(CheckTokenMembership)> check_{
-      "advapi32.dll", "CheckTokenMembership",
-      [this](auto real, auto... arguments) { return !Fails("check") && real(arguments...); }};
+  test::ImportFake<decltype(CheckTokenMembership)> check_{"advapi32.dll", "CheckTokenMembership",
+                                                          [this](auto real, HANDLE token, PSID group, BOOL* member) {
+                                                            EXPECT_TRUE(IsWellKnownSid(group, WinBuiltinAdministratorsSid));
+                                                            return !Fails("check") && real(token, group, member);
+                                                          }};
   test::ImportFake<decltype(GetTokenInformation)> information_{
       "advapi32.dll", "GetTokenInformation",
       [this](auto real, HANDLE token, auto what, void* block, DWORD size, DWORD* needed) -> BOOL {
