@@ -44,26 +44,31 @@ TEST_F(FolderLookup, TakesTheRegistrysWordThenTheBasesSubFolderThenTheBase) {
   EXPECT_EQ(L"", Look({.value_name = L"Missing", .key_path = kKey, .default_base = Path(L"none"), .sub_folder = L"sub"}));
 }
 
-TEST_F(FolderLookup, MarkersHaveToBeFilesUpToTheirNumber) {
-  const std::wstring folder = AddFolder(L"f");
-  AddFolder(L"f\\first.ini");
-  EXPECT_FALSE(VerifyFolder(folder, kMarkers, 1)) << "a directory is no marker";
-  RemoveDirectoryW(Path(L"f\\first.ini").c_str());
+TEST_F(FolderLookup, FoldersPassTheCheckOfTheirMode) {
   AddFile(L"f\\first.ini");
-  EXPECT_TRUE(VerifyFolder(folder, kMarkers, 1));
-  EXPECT_TRUE(VerifyFolder(folder, kMarkers, 2)) << "an absent entry counts as found";
-  EXPECT_FALSE(VerifyFolder(folder, kMarkers, 3));
-  AddFile(L"f\\third.ini");
-  EXPECT_TRUE(VerifyFolder(folder, kMarkers, 4));
-  EXPECT_TRUE(VerifyFolder(Path(L"missing"), {}, 1)) << "no list, no marker to miss";
-}
-
-TEST_F(FolderLookup, ModesTellWhetherTheFolderIsMade) {
-  EXPECT_FALSE(VerifyFolder(Path(L"new"), {}, kMustExist));
-  EXPECT_TRUE(VerifyFolder(Path(L"new"), {}, kCreateIfMissing));
-  EXPECT_TRUE(VerifyFolder(Path(L"new"), {}, kMustExist));
-  EXPECT_FALSE(VerifyFolder(Path(L"no\\parent"), {}, kCreateIfMissing));
-  EXPECT_FALSE(VerifyFolder(AddFile(L"file"), {}, kCreateIfMissing));
+  AddFile(L"all\\first.ini");
+  AddFile(L"all\\third.ini");
+  AddFolder(L"folder\\first.ini");
+  AddFile(L"file");
+  const struct {
+    const wchar_t* folder;
+    int mode;
+    bool expected;
+    Markers markers = kMarkers;
+  } cases[] = {
+      {L"folder", 1, false},  // a directory is no marker
+      {L"f", 1, true},
+      {L"f", 2, true},  // an absent entry counts as found
+      {L"f", 3, false},
+      {L"all", 4, true},
+      {L"missing", 1, true, {}},  // no list, no marker to miss
+      {L"new", kMustExist, false},
+      {L"new", kCreateIfMissing, true},
+      {L"new", kMustExist, true},
+      {L"no\\parent", kCreateIfMissing, false},
+      {L"file", kCreateIfMissing, false},
+  };
+  for (const auto& c : cases) EXPECT_EQ(c.expected, VerifyFolder(Path(c.folder), c.markers, c.mode)) << "row " << (&c - cases);
 }
 
 // A process under WOW64, as GetProcAddress shows it to the optional-function table, and the state of its redirection.

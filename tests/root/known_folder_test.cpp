@@ -39,10 +39,9 @@ TEST(KnownFolder, AsksTheShellThenFallsBackForTwoFoldersAndReportsEveryFailure) 
         "kernel32.dll", "GetWindowsDirectoryW", [&](auto, auto path, auto) {
           return std::wcscpy(path, L"X:\\WIN"), SetLastError(ERROR_INVALID_DRIVE), c.windows_length;
         });
-    if (!c.registry.empty()) {
-      SHSetValueW(HKEY_LOCAL_MACHINE, L"SOFTWARE\\Microsoft\\Windows\\CurrentVersion\\Explorer\\Shell Folders", L"Common AppData",
-                  REG_SZ, c.registry.c_str(), c.registry.size() * sizeof(wchar_t));
-    }
+    const std::wstring shell_folders = L"SOFTWARE\\Microsoft\\Windows\\CurrentVersion\\Explorer\\Shell Folders";
+    SHSetValueW(HKEY_LOCAL_MACHINE, shell_folders.c_str(), c.registry.empty() ? L"another" : L"Common AppData", REG_SZ,
+                c.registry.c_str(), c.registry.size() * sizeof(wchar_t));
     std::wstring folder;
     EXPECT_EQ(c.thrown, test::Thrown([&] { folder = GetKnownFolderPath(c.csidl); }));
     EXPECT_EQ(c.expected, folder);

@@ -30,7 +30,8 @@ TEST(ParentProcess, IsTheSixthFieldUnlessTheStatusIsNegative) {
   EXPECT_EQ("error c0000004 Unable to retrieve basic process information!", test::Thrown(GetParentProcessId));
 }
 
-// The only reader of the record in this program: one that is not filled while the program is being loaded is filled here, and fails.
+// The only reader of the record in this program: one that is not filled while the program is being loaded is filled here, and
+// fails.
 TEST(OsVersion, RecordIsFilledAtLoadAndReadingAgainTellsWhatIsMissing) {
   const test::ImportFake<decltype(GetProcAddress)> no_function("kernel32.dll", "GetProcAddress",
                                                                [](auto...) { return SetLastError(127), nullptr; });

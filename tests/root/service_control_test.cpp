@@ -122,18 +122,6 @@ TEST_F(ServiceControl, RequestsOnceAndPollsInOrder) {
   EXPECT_TRUE(Start(0));
 }
 
-TEST_F(ServiceControl, LongestWaitEndsBeforeItsCountOverflows) {
-  std::uint32_t sleeps = 0;
-  const test::ImportFake<decltype(Sleep)> sleep("kernel32.dll", "Sleep", [&](auto...) { ++sleeps; });
-  const test::ImportFake<decltype(QueryServiceStatus)> query("advapi32.dll", "QueryServiceStatus",
-                                                             [&](auto, auto, auto* status) -> BOOL {
-                                                               status->dwCurrentState = SERVICE_START_PENDING;
-                                                               return sleeps <= 42949672;
-                                                             });
-  EXPECT_FALSE(Start(0xFFFFFFFF));
-  EXPECT_EQ(42949672u, sleeps);
-}
-
 TEST_F(ServiceControl, MissingKeyExistsForTheRequestOnly) {
   services_.States({1});
   EXPECT_FALSE(Start(100));
