@@ -85,7 +85,7 @@ TEST_F(Installer, EveryOutcomeOfTheRunsHasItsResult) {
     std::vector<std::string> runs;
   } cases[] = {
       {"", "", L"", true, 0, true, {kFirstRun, kSecondRun}},
-      {"exit\t256", "", L"", true, 256, false, {kFirstRun}},
+      {"exit\t3", "", L"", true, 3, false, {kFirstRun}},
       {"", "exit\t0xc0000005", L"", true, 0xC0000005, true, {kFirstRun, kSecondRun}},
       {"", "", L"ProgramFolder", false, 0, false, {}},
       {"", "", installer, false, 0, false, {}},
