@@ -40,16 +40,13 @@ int TableReferences() { return root::OptionalFunctions().table_count; }
 struct CountedSections {
   int made = 0, deleted = 0;
   int failing = 0;  // counted from 1
-  DWORD failure = ERROR_NO_SYSTEM_RESOURCES;
 
   ImportFake<decltype(InitializeCriticalSectionAndSpinCount)> make{
       "kernel32.dll", "InitializeCriticalSectionAndSpinCount", [this](auto real, auto* section, DWORD spin) {
-        return ++made == failing ? SetLastError(failure), FALSE : real(section, spin);
+        return ++made == failing ? SetLastError(ERROR_NO_SYSTEM_RESOURCES), FALSE : real(section, spin);
       }};
-  ImportFake<decltype(DeleteCriticalSection)> remove{"kernel32.dll", "DeleteCriticalSection", [this](auto real, auto* section) {
-                                                       ++deleted;
-                                                       real(section);
-                                                     }};
+  ImportFake<decltype(DeleteCriticalSection)> remove{
+      "kernel32.dll", "DeleteCriticalSection", [this](auto real, auto* section) { return ++deleted, real(section); }};
 };
 
 TEST(CommonOs, FirstReferenceSetsUpAndLastTearsDown) {
@@ -97,7 +94,8 @@ TEST(CommonOs, FailuresOfTheSystemAreReportedAndUndone) {
     const struct {
       int section;  // that fails: the table's, the library's, the lock object's; 0: the access list does
       DWORD result;
-    } rows[] = {{1, sections.failure}, {2, sections.failure}, {0, ERROR_NOT_ENOUGH_MEMORY}, {3, ERROR_NOT_ENOUGH_MEMORY}};
+    } rows[] = {
+        {1, ERROR_NO_SYSTEM_RESOURCES}, {2, ERROR_NO_SYSTEM_RESOURCES}, {0, ERROR_NOT_ENOUGH_MEMORY}, {3, ERROR_NOT_ENOUGH_MEMORY}};
     for (const auto& row : rows) {
       sections.failing = row.section;
       acl_fails = row.section == 0;
@@ -142,12 +140,8 @@ TEST(CommonOs, RepairsOnlyABrokenSystemRoot) {
     wchar_t windows[MAX_PATH];
     GetWindowsDirectoryW(windows, MAX_PATH);
     const std::wstring longer = L"C:\\" + std::wstring(300, L'w');
-    const wchar_t* const values[][2] = {// before and after
-                                        {nullptr, windows},
-                                        {L"", windows},
-                                        {L"%Other%", windows},
-                                        {L"Q:\\Win", L"Q:\\Win"},
-                                        {longer.c_str(), longer.c_str()}};
+    const wchar_t* const values[][2] = {
+        {nullptr, windows}, {L"", windows}, {L"%Other%", windows}, {L"Q:\\Win", L"Q:\\Win"}, {longer.c_str(), longer.c_str()}};
     for (const auto& [before, expected] : values) {
       SetEnvironmentVariableW(L"SystemRoot", before);
       EXPECT_EQ(0u, CmnOsInitialize(0));

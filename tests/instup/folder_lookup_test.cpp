@@ -89,12 +89,12 @@ TEST_F(FolderLookup, TouchesTheFileSystemWithoutRedirection) {
   std::string calls;
   const auto note = [&](char call) { calls += redirection ? '!' : call; };
   {
-    const ImportFake<decltype(GetFileAttributesW)> look("kernel32.dll", "GetFileAttributesW",
-                                                        [&](auto...) { return note('l'), INVALID_FILE_ATTRIBUTES; });
-    const ImportFake<decltype(CreateDirectoryW)> make("kernel32.dll", "CreateDirectoryW",
-                                                      [&](auto...) { return note('m'), FALSE; });
-    const ImportFake<decltype(GetCurrentDirectoryW)> current("kernel32.dll", "GetCurrentDirectoryW",
-                                                             [&](auto...) { return note('c'), 0; });
+    const ImportFake<decltype(GetFileAttributesW)> look(
+        "kernel32.dll", "GetFileAttributesW", [&](auto...) { return note('l'), INVALID_FILE_ATTRIBUTES; });
+    const ImportFake<decltype(CreateDirectoryW)> make(
+        "kernel32.dll", "CreateDirectoryW", [&](auto...) { return note('m'), FALSE; });
+    const ImportFake<decltype(GetCurrentDirectoryW)> current(
+        "kernel32.dll", "GetCurrentDirectoryW", [&](auto...) { return note('c'), 0; });
     EXPECT_FALSE(VerifyFolder(L"C:\\x", kMarkers, 1));
     EXPECT_FALSE(VerifyFolder(L"C:\\x", {}, kCreateIfMissing));
     const test::ScopedVariable temp(L"TEMP", nullptr), tmp(L"TMP", nullptr);

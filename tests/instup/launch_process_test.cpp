@@ -23,13 +23,13 @@ TEST(LaunchProcess, StartsSuspendedWaitsOnlyForACodeAndClosesItsHandles) {
     EXPECT_EQ(process.dwProcessId, id);
     return calls += "allow ", FALSE;  // costs nothing
   });
-  const ImportFake<decltype(ResumeThread)> resume("kernel32.dll", "ResumeThread",
-                                                  [&](auto real, HANDLE thread) { return calls += "resume ", real(thread); });
-  const ImportFake<decltype(WaitForSingleObject)> wait("kernel32.dll", "WaitForSingleObject",
-                                                       [&](auto real, HANDLE, DWORD limit) {
-                                                         EXPECT_EQ(INFINITE, limit);
-                                                         return calls += "wait ", real(process.hProcess, 60'000);
-                                                       });
+  const ImportFake<decltype(ResumeThread)> resume(
+      "kernel32.dll", "ResumeThread", [&](auto real, HANDLE thread) { return calls += "resume ", real(thread); });
+  const ImportFake<decltype(WaitForSingleObject)> wait(
+      "kernel32.dll", "WaitForSingleObject", [&](auto real, HANDLE, DWORD limit) {
+        EXPECT_EQ(INFINITE, limit);
+        return calls += "wait ", real(process.hProcess, 60'000);
+      });
   BOOL readable = TRUE;
   const ImportFake<decltype(GetExitCodeProcess)> read(
       "kernel32.dll", "GetExitCodeProcess", [&](auto real, auto... arguments) { return readable && real(arguments...); });

@@ -107,8 +107,8 @@ TEST_F(RegistryText, FollowsAValueThatGrowsAndStopsAtMemory) {
     EXPECT_EQ(row.answer, Read());
     EXPECT_EQ(row.offered, offered);
   }
-  const crv::test::ImportFake<decltype(RegQueryValueExW)> never_enough("advapi32.dll", "RegQueryValueExW",
-                                                                       [](auto...) { return ERROR_MORE_DATA; });
+  const crv::test::ImportFake<decltype(RegQueryValueExW)> never_enough(
+      "advapi32.dll", "RegQueryValueExW", [](auto...) { return ERROR_MORE_DATA; });
   EXPECT_EQ(Answer(234, L""), Read()) << "a size that fits already is not asked for for ever";
 }
 

@@ -87,18 +87,19 @@ class SettingsFile : public test::StageTest {
 
   crv::test::ImportFake<decltype(LockFileEx)> lock_{
       "kernel32.dll", "LockFileEx", [this](auto real, auto... arguments) { return Step("lock") && real(arguments...); }};
-  crv::test::ImportFake<decltype(GetFileSizeEx)> size_{"kernel32.dll", "GetFileSizeEx",
-                                                       [this](auto real, HANDLE file, LARGE_INTEGER* size) {
-                                                         const BOOL success = Step("size") && real(file, size);
-                                                         if (pretended_size_ != 0) size->QuadPart = pretended_size_;
-                                                         return success;
-                                                       }};
+  crv::test::ImportFake<decltype(GetFileSizeEx)> size_{
+      "kernel32.dll", "GetFileSizeEx", [this](auto real, HANDLE file, LARGE_INTEGER* size) {
+        const BOOL success = Step("size") && real(file, size);
+        if (pretended_size_ != 0) size->QuadPart = pretended_size_;
+        return success;
+      }};
   crv::test::ImportFake<decltype(ReadFile)> read_{
       "kernel32.dll", "ReadFile", [this](auto real, auto... arguments) { return Step("read") && real(arguments...); }};
-  crv::test::ImportFake<decltype(UnlockFileEx)> unlock_{"kernel32.dll", "UnlockFileEx", [this](auto real, auto... arguments) {
-                                                          return Step("unlock"),
-                                                                 real(arguments...) && (SetLastError(0xBAD), TRUE);
-                                                        }};
+  crv::test::ImportFake<decltype(UnlockFileEx)> unlock_{
+      "kernel32.dll", "UnlockFileEx", [this](auto real, auto... arguments) {
+        const BOOL success = Step("unlock") && real(arguments...);
+        return SetLastError(0xBAD), success;
+      }};
 };
 
 TEST_F(SettingsFile, ReplacesTheTreeByTheFile) {

@@ -24,17 +24,17 @@ TEST(FileVersion_, IsReadFromTheFixedInformationAndFailuresNameTheCall) {
   VS_FIXEDFILEINFO info = {0xFEEF04BD, 0x00010000, 0xFFFF0002, 0x0003FFFE, 0x00050006, 0x00070008};
   UINT size = sizeof(info);
   BOOL loaded = FALSE, found = FALSE;
-  const test::ImportFake<decltype(GetFileVersionInfoSizeW)> measure("version.dll", "GetFileVersionInfoSizeW",
-                                                                    [](auto...) { return 100; });
-  const test::ImportFake<decltype(GetFileVersionInfoW)> load("version.dll", "GetFileVersionInfoW",
-                                                             [&](auto...) { return SetLastError(ERROR_READ_FAULT), loaded; });
-  const test::ImportFake<decltype(VerQueryValueW)> query("version.dll", "VerQueryValueW",
-                                                         [&](auto, auto, std::wstring path, void** value, UINT* bytes) {
-                                                           EXPECT_EQ(L"\\", path);
-                                                           *value = &info;
-                                                           *bytes = size;
-                                                           return SetLastError(ERROR_CRC), found;
-                                                         });
+  const test::ImportFake<decltype(GetFileVersionInfoSizeW)> measure(
+      "version.dll", "GetFileVersionInfoSizeW", [](auto...) { return 100; });
+  const test::ImportFake<decltype(GetFileVersionInfoW)> load(
+      "version.dll", "GetFileVersionInfoW", [&](auto...) { return SetLastError(ERROR_READ_FAULT), loaded; });
+  const test::ImportFake<decltype(VerQueryValueW)> query(
+      "version.dll", "VerQueryValueW", [&](auto, auto, std::wstring path, void** value, UINT* bytes) {
+        EXPECT_EQ(L"\\", path);
+        *value = &info;
+        *bytes = size;
+        return SetLastError(ERROR_CRC), found;
+      });
   EXPECT_EQ("error 0000001e GetFileVersionInfoW", Read());
   loaded = TRUE;
   EXPECT_EQ("error 00000017 VerQueryValueW", Read());

@@ -45,22 +45,23 @@ class NtPath : public testing::Test {
 
   std::size_t next_ = 0;
   int open_searches_ = 0;
-  test::ImportFake<decltype(FindFirstVolumeW)> first_{"kernel32.dll", "FindFirstVolumeW", [this](auto, wchar_t* name, DWORD) {
-                                                        next_ = 0;
-                                                        return NextVolume(name)        ? ++open_searches_,
-                                                               HANDLE{&open_searches_} : INVALID_HANDLE_VALUE;
-                                                      }};
-  test::ImportFake<decltype(FindNextVolumeW)> following_{"kernel32.dll", "FindNextVolumeW",
-                                                         [this](auto, HANDLE, wchar_t* name, DWORD) { return NextVolume(name); }};
+  test::ImportFake<decltype(FindFirstVolumeW)> first_{
+      "kernel32.dll", "FindFirstVolumeW", [this](auto, wchar_t* name, DWORD) {
+        next_ = 0;
+        return NextVolume(name) ? (++open_searches_, HANDLE{&open_searches_}) : INVALID_HANDLE_VALUE;
+      }};
+  test::ImportFake<decltype(FindNextVolumeW)> following_{
+      "kernel32.dll", "FindNextVolumeW", [this](auto, HANDLE, wchar_t* name, DWORD) { return NextVolume(name); }};
   test::ImportFake<decltype(FindVolumeClose)> close_{
       "kernel32.dll", "FindVolumeClose", [this](auto, HANDLE) { return --open_searches_, SetLastError(0xBAD), TRUE; }};
-  test::ImportFake<decltype(QueryDosDeviceW)> devices_{"kernel32.dll", "QueryDosDeviceW", [](auto, auto name, auto device, auto) {
-                                                         for (const Volume& volume : kMachine) {
-                                                           if (volume.device && volume.name == std::wstring(L"\\\\?\\") + name)
-                                                             return std::wcscpy(device, volume.device), DWORD{100};
-                                                         }
-                                                         return DWORD{0};
-                                                       }};
+  test::ImportFake<decltype(QueryDosDeviceW)> devices_{
+      "kernel32.dll", "QueryDosDeviceW", [](auto, auto name, auto device, auto) {
+        for (const Volume& volume : kMachine) {
+          if (volume.device && volume.name == std::wstring(L"\\\\?\\") + name)
+            return std::wcscpy(device, volume.device), DWORD{100};
+        }
+        return DWORD{0};
+      }};
   test::ImportFake<decltype(GetVolumePathNamesForVolumeNameW)> mounts_{
       "kernel32.dll", "GetVolumePathNamesForVolumeNameW", [](auto, auto name, wchar_t* list, DWORD size, DWORD* needed) {
         for (const Volume& volume : kMachine) {
@@ -110,8 +111,8 @@ TEST(ModulePath, NamesTheFileOfTheMapping) {
   GetModuleFileNameW(nullptr, program, MAX_PATH);
   EXPECT_EQ(program, GetModulePath(nullptr));
   EXPECT_EQ(program, GetThisModulePath());
-  const test::ImportFake<decltype(GetMappedFileNameW)> fake("psapi.dll", "GetMappedFileNameW",
-                                                            [](auto...) { return SetLastError(ERROR_INVALID_ADDRESS), 0; });
+  const test::ImportFake<decltype(GetMappedFileNameW)> fake(
+      "psapi.dll", "GetMappedFileNameW", [](auto...) { return SetLastError(ERROR_INVALID_ADDRESS), 0; });
   EXPECT_EQ("error 000001e7 Unable to retrieve the path of the module!", test::Thrown([] { GetModulePath(nullptr); }));
 }
 

@@ -33,12 +33,12 @@ TEST(ParentProcess, IsTheSixthFieldUnlessTheStatusIsNegative) {
 // The only reader of the record in this program: one that is not filled while the program is being loaded is filled here, and
 // fails.
 TEST(OsVersion, RecordIsFilledAtLoadAndReadingAgainTellsWhatIsMissing) {
-  const test::ImportFake<decltype(GetProcAddress)> no_function("kernel32.dll", "GetProcAddress",
-                                                               [](auto...) { return SetLastError(127), nullptr; });
+  const test::ImportFake<decltype(GetProcAddress)> no_function(
+      "kernel32.dll", "GetProcAddress", [](auto...) { return SetLastError(127), nullptr; });
   EXPECT_NE(0u, OsVersionRecord().dwBuildNumber);
   EXPECT_EQ("error 0000007f GetProcAddress (RtlGetVersion)", test::Thrown(ReadOsVersion));
-  const test::ImportFake<decltype(GetModuleHandleW)> no_module("kernel32.dll", "GetModuleHandleW",
-                                                               [](auto...) { return SetLastError(126), nullptr; });
+  const test::ImportFake<decltype(GetModuleHandleW)> no_module(
+      "kernel32.dll", "GetModuleHandleW", [](auto...) { return SetLastError(126), nullptr; });
   EXPECT_EQ("error 0000007e GetModuleHandleW (ntdll)", test::Thrown(ReadOsVersion));
 }
 

@@ -128,8 +128,8 @@ TEST_F(Registry, WritesDwordsIntoKeysThatItMakes) {
   std::uint32_t value = 0;
   EXPECT_TRUE(QueryDword(kKey, L"number", value, 0));
   EXPECT_EQ(0xFFFFFFFEu, value);
-  const test::ImportFake<decltype(RegSetValueExW)> fake("advapi32.dll", "RegSetValueExW",
-                                                        [](auto...) { return ERROR_DISK_FULL; });
+  const test::ImportFake<decltype(RegSetValueExW)> fake(
+      "advapi32.dll", "RegSetValueExW", [](auto...) { return ERROR_DISK_FULL; });
   EXPECT_FALSE(SetDword(kKey, L"number", 1, 0));
   EXPECT_EQ(DWORD{ERROR_DISK_FULL}, GetLastError());
 }

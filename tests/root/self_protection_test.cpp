@@ -41,9 +41,10 @@ class SelfProtection : public testing::Test {
         *returned = returned_;
         return SetLastError(ERROR_GEN_FAILURE), success_;
       }};
-  test::ImportFake<decltype(CloseHandle)> close_{"kernel32.dll", "CloseHandle", [this](auto real, HANDLE handle) {
-                                                   return handle == device_ ? ++closed_, TRUE : real(handle);
-                                                 }};
+  test::ImportFake<decltype(CloseHandle)> close_{
+      "kernel32.dll", "CloseHandle", [this](auto real, HANDLE handle) {
+        return handle == device_ ? ++closed_, TRUE : real(handle);
+      }};
 };
 
 TEST_F(SelfProtection, OnlyAProperAnswerDecides) {

@@ -39,18 +39,20 @@ class ServiceControl : public testing::Test {
 
  private:
   test::RedirectedHive hive_;
-  test::ImportFake<decltype(StartServiceW)> start_{"advapi32.dll", "StartServiceW", [this](auto real, auto... arguments) {
-                                                     key_ = Key();
-                                                     if (key_can_be_written_)
-                                                       SHSetValueW(HKEY_LOCAL_MACHINE, (kServiceKey + L"\\Enum\\0").c_str(),
-                                                                   L"somebody's", REG_SZ, L"", 2);
-                                                     return real(arguments...);
-                                                   }};
-  test::ImportFake<decltype(Sleep)> sleep_{"kernel32.dll", "Sleep", [this](auto, DWORD time) {
-                                             EXPECT_EQ(100u, time);
-                                             key_ += "| " + Key();
-                                             if (fails_when_polled_) services_.Fail("query", 1115);
-                                           }};
+  test::ImportFake<decltype(StartServiceW)> start_{
+      "advapi32.dll", "StartServiceW", [this](auto real, auto... arguments) {
+        key_ = Key();
+        if (key_can_be_written_)
+          SHSetValueW(HKEY_LOCAL_MACHINE, (kServiceKey + L"\\Enum\\0").c_str(),
+                      L"somebody's", REG_SZ, L"", 2);
+        return real(arguments...);
+      }};
+  test::ImportFake<decltype(Sleep)> sleep_{
+      "kernel32.dll", "Sleep", [this](auto, DWORD time) {
+        EXPECT_EQ(100u, time);
+        key_ += "| " + Key();
+        if (fails_when_polled_) services_.Fail("query", 1115);
+      }};
   test::ImportFake<decltype(RegCreateKeyExW)> create_key_{
       "advapi32.dll", "RegCreateKeyExW",
       [this](auto real, HKEY root, auto subkey, DWORD zero, auto key_class, DWORD options, REGSAM access, auto... rest) {

@@ -46,11 +46,11 @@ class Token : public testing::Test {
       "advapi32.dll", "DuplicateToken", [this](auto real, HANDLE token, auto level, HANDLE* duplicate) {
         return Hold(!Fails("duplicate") && real(token, level, duplicate), duplicate);
       }};
-  test::ImportFake<decltype(CheckTokenMembership)> check_{"advapi32.dll", "CheckTokenMembership",
-                                                          [this](auto real, HANDLE token, PSID group, BOOL* member) {
-                                                            EXPECT_TRUE(IsWellKnownSid(group, WinBuiltinAdministratorsSid));
-                                                            return !Fails("check") && real(token, group, member);
-                                                          }};
+  test::ImportFake<decltype(CheckTokenMembership)> check_{
+      "advapi32.dll", "CheckTokenMembership", [this](auto real, HANDLE token, PSID group, BOOL* member) {
+        EXPECT_TRUE(IsWellKnownSid(group, WinBuiltinAdministratorsSid));
+        return !Fails("check") && real(token, group, member);
+      }};
   test::ImportFake<decltype(GetTokenInformation)> information_{
       "advapi32.dll", "GetTokenInformation",
       [this](auto real, HANDLE token, auto what, void* block, DWORD size, DWORD* needed) -> BOOL {
@@ -65,11 +65,12 @@ class Token : public testing::Test {
       "advapi32.dll", "AllocateAndInitializeSid", [this](auto real, auto... arguments) {
         return Hold(!Fails("make") && real(arguments...), std::get<10>(std::tuple(arguments...)));
       }};
-  test::ImportFake<decltype(FreeSid)> free_{"advapi32.dll", "FreeSid",
-                                            [this](auto real, PSID sid) { return held_.erase(sid), real(sid); }};
-  test::ImportFake<decltype(CloseHandle)> close_{"kernel32.dll", "CloseHandle", [this](auto real, HANDLE handle) {
-                                                   return held_.erase(handle), SetLastError(0xBAD), real(handle);
-                                                 }};
+  test::ImportFake<decltype(FreeSid)> free_{
+      "advapi32.dll", "FreeSid", [this](auto real, PSID sid) { return held_.erase(sid), real(sid); }};
+  test::ImportFake<decltype(CloseHandle)> close_{
+      "kernel32.dll", "CloseHandle", [this](auto real, HANDLE handle) {
+        return held_.erase(handle), SetLastError(0xBAD), real(handle);
+      }};
 };
 
 TEST_F(Token, FailuresAreNestedInTheNameOfTheQuestion) {
