@@ -4,7 +4,6 @@
 #include <sddl.h>
 
 #include <clocale>
-#include <cstdlib>
 #include <stdexcept>
 
 #include "root/os_class.h"
@@ -33,9 +32,10 @@ FARPROC LookUp(decltype(GetProcAddress)* real, HMODULE module, const std::string
   return real(module, name.c_str());
 }
 
-class FakedSystem {
- public:
-  FakedSystem() { asked = ""; }
+// The first stage of the table happens once in a process, in whichever test comes first.
+class OptionalTable : public testing::Test {
+ protected:
+  OptionalTable() { asked = ""; }
 
   const OptionalFunctionTable& table_ = OptionalFunctions();
   HANDLE device_ = kDevice;
@@ -64,43 +64,12 @@ class FakedSystem {
       [](auto real, auto... arguments) { return memory ? real(arguments...) : FALSE; }};
 };
 
-// In fresh processes, where the first stage has not happened; once on a system that does not tell its true version.
-TEST(OptionalTableInFreshProcess, FirstStageKnowsTheTrueVersion) {
-  const auto first_stage = [](bool told) {
-    const FakedSystem system;
-    const OptionalFunctionTable& table = system.table_;
-    missing = told ? "" : "RtlGetVersion";
-    EXPECT_EQ(nullptr, OpenSecurityAttributes());
-    {
-      const test::ImportFake<decltype(InitializeCriticalSectionAndSpinCount)> no_lock(
-          "kernel32.dll", "InitializeCriticalSectionAndSpinCount",
-          [](auto...) { return SetLastError(ERROR_NO_SYSTEM_RESOURCES), FALSE; });
-      EXPECT_EQ(DWORD{ERROR_NO_SYSTEM_RESOURCES}, OptionalTableInit(0));
-      EXPECT_EQ(0, table.first_stage_count);
-    }
-    // Knows the plain form only, and lies.
-    const test::ImportFake<decltype(GetVersionExW)> fake("kernel32.dll", "GetVersionExW", [](auto, OSVERSIONINFOW* reported) {
-      reported->dwMajorVersion = 4;
-      reported->dwBuildNumber = 1110;
-      return reported->dwOSVersionInfoSize == 276;
-    });
-    EXPECT_EQ(0u, OptionalTableInit(0));
-    EXPECT_EQ(told ? OsVersionRecord().dwBuildNumber : 1110u, table.version.dwBuildNumber);
-    EXPECT_EQ(told, table.os_class >= kOsClassXp);
-    EXPECT_EQ(table.os_class >= kOsClass8, table.prefetch_virtual_memory != nullptr);
-    EXPECT_NE(nullptr, table.nt_query_system_information);
-    EXPECT_TRUE(table.page_size == 4096 && table.allocation_granularity == 65536 && table.processor_count > 0);
-    EXPECT_EQ(0u, OptionalTableRelease());
-    std::exit(testing::Test::HasFailure() ? 1 : 0);
-  };
-  EXPECT_EXIT(first_stage(true), testing::ExitedWithCode(0), "");
-  EXPECT_EXIT(first_stage(false), testing::ExitedWithCode(0), "");
-}
-
-class OptionalTable : public testing::Test, protected FakedSystem {};
-
 TEST_F(OptionalTable, FirstReferenceFillsItAndTheLastOneClosesTheDevice) {
   EXPECT_EQ(0u, OptionalTableInit(0));
+  const OSVERSIONINFOEXW& version = table_.version;
+  EXPECT_EQ(OsVersionRecord().dwBuildNumber, version.dwBuildNumber);
+  EXPECT_EQ(ComputeOsClass(2, version.dwMajorVersion, version.dwMinorVersion, version.dwBuildNumber), table_.os_class);
+  EXPECT_EQ(table_.os_class >= kOsClass8, table_.prefetch_virtual_memory != nullptr);
   EXPECT_EQ("open;locale 0;", std::exchange(asked, ""));
   EXPECT_EQ(0u, OptionalTableInit(0));
   EXPECT_EQ(0u, OptionalTableRelease());
