@@ -1,17 +1,18 @@
 #include "instup/settings_file.h"
 
 #include <chrono>
+#include <fstream>
 #include <future>
+#include <map>
 
 #include "instup/stage.h"
+#include "root/scoped_handle.h"
 #include "support/import_fake.h"
 
 namespace crv::instup {
 namespace {
 
 using std::string_literals::operator""s;
-
-std::wstring Decode(const std::string& bytes) { return DecodeSettings({bytes.begin(), bytes.end()}); }
 
 // Every character in two bytes, the low one first unless `big`.
 std::string Utf16(const std::wstring& text, bool big = false) {
@@ -27,37 +28,42 @@ std::string Utf16(const std::wstring& text, bool big = false) {
 TEST(DecodeSettings, FollowsTheFirstBytes) {
   const std::wstring text = L"[Common]\r\na=\u017e\xD83D\xDE00";
   const std::string utf8 = "[Common]\r\na=\xC5\xBE\xF0\x9F\x98\x80";
-  EXPECT_EQ(text, Decode(utf8));
-  EXPECT_EQ(text, Decode("\xEF\xBB\xBF" + utf8));
-  EXPECT_EQ(text, Decode("\xFF\xFE" + Utf16(text)));
-  EXPECT_EQ(text, Decode("\xFE\xFF" + Utf16(text, true)));
-  EXPECT_EQ(text + L"x", Decode("\xFF\xFE" + Utf16(text + L"x") + "y")) << "half a character at the end";
-  EXPECT_EQ(std::wstring(L"a\0b", 3), Decode("a\0b"s));
-  EXPECT_EQ(L"", Decode(""));
-  EXPECT_EQ(L"ab", Decode("ab"));
-  EXPECT_EQ(L"", Decode("\xEF\xBB\xBF"));
-  EXPECT_EQ(L"\xFEFF", Decode("\xEF\xBB\xBF\xEF\xBB\xBF")) << "one signature, once";
-  for (const char* const bytes : {"\xFF\xFE", "\xFE\xFF", "\xEF\xBB", "\xFF"}) {
-    const std::wstring text = Decode(bytes);
-    EXPECT_FALSE(text.empty());
-    EXPECT_EQ(std::wstring::npos, text.find_first_not_of(L'\xFFFD')) << "too short for a signature: invalid UTF-8";
+  const struct {
+    std::string bytes;
+    std::wstring expected;
+  } cases[] = {
+      {utf8, text},
+      {"\xEF\xBB\xBF" + utf8, text},
+      {"\xFF\xFE" + Utf16(text), text},
+      {"\xFE\xFF" + Utf16(text, true) + "y", text},  // half a character at the end
+      {"a\0b"s, L"a\0b"s},
+      {"", L""},
+      {"\xEF\xBB\xBF", L""},
+      {"\xEF\xBB\xBF\xEF\xBB\xBF", L"\xFEFF"},  // one signature, once
+      {"\xFF\xFE", L"\xFFFD\xFFFD"},            // too short for a signature: invalid UTF-8
+      {"a\xFFx", L"a\xFFFDx"},
+  };
+  for (const auto& c : cases) {
+    EXPECT_EQ(c.expected, DecodeSettings({c.bytes.begin(), c.bytes.end()})) << "row " << (&c - cases);
   }
-  EXPECT_EQ(std::wstring(L"a") + L'\xFFFD' + L"b", Decode("a\xFF" "b"));
 }
 
+// Notes the steps of a load and lets one of them fail.
 class SettingsFile : public test::StageTest {
  protected:
   SettingsFile() { Write("[Common]\nNewDirectoryName=New_1\n"); }
-
-  void Write(const std::string& bytes) const {
-    const HANDLE file = CreateFileW(path_.c_str(), GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS, 0, nullptr);
-    DWORD written = 0;
-    EXPECT_TRUE(WriteFile(file, bytes.data(), static_cast<DWORD>(bytes.size()), &written, nullptr));
-    EXPECT_TRUE(CloseHandle(file));
+  ~SettingsFile() override {
+    const root::ScopedFile nobody_has_it_open(
+        CreateFileW(path_.c_str(), GENERIC_READ | DELETE, 0, nullptr, OPEN_EXISTING, 0, nullptr));
+    EXPECT_TRUE(nobody_has_it_open) << GetLastError();
   }
 
+  void Write(const std::string& bytes) const { std::ofstream(path_.c_str(), std::ios::binary) << bytes; }
+
   // What a load leaves: its last error and the name in the tree, which held "old" before.
-  std::pair<DWORD, std::wstring> Load(const std::wstring& path) const {
+  using Loaded = std::pair<DWORD, std::wstring>;
+  Loaded Load(const std::wstring& path) {
+    steps_ = "";
     SettingsTree tree = SettingsTree::Parse(L"[Common]\nNewDirectoryName=old");
     SetLastError(0xBAD);
     const bool loaded = LoadSettingsFile(path, tree);
@@ -65,123 +71,85 @@ class SettingsFile : public test::StageTest {
     EXPECT_EQ(error == 0, loaded);
     return {error, tree.Text(L"Common", L"NewDirectoryName", L"New")};
   }
-  using Loaded = std::pair<DWORD, std::wstring>;
-
-  // Nobody holds the file or a lock on it.
-  void ExpectFree() const {
-    const HANDLE file = CreateFileW(path_.c_str(), GENERIC_READ | GENERIC_WRITE | DELETE, 0, nullptr, OPEN_EXISTING, 0, nullptr);
-    EXPECT_NE(INVALID_HANDLE_VALUE, file) << GetLastError();
-    CloseHandle(file);
-  }
 
   const std::wstring path_ = Path(L"setup.ini");
+  std::string failing_;
+  DWORD code_ = 0;
+  LONGLONG pretended_size_ = 0;  // bytes; 0: the true one
+  std::string steps_;
+
+ private:
+  bool Step(const std::string& name) {
+    steps_ += name + " ";
+    SetLastError(code_);
+    return name != failing_;
+  }
+
+  crv::test::ImportFake<decltype(LockFileEx)> lock_{
+      "kernel32.dll", "LockFileEx", [this](auto real, auto... arguments) { return Step("lock") && real(arguments...); }};
+  crv::test::ImportFake<decltype(GetFileSizeEx)> size_{
+      "kernel32.dll", "GetFileSizeEx", [this](auto real, HANDLE file, LARGE_INTEGER* size) {
+        const BOOL success = Step("size") && real(file, size);
+        if (pretended_size_ != 0) size->QuadPart = pretended_size_;
+        return success;
+      }};
+  crv::test::ImportFake<decltype(ReadFile)> read_{
+      "kernel32.dll", "ReadFile", [this](auto real, auto... arguments) { return Step("read") && real(arguments...); }};
+  crv::test::ImportFake<decltype(UnlockFileEx)> unlock_{
+      "kernel32.dll", "UnlockFileEx", [this](auto real, auto... arguments) {
+        const BOOL success = Step("unlock") && real(arguments...);
+        return SetLastError(0xBAD), success;
+      }};
 };
 
 TEST_F(SettingsFile, ReplacesTheTreeByTheFile) {
   EXPECT_EQ(Loaded(0, L"New_1"), Load(path_));
+  EXPECT_EQ("lock size read unlock ", steps_);
+  root::ScopedFile another(CreateFileW(path_.c_str(), GENERIC_WRITE | DELETE, 7, nullptr, OPEN_EXISTING, 0, nullptr));
+  OVERLAPPED start = {};
+  EXPECT_TRUE(LockFileEx(another.get(), 0, 0, 1, 0, &start));
+  EXPECT_EQ(Loaded(0, L"New_1"), Load(path_)) << "beside one who may write and delete it and has a shared lock";
+  another.reset();
   Write("");
   EXPECT_EQ(Loaded(0, L"New"), Load(path_));
-  std::string large = "\xFF\xFE" + Utf16(L"[Common]\r\n");
-  for (int i = 0; large.size() < (1 << 20); ++i) large += Utf16(L"Key" + std::to_wstring(i) + L"=value\r\n");
-  Write(large + Utf16(L"NewDirectoryName=last\r\n"));
+  Write("\xFF\xFE" + Utf16(L"[Common]\r\nx=" + std::wstring(1 << 20, L'x') + L"\r\nNewDirectoryName=last\r\n"));
   EXPECT_EQ(Loaded(0, L"last"), Load(path_));
-  ExpectFree();
 }
 
-TEST_F(SettingsFile, OpensForReadingBesideEverybodyAndLocksAllOfIt) {
-  const crv::test::ImportFake<decltype(CreateFileW)> open(
-      "kernel32.dll", "CreateFileW", [](auto* real, const wchar_t* path, DWORD access, DWORD share, auto* security, DWORD how, DWORD flags, HANDLE model) {
-        EXPECT_EQ(1u, access);
-        EXPECT_EQ(7u, share);
-        EXPECT_EQ(static_cast<DWORD>(OPEN_EXISTING), how);
-        EXPECT_EQ(0x08000000u, flags);
-        return real(path, access, share, security, how, flags, model);
-      });
-  std::string calls;
-  const crv::test::ImportFake<decltype(LockFileEx)> lock(
-      "kernel32.dll", "LockFileEx", [&](auto* real, HANDLE file, DWORD flags, DWORD reserved, DWORD low, DWORD high, OVERLAPPED* at) {
-        calls += "lock ";
-        EXPECT_EQ(0u, flags | reserved | high | at->Offset | at->OffsetHigh);
-        EXPECT_EQ(0xFFFFFFFFu, low);
-        return real(file, flags, reserved, low, high, at);
-      });
-  const crv::test::ImportFake<decltype(ReadFile)> read("kernel32.dll", "ReadFile", [&](auto* real, auto... arguments) {
-    calls += "read ";
-    return real(arguments...);
-  });
-  const crv::test::ImportFake<decltype(UnlockFileEx)> unlock(
-      "kernel32.dll", "UnlockFileEx", [&](auto* real, HANDLE file, DWORD reserved, DWORD low, DWORD high, OVERLAPPED* at) {
-        calls += "unlock ";
-        EXPECT_EQ(0u, reserved | high | at->Offset | at->OffsetHigh);
-        EXPECT_EQ(0xFFFFFFFFu, low);
-        return real(file, reserved, low, high, at);
-      });
-  EXPECT_EQ(Loaded(0, L"New_1"), Load(path_));
-  EXPECT_EQ("lock read unlock ", calls);
-}
-
-TEST_F(SettingsFile, EachFailingStepGivesItsErrorAndLeavesNothingBehind) {
+TEST_F(SettingsFile, EachFailingStepGivesItsErrorAndLeavesTheTreeAndNoLock) {
   EXPECT_EQ(Loaded(ERROR_FILE_NOT_FOUND, L"old"), Load(Path(L"missing.ini")));
-  EXPECT_EQ(Loaded(ERROR_PATH_NOT_FOUND, L"old"), Load(Path(L"no\\folder.ini")));
   EXPECT_EQ(Loaded(ERROR_ACCESS_DENIED, L"old"), Load(AddFolder(L"folder.ini")));
-  const auto fail = [](DWORD code) { return SetLastError(code), FALSE; };
-  int unlocked = 0;
-  const crv::test::ImportFake<decltype(UnlockFileEx)> unlock("kernel32.dll", "UnlockFileEx", [&](auto* real, auto... arguments) {
-    ++unlocked;
-    const BOOL success = real(arguments...);
-    SetLastError(0xBAD);
-    return success;
-  });
-  {
-    const crv::test::ImportFake<decltype(LockFileEx)> lock("kernel32.dll", "LockFileEx", [&](auto*, auto...) { return fail(33); });
-    EXPECT_EQ(Loaded(33, L"old"), Load(path_));
-    EXPECT_EQ(0, unlocked);
+  const struct {
+    std::string failing;
+    DWORD code;
+    LONGLONG size;
+    std::string steps;
+  } cases[] = {
+      {"lock", 33, 0, "lock "},
+      {"size", 6, 0, "lock size unlock "},
+      {"read", 1117, 0, "lock size read unlock "},
+      {"", 223, 0x1'0000'0000, "lock size unlock "},
+      {"", 223, 0x9'0000'0010, "lock size unlock "},
+      {"", ERROR_NOT_ENOUGH_MEMORY, 0xFFFF'FFFF, "lock size unlock "},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(testing::Message() << "row " << (&c - cases));
+    failing_ = c.failing;
+    code_ = c.code;
+    pretended_size_ = c.size;
+    EXPECT_EQ(Loaded(c.code, L"old"), Load(path_));
+    EXPECT_EQ(c.steps, steps_);
   }
-  {
-    const crv::test::ImportFake<decltype(GetFileSizeEx)> size("kernel32.dll", "GetFileSizeEx", [&](auto*, auto...) { return fail(6); });
-    EXPECT_EQ(Loaded(6, L"old"), Load(path_));
-    EXPECT_EQ(1, std::exchange(unlocked, 0));
-  }
-  int reads = 0;
-  const crv::test::ImportFake<decltype(ReadFile)> read("kernel32.dll", "ReadFile", [&](auto*, auto...) { return ++reads, fail(1117); });
-  EXPECT_EQ(Loaded(1117, L"old"), Load(path_));
-  EXPECT_EQ(1, std::exchange(unlocked, 0));
-  reads = 0;
-  LONGLONG pretended = 0;
-  const crv::test::ImportFake<decltype(GetFileSizeEx)> size(
-      "kernel32.dll", "GetFileSizeEx", [&](auto*, HANDLE, LARGE_INTEGER* size) { return size->QuadPart = pretended, TRUE; });
-  pretended = 0x1'0000'0000;
-  EXPECT_EQ(Loaded(223, L"old"), Load(path_));
-  pretended = 0x9'0000'0010;
-  EXPECT_EQ(Loaded(223, L"old"), Load(path_));
-  pretended = 0xFFFF'FFFF;
-  EXPECT_EQ(Loaded(ERROR_NOT_ENOUGH_MEMORY, L"old"), Load(path_));
-  EXPECT_EQ(0, reads) << "none of them is read";
-  EXPECT_EQ(3, unlocked);
-  ExpectFree();
 }
 
-// Another process holds an exclusive lock on one byte far behind the file's end for a while.
-TEST_F(SettingsFile, WaitsForTheExclusiveLockOfAnotherProcess) {
-  const std::wstring ready = Path(L"ready");
-  wchar_t program[MAX_PATH];
-  GetModuleFileNameW(nullptr, program, MAX_PATH);
-  std::wstring folder(program);
-  folder.resize(folder.rfind(L'\\') + 1);
-  std::wstring command_line = L"\"" + folder + L"lock_holder.exe\" \"" + path_ + L"\" \"" + ready + L"\"";
-  STARTUPINFOW startup = {sizeof(startup)};
-  PROCESS_INFORMATION holder = {};
-  ASSERT_TRUE(CreateProcessW(nullptr, command_line.data(), nullptr, nullptr, FALSE, 0, nullptr, nullptr, &startup, &holder)) << GetLastError();
-  for (int i = 0; i < 1000 && GetFileAttributesW(ready.c_str()) == INVALID_FILE_ATTRIBUTES; ++i) Sleep(10);
-  ASSERT_NE(INVALID_FILE_ATTRIBUTES, GetFileAttributesW(ready.c_str())) << "the lock is not held";
-
+TEST_F(SettingsFile, WaitsForSomebodysExclusiveLockOfAnyByte) {
+  const root::ScopedFile file(CreateFileW(path_.c_str(), GENERIC_READ | GENERIC_WRITE, 7, nullptr, OPEN_EXISTING, 0, nullptr));
+  ASSERT_TRUE(LockFile(file.get(), 100'000, 0, 1, 0));
   std::future<Loaded> reader = std::async(std::launch::async, [this] { return Load(path_); });
   EXPECT_EQ(std::future_status::timeout, reader.wait_for(std::chrono::milliseconds(200))) << "it did not wait for the lock";
-  DeleteFileW(ready.c_str());  // the holder writes another name, then lets go
+  Write("[Common]\nNewDirectoryName=rewritten\n");
+  EXPECT_TRUE(UnlockFile(file.get(), 100'000, 0, 1, 0));
   EXPECT_EQ(Loaded(0, L"rewritten"), reader.get());
-  EXPECT_EQ(WAIT_OBJECT_0, WaitForSingleObject(holder.hProcess, 20'000));
-  CloseHandle(holder.hThread);
-  CloseHandle(holder.hProcess);
 }
 
 }  // namespace

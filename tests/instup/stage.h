@@ -9,7 +9,7 @@
 #include <optional>
 #include <string>
 
-#include "support/import_patch.h"
+#include "support/import_fake.h"
 #include "support/redirected_hive.h"
 
 namespace crv::instup::test {
@@ -78,23 +78,18 @@ class Stage {
 
   // From now on the process was started from this file; with an empty path the system does not tell.
   void SetExecutable(const std::wstring& path) {
-    executable_ = path;
-    if (executable_patch_) return;
-    executable_patch_.emplace("kernel32.dll", "GetModuleFileNameW", reinterpret_cast<void*>(&ModuleFileName));
+    own_path_.reset();
+    own_path_.emplace("kernel32.dll", "GetModuleFileNameW", [path](auto, HMODULE, wchar_t* buffer, DWORD chars) {
+      const DWORD length = static_cast<DWORD>(path.copy(buffer, chars));
+      if (length < chars) buffer[length] = L'\0';
+      return length;
+    });
   }
 
  private:
-  static DWORD WINAPI ModuleFileName(HMODULE, wchar_t* buffer, DWORD chars) {
-    const DWORD length = static_cast<DWORD>(executable_.copy(buffer, chars));
-    if (length < chars) buffer[length] = L'\0';
-    return length;
-  }
-
-  static inline std::wstring executable_;
-
   crv::test::RedirectedHive hive_;
   std::wstring root_;
-  std::optional<crv::test::ImportPatch> executable_patch_;
+  std::optional<crv::test::ImportFake<decltype(GetModuleFileNameW), struct OwnPathPlace>> own_path_;
 };
 
 // A fixture on that stage.
