@@ -51,6 +51,10 @@ TEST_F(FirewallTest, EachFailingCallHasItsCodeAndWhatWasGotIsGivenBack) {
   EXPECT_EQ("error 80000005 cannot get firewall", Start());
   EXPECT_THAT(standins::FirewallCalls().Journal(), ElementsAre(L"crvGetFirewall(0) = 0x80000005"));
   standins::ClearFirewall();
+  standins::FirewallCalls().Script(L"crvGetFirewall", {L"null"});
+  EXPECT_EQ("error ffffffff cannot get firewall", Start());
+  EXPECT_THAT(standins::FirewallCalls().Journal(), ElementsAre(kGot, kFreed));
+  standins::ClearFirewall();
   standins::FirewallCalls().Script(L"Firewall.Start", {L"0x1f"});
   EXPECT_EQ("error 0000001f start firewall error", Start());
   EXPECT_THAT(standins::FirewallCalls().Journal(), ElementsAre(kGot, L"Firewall.Start(0) = 0x0000001f", kFreed));
