@@ -83,11 +83,12 @@ TEST_F(AvManagerTest, BringsTheProvidersIntoTheWantedStateUntilACallFails) {
     States after;
     std::vector<std::string> log;
   } cases[] = {
-      {true, {2, 0, 1, 3, ~0u, 2}, L"CavmStop", {}, "nothing", "ProviderResume(a); ProviderStart(b); ProviderResume(f); Stop(); ", 1,
-       {1, 1, 1, 3, ~0u, 1}},
+      {true, {2, 0, 1, 3, ~0u, 2}, L"CavmStop", {}, "nothing",
+       "ProviderResume(a); ProviderStart(b); ProviderResume(f); Stop(); ", 1, {1, 1, 1, 3, ~0u, 1}},
       {true, {1, 1}, L"CavmStop", {}, "nothing", "Stop(); ", 1, {1, 1}},
       {true, {}, L"CavmStop", {}, "nothing", "Stop(); ", 1, {}},  // an empty list is released too
-      {false, {2, 0, 1, 9}, L"CavmStop", {}, "nothing", "ProviderStop(a); ProviderStop(c); ProviderStop(d); Stop(); ", 1, {0, 0, 0, 0}},
+      {false, {2, 0, 1, 9}, L"CavmStop", {}, "nothing",
+       "ProviderStop(a); ProviderStop(c); ProviderStop(d); Stop(); ", 1, {0, 0, 0, 0}},
       {true, {2, 0}, L"CavmStart", {L"0xffffffff"}, "error ffffffff CavmStart failed", "", 0, {2, 0}},
       {true, {2, 0}, L"CavmGetProviderInfoList", {L"0x8"}, "error 00000008 provider info failes", "Stop(); ", 0, {2, 0}},
       {true, {2, 0}, L"CavmGetProviderInfoList", {L"null"}, "error ffffffff no providers returned", "Stop(); ", 0, {2, 0}},
@@ -103,7 +104,10 @@ TEST_F(AvManagerTest, BringsTheProvidersIntoTheWantedStateUntilACallFails) {
   for (const auto& c : cases) {
     SCOPED_TRACE(testing::Message() << "row " << (&c - cases));
     std::vector<standins::Provider> providers;
-    for (const DWORD state : c.before) providers.push_back({std::wstring(1, static_cast<wchar_t>(L'a' + providers.size())), state});
+    for (const DWORD state : c.before) {
+      const std::wstring name(1, static_cast<wchar_t>(L'a' + providers.size()));
+      providers.push_back({name, state});
+    }
     standins::WriteProviders(providers);
     AvManagerCalls().Script(c.call, c.answers);
     EXPECT_EQ(c.thrown, SetRunning(c.running));

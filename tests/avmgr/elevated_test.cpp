@@ -39,8 +39,8 @@ class Elevated : public testing::Test {
       });
     });
     EXPECT_EQ(nullptr, process_) << "a handle is left open";
-    return thrown + ", " + std::to_string(std::exchange(actions_, 0)) + " actions, " + std::to_string(std::exchange(restarts_, 0)) +
-           " restarts";
+    return thrown + ", " + std::to_string(std::exchange(actions_, 0)) + " actions, " +
+           std::to_string(std::exchange(restarts_, 0)) + " restarts";
   }
 
   CommandLine command_line_;
@@ -55,7 +55,8 @@ class Elevated : public testing::Test {
   HANDLE process_ = nullptr;  // handed back; null again when it was closed
 
   const test::ImportFake<decltype(CheckTokenMembership)> membership_{
-      "advapi32.dll", "CheckTokenMembership", [this](auto*, HANDLE, PSID, BOOL* member) { return *member = administrator_, TRUE; }};
+      "advapi32.dll", "CheckTokenMembership",
+      [this](auto*, HANDLE, PSID, BOOL* member) { return *member = administrator_, TRUE; }};
   const test::ImportFake<decltype(ShellExecuteExW)> execute_{
       "shell32.dll", "ShellExecuteExW", [this](auto*, SHELLEXECUTEINFOW* given) -> BOOL {
         ++restarts_;
@@ -74,12 +75,12 @@ class Elevated : public testing::Test {
         if (elevated_) process_ = given->hProcess = StartProgram(elevated_);
         return TRUE;
       }};
-  const test::ImportFake<decltype(WaitForSingleObject)> wait_{
-      "kernel32.dll", "WaitForSingleObject", [this](auto* real, HANDLE handle, DWORD limit) {
-        EXPECT_EQ(process_, handle);
-        EXPECT_EQ(INFINITE, limit);
-        return real(handle, 60'000);
-      }};
+  const test::ImportFake<decltype(WaitForSingleObject)> wait_{"kernel32.dll", "WaitForSingleObject",
+                                                              [this](auto* real, HANDLE handle, DWORD limit) {
+                                                                EXPECT_EQ(process_, handle);
+                                                                EXPECT_EQ(INFINITE, limit);
+                                                                return real(handle, 60'000);
+                                                              }};
   const test::ImportFake<decltype(CloseHandle)> close_{"kernel32.dll", "CloseHandle", [this](auto* real, HANDLE handle) {
                                                          if (handle == process_) process_ = nullptr;
                                                          return real(handle);
@@ -98,8 +99,9 @@ TEST_F(Elevated, AnybodyElseRestartsTheHostWhoseExitCodeIsTheResult) {
   EXPECT_EQ("error 00000003 elevated wsc_proxy ended with error, 0 actions, 1 restarts", Run(L"cmd /c exit 3"));
   EXPECT_EQ("error ffffffff elevated wsc_proxy ended with error, 0 actions, 1 restarts", Run(L"cmd /c exit -1"));
   EXPECT_EQ("nothing, 0 actions, 1 restarts", Run(nullptr));
-  EXPECT_EQ("error 000004c7 cannot run elevated process '\"C:\\h h\\h\xC5\xBE\" /AV /disable \"/x:a b\" \"w\"', 0 actions, 1 restarts",
-            Run(nullptr, ERROR_CANCELLED));
+  EXPECT_EQ(
+      "error 000004c7 cannot run elevated process '\"C:\\h h\\h\xC5\xBE\" /AV /disable \"/x:a b\" \"w\"', 0 actions, 1 restarts",
+      Run(nullptr, ERROR_CANCELLED));
 }
 
 TEST_F(Elevated, WhatCannotBeAskedIsAnError) {
@@ -110,8 +112,9 @@ TEST_F(Elevated, WhatCannotBeAskedIsAnError) {
   }
   const test::ImportFake<decltype(DuplicateToken)> refuse("advapi32.dll", "DuplicateToken",
                                                           [](auto*, auto...) { return SetLastError(5), FALSE; });
-  EXPECT_EQ("error ffffffff RunningUnderAdminAccount <- error 00000005 Unable to duplicate the access token!, 0 actions, 0 restarts",
-            Run(nullptr));
+  EXPECT_EQ(
+      "error ffffffff RunningUnderAdminAccount <- error 00000005 Unable to duplicate the access token!, 0 actions, 0 restarts",
+      Run(nullptr));
 }
 
 }  // namespace
