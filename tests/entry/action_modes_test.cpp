@@ -1,9 +1,12 @@
 // Which actions a request selects, and in which order they run.
 #include <gtest/gtest.h>
+#include <windows.h>
+#include <shellapi.h>
 
 #include "control/firewall_control.h"
 #include "entry/run.h"
 #include "support/captured_log.h"
+#include "support/import_fake.h"
 #include "support/probed_installer.h"
 
 namespace crv::wsc {
@@ -50,6 +53,15 @@ TEST(ActionModes, RunTheirActionsInTheirOrderUntilOneFails) {
     EXPECT_EQ(updated ? 2u : 0u, suite.Runs().size());
     EXPECT_EQ(c.text == std::wstring(L"host /fw /enable /disable"), standins::FirewallIsOn());
   }
+}
+
+TEST(ActionModes, DisablingFirstRestartsTheHostAsAnAdministrator) {
+  const test::ImportFake<decltype(CheckTokenMembership)> nobody(
+      "advapi32.dll", "CheckTokenMembership", [](auto*, HANDLE, PSID, BOOL* member) { return *member = FALSE, TRUE; });
+  const test::ImportFake<decltype(ShellExecuteExW)> refuse("shell32.dll", "ShellExecuteExW",
+                                                           [](auto*, auto...) { return SetLastError(ERROR_CANCELLED), FALSE; });
+  const test::CapturedLog log;
+  for (const wchar_t* text : {L"host /av /disable", L"host /as /disable"}) EXPECT_EQ(ERROR_CANCELLED, ::run(text));
 }
 
 }  // namespace

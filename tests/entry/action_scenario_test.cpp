@@ -55,9 +55,9 @@ class ActionScenario : public testing::Test {
       standins::RebootMarker().substr(0, standins::RebootMarker().find(L"\\Persistent Data")) + L"\\Corvid";
 };
 
-TEST_F(ActionScenario, EnableLetsEveryProviderRun) {
+TEST_F(ActionScenario, EnableLetsEveryProviderRunBeforeAnUpdate) {
   standins::WriteProviders({{L"a", 0}, {L"b", 2}, {L"c", 1}});
-  ExpectRun(L"/av /enable", 0, {"info wsc: wsc starting providers"});
+  ExpectRun(L"/av /enable /update", 0, {"info wsc: wsc starting providers", "info wsc: Updating AV."});
   EXPECT_THAT(standins::ReadProviders(), ElementsAre(Provider{L"a", 1}, Provider{L"b", 1}, Provider{L"c", 1}));
   EXPECT_EQ(L"CavmStop() = 0x00000000", standins::AvManagerCalls().Journal().back());
 }
