@@ -10,12 +10,12 @@
 #include "root/module_path.h"
 #include "support/captured_log.h"
 #include "support/redirected_hive.h"
-#include "support/registered_centre.h"
 #include "support/running_services.h"
 #include "support/thrown.h"
 #include "wsc/client.h"
 #include "wsc/pretended_windows.h"
 #include "wsc/product.h"
+#include "wsc/registered_class.h"
 
 namespace crv::wsc {
 namespace {
@@ -61,8 +61,6 @@ std::string Sent() {
 
 class Client : public testing::Test {
  protected:
-  ~Client() override { EXPECT_EQ(0, centre_.live_objects()) << "an interface pointer was leaked"; }
-
   // "LEVEL text; " for each record.
   std::string Log() const {
     std::string text;
@@ -72,7 +70,7 @@ class Client : public testing::Test {
 
   test::RedirectedHive hive_;
   test::CapturedLog log_;
-  test::RegisteredCentre centre_;
+  test::RegisteredClass centre_{L"security_center.dll", CLSID_WscIsv};
   test::RunningServices services_;
   test::PretendedWindows windows_{10, 0, 0};
   std::vector<DWORD> sleeps_;  // ms

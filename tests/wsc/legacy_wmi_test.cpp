@@ -9,10 +9,10 @@
 #include "support/captured_log.h"
 #include "support/import_fake.h"
 #include "support/redirected_hive.h"
-#include "support/registered_centre.h"
 #include "support/thrown.h"
 #include "wsc/client.h"
 #include "wsc/pretended_windows.h"
+#include "wsc/registered_class.h"
 
 namespace crv::wsc {
 namespace {
@@ -23,11 +23,9 @@ using Properties = standins::WmiProperties;
 // On Windows Vista without a service pack.
 class Wmi : public testing::Test {
  protected:
-  ~Wmi() override { EXPECT_EQ(0, wmi_.live_objects()) << "an interface pointer was leaked"; }
-
   test::RedirectedHive hive_;
   test::CapturedLog log_;
-  test::RegisteredWmi wmi_;
+  test::RegisteredClass wmi_{L"security_center_wmi.dll", CLSID_WbemLocator};
   test::PretendedWindows windows_{6, 0, 0};
 };
 
