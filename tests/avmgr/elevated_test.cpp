@@ -15,51 +15,41 @@
 namespace crv::wsc {
 namespace {
 
-HANDLE StartProgram(std::wstring command_line) {
-  STARTUPINFOW startup = {sizeof(startup)};
-  PROCESS_INFORMATION started = {};
-  EXPECT_TRUE(CreateProcessW(nullptr, command_line.data(), nullptr, nullptr, FALSE, 0, nullptr, nullptr, &startup, &started));
-  CloseHandle(started.hThread);
-  return started.hProcess;
-}
+const HANDLE kElevated = reinterpret_cast<HANDLE>(0xE1E0);
 
-// A token that is an administrator's or not, and a shell that starts a program of the test's choice in place of the host.
+// A token that is an administrator's or not, and a shell that pretends to start the elevated host.
 class Elevated : public testing::Test {
  protected:
-  Elevated() { command_line_.parse(L"\"C:\\h h\\h\u017e\" w /x:\"a b\" /AV /disable"); }
-
-  // Says what is thrown, how often the action ran in this process, and how often the host was restarted.
-  std::string Run(const wchar_t* elevated, DWORD refusal = 0) {
-    elevated_ = elevated;
-    refusal_ = refusal;
-    const std::string thrown = test::Thrown([this] {
-      run_elevated(command_line_, [this] {
-        ++actions_;
+  // What is thrown, and in which order the action ran in this process or the system was asked.
+  std::string Run() {
+    CommandLine command_line;
+    command_line.parse(L"\"C:\\h h\\h\u017e\" w /x:\"a b\" /AV /disable");
+    steps_.clear();
+    const std::string thrown = test::Thrown([&] {
+      run_elevated(command_line, [this] {
+        steps_ += ", action";
         disable();
       });
     });
-    EXPECT_EQ(nullptr, process_) << "a handle is left open";
-    return thrown + ", " + std::to_string(std::exchange(actions_, 0)) + " actions, " +
-           std::to_string(std::exchange(restarts_, 0)) + " restarts";
+    return thrown + steps_;
   }
 
-  CommandLine command_line_;
   test::CapturedLog log_;
   bool administrator_ = false;
+  DWORD refusal_ = 0;          // the shell's error; 0: it starts the host
+  HANDLE handed_ = kElevated;  // by the shell
+  BOOL readable_ = TRUE;       // the exit code
+  DWORD exit_code_ = 0;
 
  private:
-  const wchar_t* elevated_ = nullptr;  // null: the shell hands back no process
-  DWORD refusal_ = 0;                  // the shell's error; 0: it starts
-  int actions_ = 0;
-  int restarts_ = 0;
-  HANDLE process_ = nullptr;  // handed back; null again when it was closed
+  std::string steps_;
 
   const test::ImportFake<decltype(CheckTokenMembership)> membership_{
       "advapi32.dll", "CheckTokenMembership",
       [this](auto*, HANDLE, PSID, BOOL* member) { return *member = administrator_, TRUE; }};
   const test::ImportFake<decltype(ShellExecuteExW)> execute_{
       "shell32.dll", "ShellExecuteExW", [this](auto*, SHELLEXECUTEINFOW* given) -> BOOL {
-        ++restarts_;
+        steps_ += ", restart";
         SHELLEXECUTEINFOW expected = {};  // every other member is zero
         expected.cbSize = 60;
         expected.fMask = 0x4140;
@@ -71,50 +61,50 @@ class Elevated : public testing::Test {
         EXPECT_STREQ(L"runas", given->lpVerb);
         EXPECT_EQ(root::GetModulePath(nullptr), given->lpFile);
         EXPECT_STREQ(L"/AV /disable \"/x:a b\" \"w\"", given->lpParameters);
-        if (refusal_) return SetLastError(refusal_), FALSE;
-        if (elevated_) process_ = given->hProcess = StartProgram(elevated_);
-        return TRUE;
+        given->hProcess = handed_;
+        return SetLastError(refusal_), !refusal_;
       }};
   const test::ImportFake<decltype(WaitForSingleObject)> wait_{"kernel32.dll", "WaitForSingleObject",
                                                               [this](auto* real, HANDLE handle, DWORD limit) {
-                                                                EXPECT_EQ(process_, handle);
+                                                                if (handle != kElevated) return real(handle, limit);
                                                                 EXPECT_EQ(INFINITE, limit);
-                                                                return real(handle, 60'000);
+                                                                return steps_ += ", wait", WAIT_OBJECT_0;
                                                               }};
+  const test::ImportFake<decltype(GetExitCodeProcess)> read_{"kernel32.dll", "GetExitCodeProcess",
+                                                             [this](auto*, HANDLE handle, DWORD* code) {
+                                                               EXPECT_EQ(kElevated, handle);
+                                                               *code = exit_code_;
+                                                               return SetLastError(ERROR_INVALID_HANDLE), readable_;
+                                                             }};
   const test::ImportFake<decltype(CloseHandle)> close_{"kernel32.dll", "CloseHandle", [this](auto* real, HANDLE handle) {
-                                                         if (handle == process_) process_ = nullptr;
-                                                         return real(handle);
+                                                         if (handle != kElevated) return real(handle);
+                                                         return steps_ += ", close", TRUE;
                                                        }};
 };
 
 TEST_F(Elevated, AnAdministratorRunsTheActionHere) {
   administrator_ = true;
-  EXPECT_EQ("error ffffffff wsc disable refused, 1 actions, 0 restarts", Run(nullptr));
+  EXPECT_EQ("error ffffffff wsc disable refused, action", Run());
   EXPECT_THAT(log_.lines(), testing::IsEmpty());
 }
 
 TEST_F(Elevated, AnybodyElseRestartsTheHostWhoseExitCodeIsTheResult) {
-  EXPECT_EQ("nothing, 0 actions, 1 restarts", Run(L"cmd /c exit 0"));
+  EXPECT_EQ("nothing, restart, wait, close", Run());
   EXPECT_THAT(log_.lines(), testing::ElementsAre("wide 1 wsc: Restarting wsc_proxy.exe elevated."));
-  EXPECT_EQ("error 00000003 elevated wsc_proxy ended with error, 0 actions, 1 restarts", Run(L"cmd /c exit 3"));
-  EXPECT_EQ("error ffffffff elevated wsc_proxy ended with error, 0 actions, 1 restarts", Run(L"cmd /c exit -1"));
-  EXPECT_EQ("nothing, 0 actions, 1 restarts", Run(nullptr));
-  EXPECT_EQ(
-      "error 000004c7 cannot run elevated process '\"C:\\h h\\h\xC5\xBE\" /AV /disable \"/x:a b\" \"w\"', 0 actions, 1 restarts",
-      Run(nullptr, ERROR_CANCELLED));
+  exit_code_ = 0xFFFFFFFE;
+  EXPECT_EQ("error fffffffe elevated wsc_proxy ended with error, restart, wait, close", Run());
+  readable_ = FALSE;
+  EXPECT_EQ("error 00000006 GetExitCodeProcess, restart, wait, close", Run());
+  handed_ = nullptr;
+  EXPECT_EQ("nothing, restart", Run());
+  refusal_ = ERROR_CANCELLED;
+  EXPECT_EQ("error 000004c7 cannot run elevated process '\"C:\\h h\\h\xC5\xBE\" /AV /disable \"/x:a b\" \"w\"', restart", Run());
 }
 
-TEST_F(Elevated, WhatCannotBeAskedIsAnError) {
-  {
-    const test::ImportFake<decltype(GetExitCodeProcess)> refuse("kernel32.dll", "GetExitCodeProcess",
-                                                                [](auto*, auto...) { return SetLastError(6), FALSE; });
-    EXPECT_EQ("error 00000006 GetExitCodeProcess, 0 actions, 1 restarts", Run(L"cmd /c exit 0"));
-  }
+TEST_F(Elevated, ATokenThatCannotBeAskedRunsNothing) {
   const test::ImportFake<decltype(DuplicateToken)> refuse("advapi32.dll", "DuplicateToken",
                                                           [](auto*, auto...) { return SetLastError(5), FALSE; });
-  EXPECT_EQ(
-      "error ffffffff RunningUnderAdminAccount <- error 00000005 Unable to duplicate the access token!, 0 actions, 0 restarts",
-      Run(nullptr));
+  EXPECT_EQ("error ffffffff RunningUnderAdminAccount <- error 00000005 Unable to duplicate the access token!", Run());
 }
 
 }  // namespace

@@ -74,14 +74,5 @@ TEST_F(Scenario, ALogLibraryThatFailsOrRefusesIsSurvived) {
   EXPECT_TRUE(standins::ReadProduct(L"IWscFWStatus")) << "neither run came as far as Security Center";
 }
 
-TEST_F(Scenario, ACommandLineOfTheSystemsMaximumIsTakenWhole) {
-  const std::wstring head = L"/svc /register /firewall /x:";
-  const std::size_t program = test::SuiteFolder().size() + std::wcslen(L"\\wsc_proxy.exe") + 3;
-  const test::HostRun run = test::RunHost(head + std::wstring(32766 - program - head.size(), L'x'));
-  EXPECT_EQ(0u, run.result);
-  ASSERT_FALSE(run.log.empty());
-  EXPECT_GT(run.log.front().size(), 32766u);
-}
-
 }  // namespace
 }  // namespace crv

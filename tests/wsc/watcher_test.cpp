@@ -155,17 +155,6 @@ TEST_F(Watcher, AWorkerMakesItsLibraryStayLoadedBeforeItRuns) {
   EXPECT_EQ(GetModuleHandleW(nullptr), at_the_call);
 }
 
-TEST_F(Watcher, UnregistersOnceAndReleasesTheLibraryLast) {
-  {
-    Hooked watcher(5);
-    watcher.stop();
-    EXPECT_FALSE(wscapi_.Notify());
-    EXPECT_EQ("load register unregister ", wscapi_.TakeCalls());
-    watcher.stop();
-  }
-  EXPECT_EQ("free ", wscapi_.TakeCalls());
-}
-
 TEST_F(Watcher, AFailedConstructionGivesItsCodeAndReleasesTheLibrary) {
   const struct {
     const char* step;
