@@ -40,6 +40,7 @@ void start_firewall() {
   IFirewall* firewall = nullptr;
   if (const std::uint32_t status = get_firewall(0, &firewall)) throw exceptions::error(status, "cannot get firewall");
   const FirewallEnd end(free_firewall);
+  if (!firewall) throw exceptions::error("cannot get firewall");
   if (const std::uint32_t status = firewall->Start(0)) {
     throw exceptions::error(status, "start firewall error");
   }

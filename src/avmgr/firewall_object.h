@@ -1,5 +1,5 @@
-// The firewall object of the suite's library crvData.dll. The library hands it out and keeps it. Its operations are those of a C++
-// interface, with the compiler's own calling convention for members; used on one thread.
+// The firewall object of the suite's library crvData.dll. The library hands it out and keeps it. Its operations use the C calling
+// convention, as all functions of the library do: the object comes first on the stack, not in a register. Used on one thread.
 #pragma once
 
 #include <cstdint>
@@ -10,27 +10,27 @@ namespace crv::wsc {
 // derive from, the compiler concludes that nobody does, and calls nothing.
 class IFirewall {
  public:
-  virtual void Reserved1() = 0;
-  virtual void Reserved2() = 0;
-  virtual void Reserved3() = 0;
-  virtual void Reserved4() = 0;
-  virtual void Reserved5() = 0;
-  virtual void Reserved6() = 0;
-  virtual void Reserved7() = 0;
-  virtual void Reserved8() = 0;
-  virtual void Reserved9() = 0;
-  virtual void Reserved10() = 0;
-  virtual void Reserved11() = 0;
-  virtual void Reserved12() = 0;
-  virtual void Reserved13() = 0;
-  virtual void Reserved14() = 0;
-  virtual void Reserved15() = 0;
-  virtual void Reserved16() = 0;
-  virtual void Reserved17() = 0;
-  virtual void Reserved18() = 0;
-  virtual void Reserved19() = 0;
-  virtual void Reserved20() = 0;
-  virtual std::uint32_t Start(std::uint32_t argument) = 0;  // 0: success
+  virtual void __cdecl Reserved1() = 0;
+  virtual void __cdecl Reserved2() = 0;
+  virtual void __cdecl Reserved3() = 0;
+  virtual void __cdecl Reserved4() = 0;
+  virtual void __cdecl Reserved5() = 0;
+  virtual void __cdecl Reserved6() = 0;
+  virtual void __cdecl Reserved7() = 0;
+  virtual void __cdecl Reserved8() = 0;
+  virtual void __cdecl Reserved9() = 0;
+  virtual void __cdecl Reserved10() = 0;
+  virtual void __cdecl Reserved11() = 0;
+  virtual void __cdecl Reserved12() = 0;
+  virtual void __cdecl Reserved13() = 0;
+  virtual void __cdecl Reserved14() = 0;
+  virtual void __cdecl Reserved15() = 0;
+  virtual void __cdecl Reserved16() = 0;
+  virtual void __cdecl Reserved17() = 0;
+  virtual void __cdecl Reserved18() = 0;
+  virtual void __cdecl Reserved19() = 0;
+  virtual void __cdecl Reserved20() = 0;
+  virtual std::uint32_t __cdecl Start(std::uint32_t argument) = 0;  // 0: success
 
  protected:
   ~IFirewall() = default;  // never through this interface

@@ -44,8 +44,8 @@ void ReplaceLibrary(const Words& words) {
   if (variant == L"normal") return;
   MoveOver(Beside(kLibrary), Beside(kAside));
   if (variant == L"broken") return WriteNoLibrary(Beside(kLibrary));
-  const std::wstring from =
-      Beside(variant == L"without-register" ? L"wscapi_without_register.dll" : L"wscapi_without_unregister.dll");
+  const std::wstring from = Beside(variant == L"without-register" ? L"wscapi_without_WscRegisterForChanges.dll"
+                                                                  : L"wscapi_without_WscUnRegisterChanges.dll");
   if (!CopyFileW(from.c_str(), Beside(kLibrary).c_str(), TRUE)) {
     throw exceptions::error(GetLastError(), L"cannot copy %s", from.c_str());
   }

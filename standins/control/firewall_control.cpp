@@ -15,7 +15,7 @@ bool FirewallIsOn() { return registry::ReadNumber(kFirewallKey, kOn).value_or(0)
 void SetFirewallOn(bool on) { registry::WriteNumber(kFirewallKey, kOn, on); }
 
 const ScriptedCalls& FirewallCalls() {
-  static const ScriptedCalls calls(kFirewallKey, kLock, {{L"crvGetFirewall"}, {L"Firewall.Start"}, {L"crvFreeFirewall"}});
+  static const ScriptedCalls calls(kFirewallKey, kLock, {{L"crvGetFirewall", true}, {L"Firewall.Start"}, {L"crvFreeFirewall"}});
   return calls;
 }
 

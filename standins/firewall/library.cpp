@@ -27,21 +27,21 @@ struct Slot {};
 template <int count>
 class Operations : public Operations<count - 1> {
  public:
-  virtual DWORD Call(Slot<count>*) { return Fault(count); }
+  virtual DWORD __cdecl Call(Slot<count>*) { return Fault(count); }
 };
 template <>
 class Operations<0> {};
 
 class Firewall : public Operations<kBeforeStart> {
  public:
-  virtual DWORD Start(DWORD argument) {
+  virtual DWORD __cdecl Start(DWORD argument) {
     if (this != &the_firewall) return Fault(kBeforeStart + 1);
     return AnsweredStatus(FirewallCalls(), L"Firewall.Start", std::to_wstring(argument), [](const Answer&) {
       SetFirewallOn(true);
       return DWORD{0};
     });
   }
-  virtual DWORD AfterStart(DWORD) { return Fault(kBeforeStart + 2); }
+  virtual DWORD __cdecl AfterStart(DWORD) { return Fault(kBeforeStart + 2); }
 
   static Firewall the_firewall;
 };
@@ -56,8 +56,8 @@ using namespace crv::standins;
 extern "C" {
 
 DWORD __cdecl crvGetFirewall(DWORD argument, Firewall** object) {
-  return AnsweredStatus(FirewallCalls(), L"crvGetFirewall", std::to_wstring(argument), [&](const Answer&) {
-    *object = &Firewall::the_firewall;
+  return AnsweredStatus(FirewallCalls(), L"crvGetFirewall", std::to_wstring(argument), [&](const Answer& answer) {
+    if (!answer.null_pointer) *object = &Firewall::the_firewall;
     return DWORD{0};
   });
 }

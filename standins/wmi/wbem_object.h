@@ -6,7 +6,7 @@
 
 #include "control/wmi_control.h"
 #include "control/wmi_schema.h"
-#include "wmi/com_object.h"
+#include "com/com_object.h"
 #include "wmi/partial_interfaces.h"
 
 namespace crv::standins {

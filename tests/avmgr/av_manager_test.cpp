@@ -13,211 +13,143 @@ namespace crv::wsc {
 namespace {
 
 using standins::AvManagerCalls;
-using standins::Provider;
-using standins::ReadProviders;
 using testing::ElementsAre;
 using testing::IsEmpty;
+using States = std::vector<DWORD>;
 
-constexpr wchar_t kLibrary[] = L"cavm4h.dll";
+constexpr wchar_t kLibrary[] = L"\\cavm4h.dll";
 
-std::wstring OwnFolder() {
-  wchar_t path[MAX_PATH] = {};
-  GetModuleFileNameW(nullptr, path, MAX_PATH);
-  return std::wstring(path).substr(0, std::wstring(path).rfind(L'\\') + 1);
-}
-
-// The AV manager in the suite's program folder, with a scripted list of providers; at the end of each test the library has to be
-// unloaded and every list released.
+// The AV manager in the suite's program folder. What it is asked for has to leave the library unloaded.
 class AvManagerTest : public testing::Test {
  protected:
   AvManagerTest() {
     instup::test::SetText(instup::test::kCorvidKey, L"ProgramFolder", program_folder_);
     Install(kLibrary);
-    standins::ClearAvManager();
   }
-  ~AvManagerTest() override { ExpectNothingLeft(); }
 
   void Install(const std::wstring& variant) const {
-    EXPECT_TRUE(CopyFileW((OwnFolder() + variant).c_str(), (program_folder_ + L"\\" + kLibrary).c_str(), FALSE)) << GetLastError();
+    wchar_t own[MAX_PATH] = {};
+    GetModuleFileNameW(nullptr, own, MAX_PATH);
+    const std::wstring from = std::wstring(own).substr(0, std::wstring(own).rfind(L'\\')) + variant;
+    EXPECT_TRUE(CopyFileW(from.c_str(), (program_folder_ + kLibrary).c_str(), FALSE)) << GetLastError();
   }
 
-  static void ExpectNothingLeft() { EXPECT_EQ(nullptr, GetModuleHandleW(kLibrary)) << "the library is still loaded"; }
+  std::string SetRunning(bool running) {
+    releases_ = 0;
+    log_.clear();
+    const std::string thrown = test::Thrown([running] { AvManager().set_providers_running(running); });
+    EXPECT_EQ(nullptr, GetModuleHandleW(kLibrary + 1)) << "the library is still loaded";
+    return thrown;
+  }
 
-  static std::vector<std::wstring> TakeJournal() {
-    std::vector<std::wstring> journal = AvManagerCalls().Journal();
-    const std::vector<Provider> providers = ReadProviders();
+  // The calls that reached the library, with the statuses that are not 0, and forgets them.
+  static std::string TakeJournal() {
+    std::string text;
+    for (const std::wstring& line : AvManagerCalls().Journal()) text += std::string(line.begin() + 4, line.end()) + "; ";
+    for (std::size_t at; (at = text.find(" = 0x00000000")) != std::string::npos;) text.erase(at, 13);
     standins::ClearAvManager();
-    standins::WriteProviders(providers);
-    return journal;
-  }
-
-  int TakeReleases() { return std::exchange(releases_, 0); }
-
-  static std::string SetRunning(bool running) {
-    return test::Thrown([running] {
-      AvManager manager;
-      manager.set_providers_running(running);
-    });
+    return text;
   }
 
   instup::test::Stage stage_;
   const std::wstring program_folder_ = stage_.AddFolder(L"program folder");
   test::CapturedLog log_;
+  int releases_ = 0;  // of blocks of the process heap
 
  private:
-  int releases_ = 0;
-  const test::ImportFake<decltype(HeapFree)> free_{"kernel32.dll", "HeapFree", [this](auto* real, HANDLE heap, DWORD flags, void* block) {
-                                                     EXPECT_EQ(GetProcessHeap(), heap);
-                                                     EXPECT_EQ(0u, flags);
-                                                     const BOOL freed = real(heap, flags, block);
-                                                     EXPECT_TRUE(freed);
-                                                     ++releases_;
-                                                     return freed;
-                                                   }};
+  const test::ImportFake<decltype(HeapFree)> free_{
+      "kernel32.dll", "HeapFree", [this](auto* real, HANDLE heap, DWORD flags, void* block) {
+        EXPECT_EQ(GetProcessHeap(), heap);
+        ++releases_;
+        return real(heap, flags, block);
+      }};
+  const test::ImportFake<decltype(LoadLibraryExW)> load_{
+      "kernel32.dll", "LoadLibraryExW", [this](auto* real, const wchar_t* path, HANDLE file, DWORD flags) {
+        EXPECT_EQ(program_folder_ + kLibrary, path);
+        EXPECT_EQ(DWORD{LOAD_WITH_ALTERED_SEARCH_PATH}, flags) << "the library's own imports lie beside it";
+        return real(path, file, flags);
+      }};
 };
 
-constexpr wchar_t kStarted[] = L"CavmStart(localhost, 0, 0) = 0x00000000";
-constexpr wchar_t kListed[] = L"CavmGetProviderInfoList(null, 0) = 0x00000000";
-constexpr wchar_t kStopped[] = L"CavmStop() = 0x00000000";
-
-TEST_F(AvManagerTest, BringsEveryProviderIntoTheRunningState) {
-  standins::WriteProviders({{L"a", 2}, {L"b", 0}, {L"c", 1}, {L"d", 3}, {L"e", 0xFFFFFFFF}, {L"f", 2}});
-  EXPECT_EQ("nothing", SetRunning(true));
-  EXPECT_THAT(TakeJournal(), ElementsAre(kStarted, kListed, L"CavmProviderResume(a) = 0x00000000", L"CavmProviderStart(b) = 0x00000000",
-                                         L"CavmProviderResume(f) = 0x00000000", kStopped));
-  EXPECT_THAT(ReadProviders(), ElementsAre(Provider{L"a", 1}, Provider{L"b", 1}, Provider{L"c", 1}, Provider{L"d", 3},
-                                           Provider{L"e", 0xFFFFFFFF}, Provider{L"f", 1}));
-  EXPECT_EQ(1, TakeReleases());
-
-  EXPECT_EQ("nothing", SetRunning(true)) << "all of them run";
-  EXPECT_THAT(TakeJournal(), ElementsAre(kStarted, kListed, kStopped));
-  EXPECT_EQ(1, TakeReleases());
-  EXPECT_THAT(log_.lines(), IsEmpty());
-}
-
-TEST_F(AvManagerTest, StopsEveryProviderThatIsNotStopped) {
-  standins::WriteProviders({{L"a", 2}, {L"b", 0}, {L"c", 1}, {L"d", 9}});
-  EXPECT_EQ("nothing", SetRunning(false));
-  EXPECT_THAT(TakeJournal(), ElementsAre(kStarted, kListed, L"CavmProviderStop(a) = 0x00000000", L"CavmProviderStop(c) = 0x00000000",
-                                         L"CavmProviderStop(d) = 0x00000000", kStopped));
-  EXPECT_EQ(1, TakeReleases());
-}
-
-TEST_F(AvManagerTest, AnEmptyListIsReleasedToo) {
-  standins::WriteProviders({});
-  EXPECT_EQ("nothing", SetRunning(true));
-  EXPECT_THAT(TakeJournal(), ElementsAre(kStarted, kListed, kStopped));
-  EXPECT_EQ(1, TakeReleases());
-}
-
-TEST_F(AvManagerTest, EachFailingCallHasItsCodeAndItsClearingUp) {
-  struct Case {
+TEST_F(AvManagerTest, BringsTheProvidersIntoTheWantedStateUntilACallFails) {
+  const struct {
     bool running;
-    const wchar_t* call;
+    States before;
+    const wchar_t* call;  // that answers as scripted
     std::vector<std::wstring> answers;
     const char* thrown;
-    std::vector<std::wstring> journal;
+    std::string journal;
     int releases;
-    std::vector<DWORD> states;  // of the providers, which were 2, 0, 2, 0
+    States after;
+    std::vector<std::string> log;
+  } cases[] = {
+      {true, {2, 0, 1, 3, ~0u, 2}, L"CavmStop", {}, "nothing",
+       "ProviderResume(a); ProviderStart(b); ProviderResume(f); Stop(); ", 1, {1, 1, 1, 3, ~0u, 1}},
+      {true, {1, 1}, L"CavmStop", {}, "nothing", "Stop(); ", 1, {1, 1}},
+      {true, {}, L"CavmStop", {}, "nothing", "Stop(); ", 1, {}},  // an empty list is released too
+      {false, {2, 0, 1, 9}, L"CavmStop", {}, "nothing",
+       "ProviderStop(a); ProviderStop(c); ProviderStop(d); Stop(); ", 1, {0, 0, 0, 0}},
+      {true, {2, 0}, L"CavmStart", {L"0xffffffff"}, "error ffffffff CavmStart failed", "", 0, {2, 0}},
+      {true, {2, 0}, L"CavmGetProviderInfoList", {L"0x8"}, "error 00000008 provider info failes", "Stop(); ", 0, {2, 0}},
+      {true, {2, 0}, L"CavmGetProviderInfoList", {L"null"}, "error ffffffff no providers returned", "Stop(); ", 0, {2, 0}},
+      {true, {2, 0, 2, 0}, L"CavmProviderResume", {L"ok", L"0x80000001"}, "error 80000001 provider resume",
+       "ProviderResume(a); ProviderStart(b); ProviderResume(c) = 0x80000001; Stop(); ", 1, {1, 1, 2, 0}},
+      {true, {2, 0, 2}, L"CavmProviderStart", {L"0x15"}, "error 00000015 provider start",
+       "ProviderResume(a); ProviderStart(b) = 0x00000015; Stop(); ", 1, {1, 0, 2}},
+      {false, {2, 0, 2}, L"CavmProviderStop", {L"0x9"}, "error 00000009 provider stop",
+       "ProviderStop(a) = 0x00000009; Stop(); ", 1, {2, 0, 2}},
+      {true, {0}, L"CavmStop", {L"0x80000001"}, "nothing", "ProviderStart(a); Stop() = 0x80000001; ", 1, {1},
+       {"wide 4 wsc: cavmstop failed -2147483647"}},
   };
-  const std::vector<DWORD> untouched = {2, 0, 2, 0};
-  const std::wstring resume_a = L"CavmProviderResume(a) = 0x00000000", start_b = L"CavmProviderStart(b) = 0x00000000",
-                     stop_a = L"CavmProviderStop(a) = 0x00000000";
-  const Case cases[] = {
-      {true, L"CavmStart", {L"0x5"}, "error 00000005 CavmStart failed", {L"CavmStart(localhost, 0, 0) = 0x00000005"}, 0, untouched},
-      {true, L"CavmStart", {L"0xffffffff"}, "error ffffffff CavmStart failed", {L"CavmStart(localhost, 0, 0) = 0xffffffff"}, 0, untouched},
-      {true, L"CavmGetProviderInfoList", {L"0x8"}, "error 00000008 provider info failes",
-       {kStarted, L"CavmGetProviderInfoList(null, 0) = 0x00000008", kStopped}, 0, untouched},
-      {true, L"CavmGetProviderInfoList", {L"null"}, "error ffffffff no providers returned", {kStarted, kListed, kStopped}, 0, untouched},
-      {true, L"CavmProviderResume", {L"0x80000001"}, "error 80000001 provider resume",
-       {kStarted, kListed, L"CavmProviderResume(a) = 0x80000001", kStopped}, 1, untouched},
-      {true, L"CavmProviderStart", {L"0x15"}, "error 00000015 provider start",
-       {kStarted, kListed, resume_a, L"CavmProviderStart(b) = 0x00000015", kStopped}, 1, {1, 0, 2, 0}},
-      {true, L"CavmProviderResume", {L"ok", L"0x7"}, "error 00000007 provider resume",
-       {kStarted, kListed, resume_a, start_b, L"CavmProviderResume(c) = 0x00000007", kStopped}, 1, {1, 1, 2, 0}},
-      {false, L"CavmProviderStop", {L"ok", L"0x9"}, "error 00000009 provider stop",
-       {kStarted, kListed, stop_a, L"CavmProviderStop(c) = 0x00000009", kStopped}, 1, {0, 0, 2, 0}},
-  };
-  for (const Case& c : cases) {
+  for (const auto& c : cases) {
     SCOPED_TRACE(testing::Message() << "row " << (&c - cases));
-    standins::WriteProviders({{L"a", 2}, {L"b", 0}, {L"c", 2}, {L"d", 0}});
+    std::vector<standins::Provider> providers;
+    for (const DWORD state : c.before) {
+      const std::wstring name(1, static_cast<wchar_t>(L'a' + providers.size()));
+      providers.push_back({name, state});
+    }
+    standins::WriteProviders(providers);
     AvManagerCalls().Script(c.call, c.answers);
     EXPECT_EQ(c.thrown, SetRunning(c.running));
-    EXPECT_EQ(c.journal, TakeJournal());
-    EXPECT_EQ(c.releases, TakeReleases());
-    std::vector<DWORD> states;
-    for (const Provider& provider : ReadProviders()) states.push_back(provider.state);
-    EXPECT_EQ(c.states, states);
-    ExpectNothingLeft();
+    States after;
+    for (const standins::Provider& provider : standins::ReadProviders()) after.push_back(provider.state);
+    EXPECT_EQ(c.after, after);
+    EXPECT_EQ(c.releases, releases_);
+    EXPECT_EQ(c.log, log_.lines());
+    const std::string start = c.call == std::wstring(L"CavmStart") ? " = 0xffffffff; " : "; GetProviderInfoList(null, 0)";
+    std::string journal = TakeJournal();
+    EXPECT_EQ(0u, journal.find("Start(localhost, 0, 0)" + start)) << journal;
+    EXPECT_TRUE(journal.ends_with(c.journal)) << journal;
   }
-  EXPECT_THAT(log_.lines(), IsEmpty());
 }
 
-TEST_F(AvManagerTest, AFailingStopIsLoggedAndCostsNothing) {
-  AvManagerCalls().Script(L"CavmStop", {L"0x80000001"});
-  EXPECT_EQ("nothing", SetRunning(true));
-  EXPECT_THAT(log_.lines(), ElementsAre("wide 4 wsc: cavmstop failed -2147483647"));
-  ExpectNothingLeft();
-
-  AvManagerCalls().Script(L"CavmStop", {L"0x6"});
-  AvManagerCalls().Script(L"CavmGetProviderInfoList", {L"0x8"});
-  EXPECT_EQ("error 00000008 provider info failes", SetRunning(true));
-  EXPECT_EQ("wide 4 wsc: cavmstop failed 6", log_.lines().back());
-  ExpectNothingLeft();
-
+TEST_F(AvManagerTest, ALogThatFailsAtTheStopCostsNothing) {
   AvManagerCalls().Script(L"CavmStop", {L"0x7"});
   log_.Behave(test::CapturedLog::Behaviour::throws);
   EXPECT_EQ("nothing", SetRunning(true));
 }
 
-TEST_F(AvManagerTest, ALibraryWithoutAFunctionIsFreedUncalled) {
-  for (const char* const function :
+TEST_F(AvManagerTest, WhatIsMissingIsReportedAndNothingCalled) {
+  for (const std::string function :
        {"CavmStart", "CavmStop", "CavmGetProviderInfoList", "CavmProviderResume", "CavmProviderStart", "CavmProviderStop"}) {
-    Install(L"cavm4h_without_" + std::wstring(function, function + strlen(function)) + L".dll");
-    EXPECT_EQ("error 0000007f GetProcAddress (" + std::string(function) + ")", SetRunning(true));
-    EXPECT_THAT(TakeJournal(), IsEmpty());
-    ExpectNothingLeft();
+    Install(L"\\cavm4h_without_" + std::wstring(function.begin(), function.end()) + L".dll");
+    EXPECT_EQ("error 0000007f GetProcAddress (" + function + ")", SetRunning(true));
   }
-}
-
-TEST_F(AvManagerTest, TheFunctionsAreResolvedInTheirOrderFromTheLibraryInTheProgramFolder) {
-  std::string names;
-  const test::ImportFake<decltype(LoadLibraryExW)> load("kernel32.dll", "LoadLibraryExW", [&](auto* real, const wchar_t* path, HANDLE file, DWORD flags) {
-    EXPECT_EQ(program_folder_ + L"\\cavm4h.dll", path);
-    EXPECT_EQ(nullptr, file);
-    EXPECT_EQ(8u, flags);
-    return real(path, file, flags);
-  });
-  const test::ImportFake<decltype(GetProcAddress)> resolve("kernel32.dll", "GetProcAddress", [&](auto* real, HMODULE library, const char* name) {
-    names += std::string(name) + " ";
-    return real(library, name);
-  });
-  EXPECT_EQ("nothing", SetRunning(true));
-  EXPECT_EQ("CavmStart CavmStop CavmGetProviderInfoList CavmProviderResume CavmProviderStart CavmProviderStop ", names);
-}
-
-TEST_F(AvManagerTest, AMissingLibraryOrInstallationIsReported) {
-  EXPECT_TRUE(DeleteFileW((program_folder_ + L"\\" + kLibrary).c_str()));
-  const std::string path(program_folder_.begin(), program_folder_.end());
-  EXPECT_EQ("error ffffffff cannot load " + path + "\\cavm4h.dll", SetRunning(true));
+  EXPECT_EQ("", TakeJournal());
+  EXPECT_TRUE(DeleteFileW((program_folder_ + kLibrary).c_str()));
+  const std::string folder(program_folder_.begin(), program_folder_.end());
+  EXPECT_EQ("error ffffffff cannot load " + folder + "\\cavm4h.dll", SetRunning(true));
   instup::test::DeleteValue(instup::test::kCorvidKey, L"ProgramFolder");
   EXPECT_EQ("error 00000002 Unable to retrieve path of the program directory!", SetRunning(true));
 }
 
 TEST_F(AvManagerTest, EnableLogsBetweenTheStartAndTheProviders) {
-  standins::WriteProviders({{L"a", 0}});
-  EXPECT_EQ("nothing", test::Thrown(enable));
-  EXPECT_THAT(log_.lines(), ElementsAre("wide 1 wsc: wsc starting providers"));
-  EXPECT_THAT(ReadProviders(), ElementsAre(Provider{L"a", 1}));
-  log_.clear();
   AvManagerCalls().Script(L"CavmStart", {L"0x5"});
   EXPECT_EQ("error 00000005 CavmStart failed", test::Thrown(enable));
   EXPECT_THAT(log_.lines(), IsEmpty());
-  TakeJournal();
   AvManagerCalls().Script(L"CavmGetProviderInfoList", {L"0x5"});
   EXPECT_EQ("error 00000005 provider info failes", test::Thrown(enable));
   EXPECT_THAT(log_.lines(), ElementsAre("wide 1 wsc: wsc starting providers"));
-  EXPECT_EQ(kStopped, TakeJournal().back());
 }
 
 }  // namespace

@@ -1,29 +1,30 @@
 // Which actions a request selects, and in which order they run.
-#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <windows.h>
+#include <shellapi.h>
 
 #include "control/firewall_control.h"
 #include "entry/run.h"
 #include "support/captured_log.h"
+#include "support/import_fake.h"
 #include "support/probed_installer.h"
 
 namespace crv::wsc {
 namespace {
 
-using testing::ElementsAreArray;
-
 constexpr char kNoFolder[] = "exception 0 wsc: run: Unable to retrieve path of the program directory! [00000002]";
 constexpr char kRefused[] = "exception 0 wsc: run: wsc disable refused [ffffffff]";
+constexpr char kUnsupported[] = "exception 0 wsc: run: unsupported cmdline options: \"host\" ";
 constexpr char kUpdating[] = "wide 1 wsc: Updating AV.";
 constexpr char kUpgrading[] = "wide 1 wsc: Upgrading AV.";
 
 TEST(ActionModes, RunTheirActionsInTheirOrderUntilOneFails) {
-  struct Case {
+  const struct {
     const wchar_t* text;
     bool installed;  // without the suite, enabling fails by its first step, which tells that it was tried
     std::uint32_t result;
     std::vector<std::string> log;  // behind the two lines of every run
-  };
-  const Case cases[] = {
+  } cases[] = {
       {L"host /av /enable /disable", false, 2, {kNoFolder}},
       {L"host /av /enable /update /upgrade", false, 2, {kNoFolder}},
       {L"host /av /disable /update /upgrade", true, 0xFFFFFFFF, {kRefused}},
@@ -34,11 +35,11 @@ TEST(ActionModes, RunTheirActionsInTheirOrderUntilOneFails) {
       {L"host /as /disable /enable /update", false, 2, {kNoFolder}},
       {L"host /as /disable /update", true, 0xFFFFFFFF, {kRefused}},
       {L"host /as /fw /enable", false, 2, {kNoFolder}},
-      {L"host /as /update", true, 0xFFFFFFFF, {"exception 0 wsc: run: unsupported cmdline options: \"host\" /as /update [ffffffff]"}},
+      {L"host /as /update", true, 0xFFFFFFFF, {kUnsupported + std::string("/as /update [ffffffff]")}},
       {L"host /fw /enable /disable", true, 0, {"wide 1 wsc: Starting FW."}},
-      {L"host /fw /update", true, 0xFFFFFFFF, {"exception 0 wsc: run: unsupported cmdline options: \"host\" /fw /update [ffffffff]"}},
+      {L"host /fw /update", true, 0xFFFFFFFF, {kUnsupported + std::string("/fw /update [ffffffff]")}},
   };
-  for (const Case& c : cases) {
+  for (const auto& c : cases) {
     SCOPED_TRACE(testing::Message() << "row " << (&c - cases));
     const test::ProbedInstaller suite;
     if (!c.installed) SHDeleteKeyW(HKEY_LOCAL_MACHINE, L"SOFTWARE");
@@ -47,11 +48,20 @@ TEST(ActionModes, RunTheirActionsInTheirOrderUntilOneFails) {
     std::vector<std::string> lines = log.lines();
     ASSERT_GE(lines.size(), 2u);
     lines.erase(lines.begin(), lines.begin() + 2);
-    EXPECT_THAT(lines, ElementsAreArray(c.log));
+    EXPECT_EQ(c.log, lines);
     const bool updated = c.installed && !c.log.empty() && c.log.front() == kUpdating;
     EXPECT_EQ(updated ? 2u : 0u, suite.Runs().size());
     EXPECT_EQ(c.text == std::wstring(L"host /fw /enable /disable"), standins::FirewallIsOn());
   }
+}
+
+TEST(ActionModes, DisablingFirstRestartsTheHostAsAnAdministrator) {
+  const test::ImportFake<decltype(CheckTokenMembership)> nobody(
+      "advapi32.dll", "CheckTokenMembership", [](auto*, HANDLE, PSID, BOOL* member) { return *member = FALSE, TRUE; });
+  const test::ImportFake<decltype(ShellExecuteExW)> refuse("shell32.dll", "ShellExecuteExW",
+                                                           [](auto*, auto...) { return SetLastError(ERROR_CANCELLED), FALSE; });
+  const test::CapturedLog log;
+  for (const wchar_t* text : {L"host /av /disable", L"host /as /disable"}) EXPECT_EQ(ERROR_CANCELLED, ::run(text));
 }
 
 }  // namespace

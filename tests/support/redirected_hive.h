@@ -2,19 +2,31 @@
 // are not there; use it for code that only reads and writes the registry. One at a time, on one thread.
 #pragma once
 
-#include <windows.h>
+#include <gtest/gtest.h>
+#include <shlwapi.h>
+
+#include <string>
 
 namespace crv::test {
 
 class RedirectedHive {
  public:
-  RedirectedHive();   // fails the running test when the redirection is refused
-  ~RedirectedHive();  // ends the redirection and deletes everything below the key
+  RedirectedHive() {  // fails the running test when the redirection is refused
+    HKEY key = nullptr;
+    SHDeleteKeyW(HKEY_CURRENT_USER, path_.c_str());
+    EXPECT_EQ(0, RegCreateKeyExW(HKEY_CURRENT_USER, path_.c_str(), 0, nullptr, 0, KEY_ALL_ACCESS, nullptr, &key, nullptr));
+    EXPECT_EQ(0, RegOverridePredefKey(HKEY_LOCAL_MACHINE, key));
+    RegCloseKey(key);
+  }
+  ~RedirectedHive() {  // ends the redirection and deletes everything below the key
+    RegOverridePredefKey(HKEY_LOCAL_MACHINE, nullptr);
+    SHDeleteKeyW(HKEY_CURRENT_USER, path_.c_str());
+  }
   RedirectedHive(const RedirectedHive&) = delete;
   RedirectedHive& operator=(const RedirectedHive&) = delete;
 
  private:
-  HKEY key_ = nullptr;
+  const std::wstring path_ = L"Software\\Corvid Tests\\Hive " + std::to_wstring(GetCurrentProcessId());
 };
 
 }  // namespace crv::test

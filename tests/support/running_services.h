@@ -2,6 +2,7 @@
 // alone. One at a time; fails the running test when a service or manager handle is left open.
 #pragma once
 
+#include <gtest/gtest.h>
 #include <windows.h>
 #include <winsvc.h>
 
@@ -16,8 +17,7 @@ namespace crv::test {
 
 class RunningServices {
  public:
-  RunningServices();
-  ~RunningServices();
+  ~RunningServices() { EXPECT_EQ(0, open_handles_) << "service handles are left open"; }
 
   // What the status queries of any service answer, in this order; the last one stays. At first: runs. A service with a state of
   // its own always answers that one.
@@ -29,12 +29,35 @@ class RunningServices {
 
   // What was done since the start or the last question: "wscsvc/14 query start ", each open with the rights asked for in
   // hexadecimal; what is repeated stands once with " xN" behind it.
-  std::string TakeCalls();
+  std::string TakeCalls() {
+    std::string text;
+    for (const auto& [call, times] : calls_) text += call + (times > 1 ? " x" + std::to_string(times) : "") + " ";
+    calls_.clear();
+    return text;
+  }
 
  private:
-  bool Fails(const std::string& step);
-  void Note(const std::string& call);
-  BOOL Answer(SERVICE_STATUS* status);
+  bool Fails(const std::string& step) { return failing_ == step && (SetLastError(code_), true); }
+
+  void Note(const std::string& call) {
+    if (calls_.empty() || calls_.back().first != call) calls_.emplace_back(call, 0);
+    ++calls_.back().second;
+  }
+
+  SC_HANDLE Open(const std::string& step) {
+    if (Fails(step)) return nullptr;
+    ++open_handles_;
+    return reinterpret_cast<SC_HANDLE>(0x5C0);
+  }
+
+  BOOL Answer(const std::string& step, SERVICE_STATUS* status) {
+    Note(step);
+    if (Fails(step.substr(0, step.find(' ')))) return FALSE;
+    const auto own = own_states_.find(opened_);
+    *status = {SERVICE_WIN32_OWN_PROCESS, own == own_states_.end() ? states_.front() : own->second};
+    if (own == own_states_.end() && states_.size() > 1) states_.erase(states_.begin());
+    return TRUE;
+  }
 
   std::vector<DWORD> states_ = {SERVICE_RUNNING};
   std::map<std::string, DWORD> own_states_;
@@ -44,12 +67,28 @@ class RunningServices {
   std::vector<std::pair<std::string, int>> calls_;
   int open_handles_ = 0;
 
-  ImportFake<decltype(OpenSCManagerW), struct OpenManagerPlace> open_manager_;
-  ImportFake<decltype(OpenServiceW), struct OpenPlace> open_service_;
-  ImportFake<decltype(QueryServiceStatus), struct QueryPlace> query_;
-  ImportFake<decltype(StartServiceW), struct StartPlace> start_;
-  ImportFake<decltype(ControlService), struct ControlPlace> control_;
-  ImportFake<decltype(CloseServiceHandle), struct ClosePlace> close_;
+  ImportFake<decltype(OpenSCManagerW), struct OpenManagerPlace> open_manager_{"advapi32.dll", "OpenSCManagerW",
+                                                                              [this](auto*, auto...) { return Open("manager"); }};
+  ImportFake<decltype(OpenServiceW), struct OpenPlace> open_service_{"advapi32.dll", "OpenServiceW",
+                                                                     [this](auto*, SC_HANDLE, std::wstring name, DWORD access) {
+                                                                       char rights[16];
+                                                                       _snprintf(rights, sizeof(rights), "/%lx", access);
+                                                                       opened_ = std::string(name.begin(), name.end());
+                                                                       Note(opened_ + rights);
+                                                                       return Open("open");
+                                                                     }};
+  ImportFake<decltype(QueryServiceStatus), struct QueryPlace> query_{
+      "advapi32.dll", "QueryServiceStatus", [this](auto*, SC_HANDLE, SERVICE_STATUS* status) { return Answer("query", status); }};
+  ImportFake<decltype(StartServiceW), struct StartPlace> start_{"advapi32.dll", "StartServiceW", [this](auto*, auto...) {
+                                                                  Note("start");
+                                                                  return !Fails("start");
+                                                                }};
+  ImportFake<decltype(ControlService), struct ControlPlace> control_{
+      "advapi32.dll", "ControlService", [this](auto*, SC_HANDLE, DWORD control, SERVICE_STATUS* status) {
+        return Answer("control " + std::to_string(control), status);
+      }};
+  ImportFake<decltype(CloseServiceHandle), struct ClosePlace> close_{"advapi32.dll", "CloseServiceHandle",
+                                                                     [this](auto*, auto...) { return --open_handles_, TRUE; }};
 };
 
 }  // namespace crv::test

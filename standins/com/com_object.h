@@ -1,4 +1,4 @@
-// IUnknown for the objects of this library: counts references, and the objects that are alive in this process. A new object has
+// IUnknown for the objects of a library: counts references, and the objects that are alive in this process. A new object has
 // one reference, its maker's. Any thread.
 #pragma once
 

@@ -1,0 +1,39 @@
+// A COM class of the stand-ins (a library beside the test program) registered for this process alone, on a thread that has joined
+// COM's multithreaded apartment. Its state lies under HKEY_LOCAL_MACHINE, redirected or not.
+#pragma once
+
+#include <gtest/gtest.h>
+#include <objbase.h>
+
+namespace crv::test {
+
+class RegisteredClass {
+ public:
+  RegisteredClass(const wchar_t* library, REFCLSID class_id) : library_(LoadLibraryW(library)) {
+    EXPECT_EQ(S_OK, CoInitializeEx(nullptr, COINIT_MULTITHREADED));
+    IUnknown* factory = nullptr;
+    const auto get_class_object = Function<decltype(DllGetClassObject)>("DllGetClassObject");
+    EXPECT_EQ(S_OK, get_class_object(class_id, IID_IClassFactory, reinterpret_cast<void**>(&factory)));
+    EXPECT_EQ(S_OK, CoRegisterClassObject(class_id, factory, CLSCTX_INPROC_SERVER, REGCLS_MULTIPLEUSE, &registration_));
+    factory->Release();
+  }
+  ~RegisteredClass() {
+    EXPECT_EQ(0, Function<long WINAPI()>("LiveObjects")()) << "interface pointers were leaked";
+    CoRevokeClassObject(registration_);
+    CoUninitialize();
+    FreeLibrary(library_);
+  }
+  RegisteredClass(const RegisteredClass&) = delete;
+  RegisteredClass& operator=(const RegisteredClass&) = delete;
+
+ private:
+  template <typename Signature>
+  Signature* Function(const char* name) const {
+    return reinterpret_cast<Signature*>(reinterpret_cast<void*>(GetProcAddress(library_, name)));
+  }
+
+  const HMODULE library_;
+  DWORD registration_ = 0;
+};
+
+}  // namespace crv::test
