@@ -45,7 +45,7 @@ TEST(ActionModes, RunTheirActionsInTheirOrderUntilOneFails) {
     if (!c.installed) SHDeleteKeyW(HKEY_LOCAL_MACHINE, L"SOFTWARE");
     test::CapturedLog log;
     EXPECT_EQ(c.result, ::run(c.text));
-    std::vector<std::string> lines = log.lines();
+    std::vector<std::string> lines = log.module_lines();
     ASSERT_GE(lines.size(), 2u);
     lines.erase(lines.begin(), lines.begin() + 2);
     EXPECT_EQ(c.log, lines);

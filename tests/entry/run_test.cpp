@@ -3,12 +3,17 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <objbase.h>
+#include <shlobj.h>
 
 #include <stdexcept>
 #include <thread>
 
+#include "crashguard/crash_guard_module.h"
+#include "mi/module_counts.h"
 #include "support/captured_log.h"
+#include "support/import_fake.h"
 #include "support/import_patch.h"
+#include "support/redirected_hive.h"
 
 namespace crv::wsc {
 namespace {
@@ -29,7 +34,10 @@ void WINAPI CountingUninitialize() { --com_balance; }
 class Run : public testing::Test {
  protected:
   Run() { com_balance = 0; }
-  ~Run() override { EXPECT_EQ(0, com_balance); }
+  ~Run() override {
+    EXPECT_EQ(0, com_balance);
+    crashguard::AcquireCrashGuard()->Uninstall();
+  }
 
   test::CapturedLog log_;
   test::ImportPatch initialize_{"ole32.dll", "CoInitializeEx", reinterpret_cast<void*>(&CountingInitialize)};
@@ -38,7 +46,7 @@ class Run : public testing::Test {
 
 TEST_F(Run, WithoutACommandLineFailsBeforeAnythingElse) {
   EXPECT_EQ(87u, ::run(nullptr));
-  EXPECT_THAT(log_.lines(), ElementsAre("exception 0 wsc: run: run: nullptr [00000057]"));
+  EXPECT_THAT(log_.module_lines(), ElementsAre("exception 0 wsc: run: run: nullptr [00000057]"));
 }
 
 TEST_F(Run, RefusesWrongRequestsWithTheirCodeAndOneRecord) {
@@ -68,7 +76,7 @@ TEST_F(Run, RefusesWrongRequestsWithTheirCodeAndOneRecord) {
     log_.clear();
     EXPECT_EQ(c.result, ::run(c.text));
     const std::string text(c.text, c.text + std::char_traits<wchar_t>::length(c.text));
-    EXPECT_THAT(log_.lines(), ElementsAre(EndsWith("\\CORVID Software\\Corvid\\log\\wsc.log 4194304 true"),
+    EXPECT_THAT(log_.module_lines(), ElementsAre(EndsWith("\\CORVID Software\\Corvid\\log\\wsc.log 4194304 true"),
                                           "narrow 1 wsc: wsc started: '" + text + "'",
                                           std::string("exception 0 wsc: run: ") + c.failure));
   }
@@ -82,6 +90,43 @@ TEST_F(Run, ALibraryThatFailsEverywhereCostsNoResult) {
   EXPECT_EQ(0u, ::run(L"host /av"));
 }
 
+TEST_F(Run, GuardsTheProcessForGoodAndTellsTheDriverOfFatalDumpsMeanwhile) {
+  std::vector<std::wstring> opened;
+  const test::ImportFake<decltype(CreateFileW)> device("kernel32.dll", "CreateFileW",
+                                                       [&](auto*, LPCWSTR name, DWORD access, DWORD share, auto*, DWORD disposition,
+                                                           DWORD flags, HANDLE) {
+                                                         opened.push_back(name);
+                                                         EXPECT_EQ(GENERIC_READ, access);
+                                                         EXPECT_EQ(DWORD{FILE_SHARE_READ | FILE_SHARE_WRITE}, share);
+                                                         EXPECT_EQ(DWORD{OPEN_EXISTING}, disposition);
+                                                         EXPECT_EQ(0u, flags);
+                                                         return INVALID_HANDLE_VALUE;
+                                                       });
+  const auto dump = [](auto...) {
+    EXPECT_TRUE(crashguard::AcquireCrashGuard()->IsInstalled());
+    crashguard::AcquireCrashGuardModule()->RaiseDumpWritten();
+    crashguard::AcquireCrashGuardModule()->RaiseFatalDumpWritten();
+    return E_FAIL;
+  };
+  const test::ImportFake<decltype(CoInitializeEx)> during("ole32.dll", "CoInitializeEx", dump);
+  EXPECT_EQ(static_cast<std::uint32_t>(E_FAIL), ::run(L"host /av"));
+  EXPECT_THAT(opened, ElementsAre(L"\\\\.\\CRVSP_Open"));
+  dump();
+  EXPECT_EQ(1u, opened.size()) << "the handler is still connected";
+  EXPECT_EQ(0u, mi::LiveCounts().exported_objects);
+  EXPECT_EQ(nullptr, SetUnhandledExceptionFilter(nullptr)) << "not locked";
+  EXPECT_EQ(static_cast<std::uint32_t>(E_FAIL), ::run(L"host /av"));
+  EXPECT_THAT(log_.lines(), testing::Contains("narrow 3 crashguard: Attempting to install crashguard twice, ignored.").Times(1));
+}
+
+TEST_F(Run, WithoutAFolderForItsDumpsNothingBegins) {
+  const test::ImportFake<decltype(SHGetFolderPathW)> unknown("shell32.dll", "SHGetFolderPathW",
+                                                             [](auto*, auto...) { return HRESULT{E_ACCESSDENIED}; });
+  const test::RedirectedHive no_registry_either;
+  EXPECT_EQ(DWORD{ERROR_FILE_NOT_FOUND}, ::run(nullptr));
+  EXPECT_FALSE(crashguard::AcquireCrashGuard()->IsInstalled());
+}
+
 HRESULT WINAPI RefusingInitialize(void*, DWORD) { return E_OUTOFMEMORY; }
 HRESULT WINAPI ExhaustedInitialize(void*, DWORD) { throw std::bad_alloc(); }
 HRESULT WINAPI OddInitialize(void*, DWORD) { throw 42; }
@@ -89,14 +134,14 @@ HRESULT WINAPI OddInitialize(void*, DWORD) { throw 42; }
 TEST_F(Run, ComThatRefusesIsReportedAndNotUninitialised) {
   const test::ImportPatch refuse("ole32.dll", "CoInitializeEx", reinterpret_cast<void*>(&RefusingInitialize));
   EXPECT_EQ(static_cast<std::uint32_t>(E_OUTOFMEMORY), ::run(L"host /av"));
-  EXPECT_THAT(log_.lines(), ElementsAre("exception 0 wsc: run: CoInitializeEx [8007000e]"));
+  EXPECT_THAT(log_.module_lines(), ElementsAre("exception 0 wsc: run: CoInitializeEx [8007000e]"));
 }
 
 TEST_F(Run, OtherStandardExceptionsAre31AndForeignOnesLeave) {
   {
     const test::ImportPatch exhaust("ole32.dll", "CoInitializeEx", reinterpret_cast<void*>(&ExhaustedInitialize));
     EXPECT_EQ(31u, ::run(L"host /av"));
-    EXPECT_THAT(log_.lines(), ElementsAre("exception 0 wsc: run: std::bad_alloc"));
+    EXPECT_THAT(log_.module_lines(), ElementsAre("exception 0 wsc: run: std::bad_alloc"));
   }
   const test::ImportPatch odd("ole32.dll", "CoInitializeEx", reinterpret_cast<void*>(&OddInitialize));
   EXPECT_THROW(::run(L"host /av"), int);

@@ -11,7 +11,7 @@ namespace crv::test {
 namespace {
 
 std::mutex mutex;
-std::vector<std::string> records;
+std::vector<std::string>& records = *new std::vector<std::string>;
 CapturedLog::Behaviour behaviour = CapturedLog::Behaviour::normal;
 int acquired = 0;
 
@@ -77,8 +77,9 @@ class Module : public log::detail::ILogModule {
   std::shared_ptr<test::Logger> logger_ = std::make_shared<test::Logger>();
 };
 
+// Never destroyed, as log.dll outlives what logs while the program ends.
 const std::shared_ptr<Module>& TheModule() {
-  static const auto module = std::make_shared<Module>();
+  static const auto& module = *new auto(std::make_shared<Module>());
   return module;
 }
 
@@ -94,6 +95,12 @@ std::vector<std::string> CapturedLog::lines() const {
   const std::lock_guard lock(mutex);
   return records;
 }
+std::vector<std::string> CapturedLog::module_lines() const {
+  std::vector<std::string> own = lines();
+  std::erase_if(own, [](const std::string& line) { return line.find(" crashguard: ") != std::string::npos; });
+  return own;
+}
+
 void CapturedLog::clear() {
   const std::lock_guard lock(mutex);
   records.clear();

@@ -19,6 +19,7 @@ class CapturedLog {
   // "narrow", "wide", "variadic", "exception" (text "context: what [code]", nested ones behind " <- "), "exception at", "open"
   // (text "path size append").
   std::vector<std::string> lines() const;
+  std::vector<std::string> module_lines() const;  // without those of the crash guard, which the first run of a process installs
   void clear();
 
   enum class Behaviour { normal, no_module, no_logger, throws };

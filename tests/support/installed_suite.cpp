@@ -70,7 +70,8 @@ HostRun RunHost(const std::wstring& tail, DWORD limit) {
   std::istringstream added(ReadLogFile().substr(log_size));
   for (std::string line; std::getline(added, line);) {
     if (!line.empty() && line.back() == '\r') line.pop_back();
-    run.log.push_back(WithoutStamp(line));
+    const std::string record = WithoutStamp(line);
+    if (record.find(" crashguard: ") == std::string::npos) run.log.push_back(record);
   }
   return run;
 }

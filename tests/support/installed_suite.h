@@ -10,7 +10,7 @@ namespace crv::test {
 
 struct HostRun {
   DWORD result = 0;               // the host's whole exit code; STILL_ACTIVE when it had to be ended
-  std::vector<std::string> log;   // the records that the run added to wsc.log: "level tag: text"
+  std::vector<std::string> log;   // the records that the run added to wsc.log, without the crash guard's: "level tag: text"
   DWORD process_id = 0;
 };
 
