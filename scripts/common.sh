@@ -12,6 +12,7 @@ DEBIAN_PACKAGES=(
   clang-14 libclang-rt-14-dev # the fuzzers in it
   libc6-i386                  # the loader of 32-bit Wine
   python3 python3-pefile      # the look at the finished DLL
+  lldb-14 llvm-14             # two readers of minidumps
 )
 
 # 32-bit Wine is unpacked into the cache and never installed. The stamp names the list, so a changed list unpacks anew.

@@ -9,7 +9,8 @@ import re
 import subprocess
 import sys
 
-FRAMES = 4          # shown
+FRAMES = 3          # shown
+RAISING = ("throw_record.cpp", "throw_hook.cpp", "uncaught.cpp")  # how a throw and the end of a program become an exception
 LONGEST_READ = 120  # s; a cold debugger on a busy machine takes a while
 
 Stop = collections.namedtuple("Stop", "code thread function place")  # place: "file.cpp:line", empty when it is not known
@@ -65,8 +66,8 @@ def main():
         print("  stopped    (the debugger finds no exception)")
         return 1
     print(f"  stopped    by exception 0x{stops[0].code:08x}")
-    for stop in [stop for stop in stops if stop.place][:FRAMES]:
-        print(f"  in         {stop.function.split('(')[0] or '(anonymous)'} at {stop.place}")
+    for stop in [stop for stop in stops if stop.place and not stop.place.startswith(RAISING)][:FRAMES]:
+        print(f"  in         {stop.function.replace('(anonymous namespace)::', '').split('(')[0]} at {stop.place}")
     return 0
 
 

@@ -124,6 +124,7 @@ tour() {
   restore_windows_version
   tour_actions
   tour_system
+  tour_crash
 
   printf '\n\n'
   if ((DIFFERENCES)); then

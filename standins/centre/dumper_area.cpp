@@ -1,4 +1,4 @@
-// The suite's external dumper: its runs, and how it goes wrong.
+// The suite's external dumper: its runs, how it goes wrong, and the minidumps in the log folder.
 #include <windows.h>
 
 #include <algorithm>
@@ -11,13 +11,28 @@
 namespace crv::standins::centre {
 namespace {
 
+std::vector<std::wstring> Dumps() {
+  std::vector<std::wstring> dumps;
+  WIN32_FIND_DATAW found;
+  const HANDLE search = FindFirstFileW((LogFolder() + L"\\*.mdmp").c_str(), &found);
+  if (search == INVALID_HANDLE_VALUE) return dumps;
+  do {
+    dumps.push_back(LogFolder() + L"\\" + found.cFileName);
+  } while (FindNextFileW(search, &found));
+  FindClose(search);
+  return dumps;
+}
+
 void Show() {
   const DumperBehaviour behaviour = ReadDumperBehaviour();
-  const std::vector<std::wstring> runs = DumperRuns();
-  if (runs.empty() && behaviour.what == kDumperWrites && behaviour.exit_code == 0) return;
-  PrintTable({{L"Dumper", L"Ends with", L"Runs"},
-              {behaviour.what, std::to_wstring(behaviour.exit_code), std::to_wstring(runs.size())}});
-  for (const std::wstring& run : runs) PrintLine(run);
+  PrintTable({{L"Dumper", L"Ends with", L"Runs", L"Dumps in the log folder"},
+              {behaviour.what, std::to_wstring(behaviour.exit_code), std::to_wstring(DumperRuns().size()),
+               std::to_wstring(Dumps().size())}});
+}
+
+void Clear() {
+  ClearDumper();
+  for (const std::wstring& dump : Dumps()) DeleteFileW(dump.c_str());
 }
 
 void TellDumper(const Words& words) {
@@ -33,7 +48,7 @@ const Area& DumperArea() {
       .commands = {{L"dumper", L"write | exit | hang | crash [CODE]", L"what cvDump32.exe does when a dump is asked for, and its exit code",
                     1, 2, &TellDumper}},
       .show = &Show,
-      .clear = &ClearDumper,
+      .clear = &Clear,
   };
   return area;
 }

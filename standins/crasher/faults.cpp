@@ -29,6 +29,7 @@ struct Finished : Unfinished {
 
 namespace {
 
+constexpr DWORD kSlowInstaller = 5000;  // ms, of which the crash needs the first few
 constexpr DWORD kMoment = 300;  // ms, for another thread to get where it is going
 
 int AccessViolation(Stage&) {
@@ -154,7 +155,7 @@ int CrashAfter(Stage& stage) {
 int CrashDuringRun(Stage& stage) {
   ClearInstaller();
   InstallerBehaviour slow;
-  slow.duration = 60'000;
+  slow.duration = kSlowInstaller;
   ScriptInstaller(kUpdateSetup, slow);
   std::thread([&stage] {
     while (InstallerRuns().empty()) Sleep(10);
