@@ -38,11 +38,3 @@ void PrintRow(const char* name, int rounds, const std::function<void()>& ours, c
 }
 
 }  // namespace crv::bench
-
-int main() {
-  std::printf("%-64s %15s %15s %8s\n", "what (medians)", "module", "bare", "ratio");
-  crv::bench::CommandLineRows();
-  crv::bench::SystemRows();
-  crv::bench::SettingsRows();
-  crv::bench::RequestRows();
-}
