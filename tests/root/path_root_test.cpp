@@ -30,7 +30,7 @@ TEST(PathRoot, FollowsItsTable) {
       {L"\\\\?\\UNC\\server\\share\\x", 0, 8, 20, 0xA1F},
       {L"\\\\?\\UNCs\\t", 0, 4, 4, 0x206},
       {L"\\\\.\\\\" + volume + L"\\x", 0, 11, 49, 0x1416},
-      {L"\\\\?\\" + volume.substr(0, 43), 0, 4, 4, 0x206},
+      {L"\\\\?\\" + volume.substr(0, 20), 0, 4, 4, 0x206},  // ends before the place of the brace
       {L"\\\\?\\GLOBALROOT\\x", 0, 4, 15, 0x206},
       {L"\\\\?\\GlobalRoot\\\\Device/Harddisk0", 0, 4, 32, 0x4202},
       {L"\\\\?\\Device\\FileDisk\\\\One\\x", 0, 4, 24, 0x4216},
