@@ -11,22 +11,15 @@ TEST(PathText, JoinsByItsTable) {
     const wchar_t *folder, *component, *joined, *appended;
   } rows[] = {
       {L"C:\\Corvid", L"setup", L"C:\\Corvid\\setup", L"C:\\Corvid\\setup"},
-      {L"C:\\Corvid\\", L"setup", L"C:\\Corvid\\setup", L"C:\\Corvid\\setup"},
       {L"C:/Corvid/", L"setup", L"C:/Corvid/setup", L"C:/Corvid/\\setup"},
-      {L"C:\\Corvid", L"\\setup", L"C:\\Corvid\\setup", L"C:\\Corvid\\setup"},
       {L"C:\\Corvid", L"/setup", L"C:\\Corvid/setup", L"C:\\Corvid\\/setup"},
       {L"C:\\Corvid\\", L"\\setup", L"C:\\Corvid\\\\setup", L"C:\\Corvid\\\\setup"},  // both are kept
       {L" \tC:\\x\t ", L" y ", L"C:\\x\\ y ", L" \tC:\\x\t \\ y "},                   // only the folder is trimmed
       {L"C:\\Corvid", L"", L"C:\\Corvid", L"C:\\Corvid\\"},
       {L"", L"setup", L"setup", L"setup"},
-      {L"", L"", L"", L""},
-      {L" \t", L"setup", L"setup", L" \t\\setup"},
       {L" \"C:\\a b\" ", L"c", L"\"C:\\a b\\c\"", L" \"C:\\a b\" \\c"},
-      {L"\" C:\\x \"", L"y", L"\" C:\\x \\y\"", L"\" C:\\x \"\\y"},  // blanks inside the quotes stay
       {L"\"\"", L"x", L"\"x\"", L"\"\"\\x"},
       {L"\"", L"x", L"\"\\x", L"\"\\x"},  // one quote alone does not quote
-      {L"\"C:\\x", L"y", L"\"C:\\x\\y", L"\"C:\\x\\y"},
-      {L"C:\\x\"", L"y", L"C:\\x\"\\y", L"C:\\x\"\\y"},
   };
   for (const auto& row : rows) {
     EXPECT_EQ(row.joined, JoinPath(row.folder, row.component)) << "row " << &row - rows;
@@ -36,23 +29,16 @@ TEST(PathText, JoinsByItsTable) {
 
 TEST(PathText, NormalizesByItsTable) {
   const std::wstring volume = L"\\\\?\\Volume{01234567-89ab-cdef-0123-456789abcdef}";
-  const struct {
-    std::wstring text, expected;
-  } rows[] = {
+  const std::wstring rows[][2] = {
       {L"", L""},
       {L"\\/\\/", L"\\"},
-      {L"C:\\Corvid", L"C:\\Corvid"},
       {L"C:\\Corvid\\/", L"C:\\Corvid"},
-      {L"C:", L"C:\\"},
       {L"c://", L"c:\\"},
-      {L"\\\\?\\C:\\", L"\\\\?\\C:\\"},
       {L"C:\\stream:", L"C:\\stream:"},  // ends like a drive and is more than its root
-      {L"C:\\{name}\\", L"C:\\{name}"},
-      {volume, volume + L"\\"},
       {volume + L"\\\\", volume + L"\\"},
       {volume + L"\\{x}", volume + L"\\{x}"},
   };
-  for (const auto& row : rows) EXPECT_EQ(row.expected, NormalizeFolderPath(row.text)) << "row " << &row - rows;
+  for (const auto& [text, expected] : rows) EXPECT_EQ(expected, NormalizeFolderPath(text));
 }
 
 }  // namespace

@@ -34,23 +34,6 @@ inline void DeleteValue(const std::wstring& key, const wchar_t* name) {
 
 inline bool IsDirectory(const std::wstring& path) { return std::filesystem::is_directory(path); }
 
-// Sets or, with null, removes an environment variable for the length of a scope.
-class ScopedVariable {
- public:
-  ScopedVariable(const wchar_t* name, const wchar_t* value) : name_(name) {
-    wchar_t before[MAX_PATH];
-    if (GetEnvironmentVariableW(name, before, MAX_PATH) > 0) before_ = before;
-    SetEnvironmentVariableW(name, value);
-  }
-  ~ScopedVariable() { SetEnvironmentVariableW(name_, before_ ? before_->c_str() : nullptr); }
-  ScopedVariable(const ScopedVariable&) = delete;
-  ScopedVariable& operator=(const ScopedVariable&) = delete;
-
- private:
-  const wchar_t* name_;
-  std::optional<std::wstring> before_;
-};
-
 class Stage {
  public:
   Stage() {
