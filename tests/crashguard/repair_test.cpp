@@ -4,6 +4,7 @@
 
 #include "crashguard/crash_guard_module.h"
 #include "crashguard/stage.h"
+#include "support/import_fake.h"
 
 namespace crv::crashguard {
 namespace {
@@ -21,6 +22,15 @@ struct Repair : test::DumpStage {
     context.Eip = reinterpret_cast<DWORD>(record.ExceptionAddress);
     AcquireCrashGuardModule()->Uninstall();  // no dump, if it comes to that
     log_.clear();
+  }
+
+  // Installs in a system where kernel32 has no such function.
+  void ForgetCtrlRoutine() {
+    const test::ImportFake<decltype(GetProcAddress)> none("kernel32.dll", "GetProcAddress",
+                                                          [](auto*, auto...) -> FARPROC { return nullptr; });
+    AcquireCrashGuardModule()->Install(folder_, folder_, 0, 0);
+    AcquireCrashGuardModule()->Uninstall();
+    record.ExceptionAddress = reinterpret_cast<void*>(0x12340000);  // with the low half of no address
   }
 
   LONG Filter() {
@@ -55,6 +65,7 @@ TEST_F(Repair, NeedsEveryCondition) {
       {"an argument too large", [](Repair& r) { r.stack[1] = 0x80000009; }},
       {"an argument too small", [](Repair& r) { r.stack[1] = 0x7FFFFFFF; }},
       {"no stack to read", [](Repair& r) { r.context.Esp = 0x10; }},
+      {"no address of this process", [](Repair& r) { r.ForgetCtrlRoutine(); }},
   };
   for (const auto& row : rows) {
     SCOPED_TRACE(row.description);
