@@ -44,7 +44,7 @@ tour_crash() {
   dumps=$(list_dumps)
   step 0x000000a0 /svc /update
   OUTPUT+=$'\n'$(show_dumps "$dumps")
-  show_dumps "$dumps"
+  printf '%s\n' "${OUTPUT#*result 0x????????}"
   shows 'Minidump created successfully. Exception code is: e06d7363' 'stopped +by exception 0xe06d7363' \
     'comment +Cause: VectoredExceptionHandler' 'RunSvcMode|svc_mode.cpp'
   dumps_written 1
@@ -60,7 +60,17 @@ tour_crash() {
   shows ' 1$'
   centre driver remove >/dev/null
 
-  chapter "The same without the dumper: the process writes its dump itself"
+  chapter "The AV manager's library crashes while the host enables the protection: the host ends, the dump names the place"
+  centre clear >/dev/null
+  beforehand centre script CavmStart crash
+  dumps=$(list_dumps)
+  step 0xc0000005 /av /enable
+  OUTPUT=$(show_dumps "$dumps")
+  printf '%s\n' "$OUTPUT"
+  shows 'stopped +by exception 0xc0000005' 'CrashAsTold at scripted_calls.cpp:[0-9]+'
+  dumps_written 1
+
+  chapter "CrashNow during a run without the dumper: the process writes its dump itself"
   beforehand centre library cvDump32.exe away
   crash 0xc0000005 during-run
   shows 'only internal dumping available' 'Failed to start process dumper at .*cvDump32.exe. due to error: 2' \

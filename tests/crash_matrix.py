@@ -143,6 +143,8 @@ CASES = [
     Case("CrashNow during a run", "during-run", AV,
          INSTALLED + ["warning User-initiated crash commencing"] + ENTERED + [created(AV)], [BY_DUMPER],
          function=r"crashguard::CrashNow\(\) at user_crash\.cpp", printed="", notices=1),
+    Case("a component crashes in the real host", "run /av /enable", AV, INSTALLED + ENTERED + [created(AV)], [BY_DUMPER],
+         function=r"CrashAsTold\(\) at scripted_calls\.cpp", printed="", notices=1, centre=["script", "CavmStart", "crash"]),
     Case("CrashNow outside of runs", "crash-now", AV, INSTALLED + ["warning User-initiated crash commencing"] + ENTERED + [created(AV)],
          [BY_DUMPER], notices=0),
 ]
@@ -153,7 +155,7 @@ SKIPPED = [
 ]
 
 # Cases that run the module have its own log folder; the others one of their own.
-IN_LOG_FOLDER = {"unloaded", "no-slot", "during-run"}
+IN_LOG_FOLDER = {"unloaded", "no-slot", "during-run", "run"}
 
 
 def wine(program, *words):
@@ -183,10 +185,11 @@ class Runner:
         for old in [*folder.glob("*.mdmp"), folder / "wsc.log"]:
             old.unlink(missing_ok=True)
         wine("centre.exe", *(case.centre or ["dumper", "write"]))
+        program = ("centre.exe",) if words[0] == "run" else ("crasher.exe", "watch")
         if case.notices < 0:
-            return list(self.differences(case, folder, wine("crasher.exe", "watch", *words)))
+            return list(self.differences(case, folder, wine(*program, *words)))
         wine("centre.exe", "driver", "start")
-        wrong = list(self.differences(case, folder, wine("crasher.exe", "watch", *words)))
+        wrong = list(self.differences(case, folder, wine(*program, *words)))
         status = wine("centre.exe", "driver", "status")
         wine("centre.exe", "driver", "remove")
         if not re.search(rf" {case.notices}$", status.strip()):
@@ -194,7 +197,7 @@ class Runner:
         return wrong
 
     def differences(self, case, folder, output):
-        ended = re.search(r"^process (\d+)\nexit 0x([0-9a-f]{8})$", output, re.M)
+        ended = re.search(r"^(?:process (\d+)\nexit|result) 0x([0-9a-f]{8})$", output, re.M)
         exits = case.exit if isinstance(case.exit, set) else {case.exit}
         if not ended or int(ended[2], 16) not in exits or "hung" in output:
             yield f"the exit code had to be {', '.join(f'0x{code:08x}' for code in exits)}:\n{output}"
@@ -203,7 +206,7 @@ class Runner:
             yield f"it had to print {case.printed!r}:\n{output}"
         if case.handled == ("Unhandled" in output) and case.handled:
             yield "the system's own crash handling was reached"
-        log = self.read_log(folder / "wsc.log", int(ended[1]))
+        log = self.read_log(folder / "wsc.log", ended[1])
         if len(log) != len(case.log) or not all(map(self.agrees, case.log, log)):
             yield "the log had to be\n    " + "\n    ".join(case.log) + "\n  and was\n    " + "\n    ".join(log)
         dumps = sorted(folder.rglob("*.mdmp"), key=lambda path: path.stat().st_mtime_ns)
@@ -218,11 +221,11 @@ class Runner:
 
     @staticmethod
     def read_log(path, process):
-        """The crash guard's records of the process, "level text"."""
+        """The crash guard's records of the process, or of all, "level text"."""
         if not path.exists():
             return []
         lines = re.findall(r"^\S+ \S+ +(\d+) +\d+ (\w+) +crashguard +(.*?)\r?$", path.read_text("utf-8", "replace"), re.M)
-        return [f"{level} {text}" for number, level, text in lines if int(number) == process]
+        return [f"{level} {text}" for number, level, text in lines if process in (None, number)]
 
     def dump_differences(self, case, path, comment):
         if not re.fullmatch(case.name_of_dump, path.name):

@@ -84,7 +84,7 @@ const Command kCommands[] = {
     {L"uninstall", L"", L"takes that back", 0, 0, &ForEachArea<&Area::uninstall>},
     {L"show", L"", L"the products as Security Center knows them, and the rest of the stage", 0, 0, &Show},
     {L"journal", L"", L"the calls that the stand-ins were asked for", 0, 0, &ShowJournal},
-    {L"script", L"NAME [ANSWER...]", L"the next answers of a call: ok, 0x8000000a, null; \"forever ANSWER\", \"ANSWER xN\"", 1,
+    {L"script", L"NAME [ANSWER...]", L"the next answers of a call: ok, 0x8000000a, null, crash; \"forever ANSWER\", \"ANSWER xN\"", 1,
      kAnyNumber, &ScriptCall},
     {L"clear", L"", L"back to a healthy machine: no products, scripts, registered names or log; services run", 0, 0, &ForEachArea<&Area::clear>},
     {L"later", L"MS COMMAND...", L"another command, run by itself in MS milliseconds; returns at once", 2, kAnyNumber, &Later},

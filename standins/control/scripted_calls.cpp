@@ -26,10 +26,16 @@ std::wstring WithRepeat(const std::wstring& text, unsigned long repeat) {
   return repeat > 1 ? text + L" x" + std::to_wstring(repeat) : text;
 }
 
+[[gnu::noinline]] void CrashAsTold() {
+  volatile char* volatile const nothing = nullptr;
+  *nothing = 1;
+}
+
 struct ScriptEntry {
   std::wstring text;
   bool forever = false;
   unsigned long repeat = 1;
+  bool crash = false;
   Answer answer;
 };
 
@@ -41,6 +47,8 @@ std::optional<ScriptEntry> Parse(std::wstring text) {
   entry.text = text;
   if (text == L"null") {
     entry.answer.null_pointer = true;
+  } else if (text == L"crash") {
+    entry.crash = true;
   } else if (text != L"ok") {
     wchar_t* end = nullptr;
     entry.answer.code = static_cast<HRESULT>(std::wcstoul(text.c_str(), &end, 0));
@@ -97,13 +105,14 @@ Answer ScriptedCalls::Take(const std::wstring& name) const {
     return general != name && Find(general) ? Take(general) : Answer{};
   }
   const std::optional<ScriptEntry> entry = Parse(answers.front());
-  if (entry && entry->forever) return entry->answer;
+  if (entry && entry->forever && !entry->crash) return entry->answer;
   if (entry && entry->repeat > 1) {
     answers.front() = WithRepeat(entry->text, entry->repeat - 1);
   } else {
     answers.erase(answers.begin());
   }
   Script(name, answers);
+  if (entry && entry->crash) CrashAsTold();
   return entry ? entry->answer : Answer{};
 }
 

@@ -12,6 +12,7 @@
 //   ok            behave normally
 //   0x8000000a    answer this code; a failure changes nothing, a success code is given after performing the call
 //   null          succeed with a null interface pointer; only for calls that hand one out
+//   crash         write to address 0
 //
 // optionally with "forever " before it (never used up) or " xN" behind it (good for N calls).
 #pragma once
