@@ -57,7 +57,11 @@ def main():
         print(__doc__, file=sys.stderr)
         return 2
     path = pathlib.Path(sys.argv[1])
-    streams, text = read_streams(path)
+    try:
+        streams, text = read_streams(path)
+    except subprocess.CalledProcessError as failure:
+        print(f"{path}: no minidump ({failure.stderr.strip()})", file=sys.stderr)
+        return 1
     print(f"{path.name}, {path.stat().st_size} bytes")
     print("  streams   ", " ".join(streams))
     print("  comment   ", read_comment(text) or "(empty)")

@@ -21,7 +21,13 @@
 namespace crv::standins::crasher {
 namespace {
 
-constexpr int kWrongUsage = 2;
+// The status of words that are not understood.
+int WrongUsage(const wchar_t* what, const std::wstring& word) {
+  std::printf("crasher: %ls '%ls'; 'crasher list' shows the cases, which take /folder: /dumper: /flags: /limit: /ratio: /pretend:\n",
+              what, word.c_str());
+  return 2;
+}
+
 constexpr DWORD kLongestRun = 120'000;  // ms
 
 const Case* Find(const std::wstring& name) {
@@ -72,7 +78,7 @@ int Run(const Case& chosen, const CommandLine& words) {
   stage.dumper_folder = words.value(L"dumper");
   stage.flags = Number(words, L"flags", 16, stage.flags);
   stage.limit = static_cast<std::int32_t>(Number(words, L"limit", 10, stage.limit));
-  if (words.has(L"pretend") && !Pretend(words.value(L"pretend"))) return kWrongUsage;
+  if (words.has(L"pretend") && !Pretend(words.value(L"pretend"))) return WrongUsage(L"cannot pretend", words.value(L"pretend"));
   log::OpenLogFile(stage.folder + L"\\wsc.log");
   stage.guard = crashguard::AcquireCrashGuard();
   stage.guard->SetFullDumpRatio(static_cast<std::int32_t>(Number(words, L"ratio", 10, 0)));
@@ -84,16 +90,16 @@ int Run(const Case& chosen, const CommandLine& words) {
 int Main() {
   CommandLine words;
   words.parse(GetCommandLineW());
-  if (words.words().empty()) return kWrongUsage;
+  if (words.words().empty()) return WrongUsage(L"a case is missing in", GetCommandLineW());
   const std::wstring first = words.words()[0];
   if (first == L"list") return List();
   if (first == L"watch") {
     std::wstring command_line = GetCommandLineW();
     const std::size_t at = command_line.find(L" watch ");
-    return at == std::wstring::npos ? kWrongUsage : Watch(command_line.erase(at, 6));
+    return at == std::wstring::npos ? WrongUsage(L"a case is missing behind", first) : Watch(command_line.erase(at, 6));
   }
   const Case* const chosen = Find(first);
-  return chosen ? Run(*chosen, words) : kWrongUsage;
+  return chosen ? Run(*chosen, words) : WrongUsage(L"there is no case", first);
 }
 
 }  // namespace
