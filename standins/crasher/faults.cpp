@@ -87,7 +87,12 @@ int PureVirtualCall(Stage&) {
 // The second thread crashes while the handler of the first crash is being called, and waits there for the filter.
 int TwoThreads(Stage& stage) {
   const auto connection = stage.guard->ConnectDumpWritten([] {
-    std::thread([] { WriteToNull(); }).detach();
+    const HANDLE begun = CreateEventW(nullptr, TRUE, FALSE, nullptr);
+    std::thread([begun] {
+      SetEvent(begun);
+      WriteToNull();
+    }).detach();
+    WaitForSingleObject(begun, INFINITE);
     Sleep(kMoment);
   });
   WriteToNull();
