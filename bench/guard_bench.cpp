@@ -19,7 +19,7 @@ namespace {
 constexpr int kFew = 7;    // for what takes seconds
 constexpr int kSome = 15;
 constexpr int kMany = 301;
-constexpr std::uint32_t kInstallFlags = 0x3FD;
+constexpr std::uint32_t kInstallFlags = crashguard::install_flags::kOfHosts;
 
 void Require(bool fine, const char* what) {
   if (fine) return;

@@ -2,17 +2,18 @@
 # Sourced by demo, whose functions it uses. crasher.exe is a host that crashes on purpose, with the whole module in it.
 # shellcheck shell=bash
 
+CRASHER='C:\Program Files\CORVID Software\Corvid\crasher.exe'
+
 # crash EXIT_CODE CASE ARGS...: one crashing process; its whole exit code, what it added to the log, and its new dumps.
 crash() {
-  local code=$1 dumps
+  local code=$1 dumps log=$LOG_FOLDER/wsc.log size=0
   shift
+  [[ ! -f $log ]] || size=$(stat -c %s "$log")
   STEPS=$((STEPS + 1))
   printf '\ncrasher.exe %s\n' "$*"
   dumps=$(list_dumps)
-  : >"$LOG_FOLDER/wsc.log"
-  OUTPUT=$("$ROOT/scripts/wine" 'C:\Program Files\CORVID Software\Corvid\crasher.exe' watch "$@" </dev/null 2>/dev/null | tr -d '\r') ||
-    true
-  OUTPUT+=$'\n'$(<"$LOG_FOLDER/wsc.log")
+  OUTPUT=$("$ROOT/scripts/wine" "$CRASHER" watch "$@" </dev/null 2>/dev/null | tr -d '\r') || true
+  OUTPUT+=$'\n'$(tail -c "+$((size + 1))" "$log")
   OUTPUT+=$'\n'$(show_dumps "$dumps")
   printf '%s\n' "$OUTPUT"
   grep -q "^exit $code\$" <<<"$OUTPUT" || differs "the exit code had to be $code"
@@ -89,5 +90,5 @@ tour_crash() {
   crash 0xc0000094 division
   shows 'Minidump generation failed with error: -1073741819' 'DivisionByZero at faults.cpp:[0-9]+'
   dumps_written 1
-  centre clear >/dev/null
+  centre dumper write >/dev/null
 }

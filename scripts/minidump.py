@@ -42,8 +42,8 @@ def read_threads(text):
 
 def read_stops(path, folders):
     """Where the debugger sees the stopped thread: its frames from the innermost on."""
-    images = ["-O", "settings set target.exec-search-paths " + " ".join(map(str, folders))]
-    text = subprocess.run(["lldb-14", "--batch", *images, "-c", str(path), "-o", "bt 12"], stdin=subprocess.DEVNULL,
+    images = ["-O", "settings set target.exec-search-paths " + " ".join(f'"{folder}"' for folder in folders)]
+    text = subprocess.run(["lldb-14", "--no-lldbinit", "--batch", *images, "-c", str(path), "-o", "bt 12"], stdin=subprocess.DEVNULL,
                           capture_output=True, check=False, text=True, timeout=LONGEST_READ).stdout
     reason = re.search(r"thread #(\d+), stop reason = Exception (0x[0-9a-f]+)", text)
     if not reason:
@@ -59,13 +59,16 @@ def main():
     path = pathlib.Path(sys.argv[1])
     try:
         streams, text = read_streams(path)
+        stops = read_stops(path, sys.argv[2:])
     except subprocess.CalledProcessError as failure:
         print(f"{path}: no minidump ({failure.stderr.strip()})", file=sys.stderr)
+        return 1
+    except (OSError, subprocess.TimeoutExpired) as failure:
+        print(f"{path}: {failure}", file=sys.stderr)
         return 1
     print(f"{path.name}, {path.stat().st_size} bytes")
     print("  streams   ", " ".join(streams))
     print("  comment   ", read_comment(text) or "(empty)")
-    stops = read_stops(path, sys.argv[2:])
     if not stops:
         print("  stopped    (the debugger finds no exception)")
         return 1

@@ -131,5 +131,5 @@ tour() {
     printf 'The tour took %d steps; %d things differ from what was announced (look for ***).\n' "$STEPS" "$DIFFERENCES"
     return 1
   fi
-  printf 'The tour took %d steps; all came out as announced. The log is %s\n' "$STEPS" "$LOG_FOLDER/wsc.log"
+  printf 'The tour took %d steps; all came out as announced. The log and the minidumps are in %s\n' "$STEPS" "$LOG_FOLDER"
 }

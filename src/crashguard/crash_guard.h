@@ -23,6 +23,7 @@ namespace install_flags {
 inline constexpr std::uint32_t kLockFilter = 0x1;        // nobody else can replace the unhandled-exception filter
 inline constexpr std::uint32_t kVectoredHandler = 0x100;  // every throw of crv::exceptions::fatal is dumped as it happens
 inline constexpr std::uint32_t kErrorMode = 0x200;        // the system shows no error boxes; not taken back by Uninstall
+inline constexpr std::uint32_t kOfHosts = 0x3FD;          // what the suite's hosts pass: all of these, among bits without meaning
 }  // namespace install_flags
 
 namespace install_status {
@@ -30,7 +31,7 @@ inline constexpr std::uint32_t kInstalled = 0;          // the external dumper i
 inline constexpr std::uint32_t kInternalOnly = 1;       // installed; the dumper's file is missing
 inline constexpr std::uint32_t kAlreadyInstalled = 2;   // ignored
 inline constexpr std::uint32_t kNoDumpFolder = 3;       // it does not exist or is no folder
-inline constexpr std::uint32_t kHooksFailed = 5;
+inline constexpr std::uint32_t kHooksFailed = 5;        // not all hooks could be installed; those that could are
 inline constexpr std::uint32_t kNoHostName = 6;         // the host executable's file name could not be read
 }  // namespace install_status
 
@@ -63,13 +64,15 @@ class ICrashGuardModule : public virtual mi::IModule {
 
   virtual bool IsInstalled() const = 0;
 
+  // Where dumps go from now on. A folder that is not there when a dump is written is made then.
   virtual void SetDumpFolder(const std::wstring& folder) = 0;
 
   // One process in `divisor` writes dumps with its full memory; 0: none, 1: every one. Starts at 256. Returns the old divisor.
   virtual std::int32_t SetFullDumpRatio(std::int32_t divisor) = 0;
 
-  // `handler` is called on the thread that writes a dump, while writers are locked out, until the connection ends: after each run
-  // of a writer that began to write, and of these only after those of a crash that nobody handled. The caller owns the connection.
+  // `handler` is called on the thread that writes a dump, while other writers are locked out, until the connection, which the caller
+  // owns, ends. DumpWritten: after each run of a writer that began to write, whatever came of it. FatalDumpWritten: only after those
+  // since an exception that nobody handled.
   virtual std::unique_ptr<mi::IEventConnection> ConnectDumpWritten(const EventHandler& handler) = 0;
   virtual std::unique_ptr<mi::IEventConnection> ConnectFatalDumpWritten(const EventHandler& handler) = 0;
 

@@ -1,5 +1,7 @@
 #include "crashguard/crash_guard_module.h"
 
+#include <new>
+
 #include "crashguard/user_crash.h"
 #include "mi/event_connection.h"
 

@@ -4,6 +4,7 @@
 #include <shlwapi.h>
 
 #include <cstdlib>
+#include <utility>
 
 #include "crashguard/crash_guard.h"
 #include "crashguard/exception_filters.h"
@@ -13,7 +14,6 @@
 namespace crv::crashguard {
 namespace {
 
-constexpr wchar_t kDumper[] = L"cvDump32.exe";
 constexpr UINT kQuietErrors = SEM_FAILCRITICALERRORS | SEM_NOGPFAULTERRORBOX | SEM_NOOPENFILEERRORBOX;
 constexpr std::int32_t kUsualFullDumpDivisor = 256;
 
@@ -102,7 +102,7 @@ std::uint32_t CrashHandler::InstallAfterMark(const std::wstring& dump_folder, co
   std::wstring folder = dumper_folder.empty() ? HostFolder() : dumper_folder;
   if (folder.empty()) return install_status::kNoHostName;
   if (folder.back() != L'\\') folder += L'\\';
-  dumper_path_ = folder + kDumper;
+  dumper_path_ = folder + kDumperFile;
 
   std::atexit(&CrashSignalAtExit);
   if (!InstallGlobalHandler(flags)) {

@@ -18,6 +18,8 @@
 
 namespace crv::crashguard {
 
+inline constexpr wchar_t kDumperFile[] = L"cvDump32.exe";
+
 class CrashHandler {
  public:
   CrashHandler();  // throws what DumpLibrary throws
@@ -74,8 +76,8 @@ class CrashHandler {
   FilterLock filter_lock_;
   const std::shared_ptr<detail::GuiThreadWatcherController> gui_thread_watcher_;
   std::uintptr_t ctrl_routine_ = 0;
-  bool installed_ = false;  // an install was attempted
-  bool fatal_ = false;      // never cleared
+  std::atomic<bool> installed_ = false;  // an install was attempted
+  std::atomic<bool> fatal_ = false;      // never cleared
   std::atomic<std::int32_t> full_dump_divisor_;
   std::atomic<bool> writing_ = false;
   std::atomic<std::int32_t> dumps_left_ = 0;

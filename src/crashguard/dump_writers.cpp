@@ -1,63 +1,27 @@
-// The writers of CrashHandler.
+// CrashHandler: whether a dump is written at all, and the writer that works in-process.
 #include <shlobj.h>
 #include <shlwapi.h>
 
 #include <cstring>
+#include <utility>
 
 #include "crashguard/crash_guard_module.h"
 #include "crashguard/dump_types.h"
 #include "crashguard/guard_log.h"
+#include "crashguard/writer_turn.h"
 #include "platform/bounded_text.h"
 #include "platform/structured_guard.h"
 
 namespace crv::crashguard {
 namespace {
 
-constexpr wchar_t kDumper[] = L"cvDump32.exe";
-constexpr std::size_t kLongestComment = 2048;  // characters
-
 CONTEXT last_dumped_context = {};  // of the whole process; read and written without a lock
-
-// A comment that can stand between quotes on a command line of bounded length.
-const wchar_t* CheckedComment(const wchar_t* comment) {
-  if (!comment) return L"";
-  if (std::wcschr(comment, L'"')) comment = L"Comment contained illegal characters and was removed.";
-  if (std::wcslen(comment) > kLongestComment) comment = L"Comment exceeded maximum size and was removed.";
-  return comment;
-}
 
 unsigned ExceptionCode(const EXCEPTION_POINTERS* exception) {
   return exception && exception->ExceptionRecord ? exception->ExceptionRecord->ExceptionCode : 0;
 }
 
 }  // namespace
-
-// One run of a writer: holds the lock, and the writing flag unless another run on this thread has it.
-class CrashHandler::Writer {
- public:
-  explicit Writer(CrashHandler& handler) : handler_(handler) {
-    EnterCriticalSection(&handler_.lock_);
-    busy_ = handler_.writing_.exchange(true);
-    if (busy_) Record([] { log::Error(tag, "Attempted to WriteDump while another operation is already in progress"); });
-  }
-  ~Writer() {
-    if (!busy_) {
-      handler_.CloseDumper();
-      EndWriting();
-    }
-    LeaveCriticalSection(&handler_.lock_);
-  }
-  Writer(const Writer&) = delete;
-  Writer& operator=(const Writer&) = delete;
-
-  explicit operator bool() const { return !busy_; }
-
-  void EndWriting() { handler_.writing_ = false; }
-
- private:
-  CrashHandler& handler_;
-  bool busy_;
-};
 
 std::uint32_t CrashHandler::WriteDump(EXCEPTION_POINTERS* exception, bool counted, const wchar_t* comment) noexcept {
   if (!installed_) {
@@ -101,7 +65,7 @@ std::uint32_t CrashHandler::WriteDump(EXCEPTION_POINTERS* exception, bool counte
   return dump_status::kException;
 }
 
-// How often this thread holds the writers' lock.
+// How many times this thread holds the writers' lock.
 LONG CrashHandler::LockDepth() const {
   const bool held = reinterpret_cast<UINT_PTR>(lock_.OwningThread) == GetCurrentThreadId();
   return held ? lock_.RecursionCount : 0;
@@ -120,12 +84,6 @@ void CrashHandler::AbandonWriters(LONG depth) {
     writing_ = false;
   }
   while (LockDepth() > depth) LeaveCriticalSection(&lock_);
-}
-
-void CrashHandler::CloseDumper() {
-  for (HANDLE* const handle : {&dumper_process_.hProcess, &dumper_process_.hThread}) {
-    if (*handle) CloseHandle(std::exchange(*handle, nullptr));
-  }
 }
 
 bool CrashHandler::IsFullDumpHandler() const {
@@ -152,8 +110,6 @@ void CrashHandler::RaiseEvents() {
   AcquireCrashGuardModule()->RaiseDumpWritten();
   if (fatal_) AcquireCrashGuardModule()->RaiseFatalDumpWritten();
 }
-
-// --- in-process ----------------------------------------------------------------------------------------------------------------
 
 std::uint32_t CrashHandler::WriteDumpInternal(EXCEPTION_POINTERS* exception, const wchar_t* file_name, const wchar_t* comment) {
   Writer writer(*this);
@@ -189,62 +145,6 @@ std::uint32_t CrashHandler::WriteDumpFile(EXCEPTION_POINTERS* exception, const w
   if (written) return dump_status::kWritten;
   DeleteFileW(path_);
   return dump_status::kWriteFailed;
-}
-
-// --- through the external dumper -----------------------------------------------------------------------------------------------
-
-std::uint32_t CrashHandler::WriteDumpExternal(EXCEPTION_POINTERS* exception, const wchar_t* file_name, const wchar_t* comment,
-                                              const wchar_t* dumper_folder) {
-  Writer writer(*this);
-  if (!writer) return dump_status::kRefused;
-  BuildDumpPath(file_name);
-  if (!BuildDumperPath(dumper_folder)) {
-    Record([] { log::Error(tag, "Process dumper filename was not set"); });
-    return dump_status::kNoDumper;
-  }
-  platform::swprintf_s(command_line_, kCommandLineSize,
-                       L"\"%s\" --pid %d --exception_ptr %p --thread_id %d --dump_level %d --dump_file \"%s\" --comment \"%s\"",
-                       dumper_, static_cast<int>(GetCurrentProcessId()), static_cast<void*>(exception),
-                       static_cast<int>(GetCurrentThreadId()), IsFullDumpHandler() ? 1 : 0, path_, CheckedComment(comment));
-  return StartDumperAndWait(writer);
-}
-
-// False when no dumper is known.
-bool CrashHandler::BuildDumperPath(const wchar_t* dumper_folder) {
-  if (!dumper_folder) {
-    if (dumper_path_.empty()) return false;
-    platform::wcscpy_s(dumper_, kPathSize, dumper_path_.c_str());
-    return true;
-  }
-  platform::wcscpy_s(dumper_, kPathSize, dumper_folder);
-  const std::size_t length = std::wcslen(dumper_);
-  if (length > 0 && dumper_[length - 1] != L'\\') platform::wcscat_s(dumper_, kPathSize, L"\\");
-  platform::wcscat_s(dumper_, kPathSize, kDumper);
-  return true;
-}
-
-std::uint32_t CrashHandler::StartDumperAndWait(Writer& writer) {
-  startup_ = {};
-  startup_.cb = sizeof(startup_);
-  dumper_process_ = {};
-  if (!CreateProcessW(dumper_, command_line_, nullptr, nullptr, FALSE, CREATE_NO_WINDOW, nullptr, nullptr, &startup_,
-                      &dumper_process_)) {
-    const DWORD error = GetLastError();
-    Record([&] {
-      log::Error(tag, L"Failed to start process dumper at '%s' due to error: %d", dumper_, static_cast<int>(error));
-    });
-    return dump_status::kNotStarted;
-  }
-  WaitForSingleObject(dumper_process_.hProcess, INFINITE);
-  RaiseEvents();
-  writer.EndWriting();
-  DWORD exit_code = 0;
-  if (!GetExitCodeProcess(dumper_process_.hProcess, &exit_code)) {
-    const DWORD error = GetLastError();
-    Record([&] { log::Error(tag, "Failed to get exit code from dumper process, error: %d", static_cast<int>(error)); });
-    return dump_status::kNotStarted;
-  }
-  return exit_code;
 }
 
 }  // namespace crv::crashguard

@@ -1,5 +1,5 @@
 // What the crash guard hooks into the process. Both run on the thread that raised the exception, throw nothing, and use the
-// process-wide crash guard, which has to exist.
+// process-wide crash guard; where there is none (any more) they leave the exception alone.
 #pragma once
 
 #include <windows.h>

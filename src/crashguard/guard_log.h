@@ -1,5 +1,5 @@
-// The crash guard's records. They are written while the process is being installed into, crashes or ends, so a log library that
-// fails costs the record and nothing else.
+// The crash guard's records. They are written while a process is set up, crashes or ends, so a log library that fails costs the
+// record and nothing else.
 #pragma once
 
 #include "base/log.h"

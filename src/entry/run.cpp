@@ -1,6 +1,7 @@
 #include "entry/run.h"
 
 #include <exception>
+#include <memory>
 
 #include "base/command_line.h"
 #include "base/exceptions.h"
@@ -43,12 +44,11 @@ class CrashGuard {
  public:
   CrashGuard() : module_(crashguard::AcquireCrashGuard()) {
     const std::wstring dump_folder = LogFolder();
-    module_->Install(dump_folder, kInstallFlags, kDumpLimit);
+    module_->Install(dump_folder, crashguard::install_flags::kOfHosts, kDumpLimit);
     fatal_dump_written_ = module_->ConnectFatalDumpWritten(&root::SendFatalDumpNotice);
   }
 
  private:
-  static constexpr std::uint32_t kInstallFlags = 0x3FD;  // all that the crash guard knows, and what older ones knew
   static constexpr std::int32_t kDumpLimit = 3;
 
   std::shared_ptr<crashguard::ICrashGuardModule> module_;

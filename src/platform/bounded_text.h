@@ -1,5 +1,6 @@
-// The C runtime's bounded text functions, which Windows XP's msvcrt.dll lacks, under their own names. Sizes are in characters and
-// count the terminating NUL. A text that does not fit leaves the destination empty, as it does there. No memory is taken.
+// In place of the C runtime's bounded text functions, which Windows XP's msvcrt.dll lacks, and named as they are. Sizes are in
+// characters and count the terminating NUL. True when the text fits; otherwise the destination is left empty, as it is there. No
+// handler of invalid parameters is called, and no memory is taken. Any thread.
 #pragma once
 
 #include <cstddef>

@@ -1,4 +1,4 @@
-// The structured exception with which Microsoft's runtime throws a C++ object, for both who raises and who reads one. On 32-bit
+// The structured exception with which Microsoft's runtime throws a C++ object, for those who raise one and those who read one. On 32-bit
 // Windows the addresses in it are absolute; images for other machines count them from the base in a fourth parameter.
 #pragma once
 

@@ -86,7 +86,8 @@ const Command kCommands[] = {
     {L"journal", L"", L"the calls that the stand-ins were asked for", 0, 0, &ShowJournal},
     {L"script", L"NAME [ANSWER...]", L"the next answers of a call: ok, 0x8000000a, null, crash; \"forever ANSWER\", \"ANSWER xN\"", 1,
      kAnyNumber, &ScriptCall},
-    {L"clear", L"", L"back to a healthy machine: no products, scripts, registered names or log; services run", 0, 0, &ForEachArea<&Area::clear>},
+    {L"clear", L"", L"back to a healthy machine: no products, scripts, registered names, log or dumps; services run", 0, 0,
+      &ForEachArea<&Area::clear>},
     {L"later", L"MS COMMAND...", L"another command, run by itself in MS milliseconds; returns at once", 2, kAnyNumber, &Later},
     {kRun, L"TAIL...", L"runs wsc_proxy.exe with the tail and shows what came of it", 0, kAnyNumber, nullptr},
 };

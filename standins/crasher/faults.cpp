@@ -2,7 +2,6 @@
 #include <windows.h>
 
 #include <cstdlib>
-#include <functional>
 #include <stdexcept>
 #include <thread>
 
