@@ -169,6 +169,8 @@ int CrashDuringRun(Stage& stage) {
   return static_cast<int>(run(L"crasher.exe /av /update"));
 }
 
+int NoCrash(Stage&) { return 0; }
+
 int FailFast(Stage&) {
   asm volatile("int $0x29" ::"c"(7));  // FAST_FAIL_FATAL_APP_EXIT
   return 0;
@@ -207,6 +209,7 @@ const Case kFaults[] = {
     {L"crash-now", L"CrashNow", &CrashNow},
     {L"crash-after", L"CrashAfter", &CrashAfter},
     {L"during-run", L"CrashNow while a run of the module waits for the installer", &CrashDuringRun, true},
+    {L"none", L"no crash at all", &NoCrash},
     {L"fail-fast", L"the system's fast fail", &FailFast},
     {L"heap-corruption", L"a heap block written over at both ends", &HeapCorruption},
     {},

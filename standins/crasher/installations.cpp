@@ -62,6 +62,15 @@ DWORD RunLibrary(HMODULE library, const wchar_t* command_line) {
   return result;
 }
 
+// As many wrong requests as one process can make: the library's own limit counts.
+int FourRuns(Stage&) {
+  SetErrorMode(0);
+  const HMODULE library = LoadLibraryW(L"wsc.dll");
+  for (int i = 0; i < 4; ++i) RunLibrary(library, L"crasher.exe /svc");
+  std::printf("error mode 0x%04x\n", SetErrorMode(SEM_FAILCRITICALERRORS | SEM_NOGPFAULTERRORBOX));
+  return 0;
+}
+
 // Afterwards nothing of the library may be called any more.
 int LibraryUnloaded(Stage&) {
   SetUnhandledExceptionFilter(&OtherFilter);
@@ -96,6 +105,7 @@ const Case kInstallations[] = {
     {L"uninstalled", L"installed twice, uninstalled twice, then a crash", &Uninstalled, true},
     {L"installed-again", L"installed, uninstalled, installed, then a crash", &InstalledAgain, true},
     {L"unloaded", L"wsc.dll runs and is freed, then a crash", &LibraryUnloaded, true},
+    {L"four-runs", L"wsc.dll makes four wrong requests", &FourRuns, true},
     {L"no-slot", L"wsc.dll runs where no thread-local slot is left", &NoSlot, true},
     {},
 };

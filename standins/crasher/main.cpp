@@ -1,18 +1,20 @@
 // crasher.exe: a host that crashes on purpose, guarded as wsc.dll guards its host. One process, one crash.
 //
 //   crasher CASE [/folder:F] [/dumper:F] [/flags:HEX] [/limit:N] [/ratio:N] [/pretend:WORD]
-//   crasher watch ...      the same in a child process: prints its process id, whether it had to be ended, and its whole exit code
+//   crasher watch ...      the same in a child process: prints its process id, whether it had to be ended, and its whole exit code;
+//                          with /signal it hands the child an event by CRV_CRASH_SIGNAL_EVENT, and ends it once that is set
 //   crasher list           the cases
 //
 // Dumps and wsc.log go to the folder /folder, by default the suite's log folder. The status of the install is printed.
 #include <windows.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <cwchar>
+#include <iterator>
 #include <string>
 
 #include "base/command_line.h"
-#include "base/exceptions.h"
 #include "base/log.h"
 #include "crasher/stage.h"
 #include "entry/log_folder.h"
@@ -29,6 +31,8 @@ int WrongUsage(const wchar_t* what, const std::wstring& word) {
 }
 
 constexpr DWORD kLongestRun = 120'000;  // ms
+constexpr DWORD kMoment = 300;          // ms, in which a process that is not held would have ended
+constexpr const wchar_t* kOptions[] = {L"folder", L"dumper", L"flags", L"limit", L"ratio", L"pretend", L"signal"};
 
 const Case* Find(const std::wstring& name) {
   for (const Case* const list : {kFaults, kInstallations}) {
@@ -46,8 +50,19 @@ int List() {
   return 0;
 }
 
-int Watch(std::wstring command_line) {
+// An event that the child inherits and is told of.
+root::ScopedKernelHandle OfferSignal() {
+  SECURITY_ATTRIBUTES inherited = {sizeof(inherited), nullptr, TRUE};
+  root::ScopedKernelHandle event(CreateEventW(&inherited, TRUE, FALSE, nullptr));
+  wchar_t text[16];
+  _snwprintf(text, std::size(text), L"0x%08X", static_cast<unsigned>(reinterpret_cast<UINT_PTR>(event.get())));
+  SetEnvironmentVariableW(L"CRV_CRASH_SIGNAL_EVENT", text);
+  return event;
+}
+
+int Watch(std::wstring command_line, bool signal) {
   SetErrorMode(SEM_FAILCRITICALERRORS | SEM_NOGPFAULTERRORBOX);
+  const root::ScopedKernelHandle event = signal ? OfferSignal() : root::ScopedKernelHandle();
   STARTUPINFOW startup = {};
   startup.cb = sizeof(startup);
   PROCESS_INFORMATION information = {};
@@ -57,8 +72,12 @@ int Watch(std::wstring command_line) {
   }
   const root::ScopedKernelHandle process(information.hProcess);
   const root::ScopedKernelHandle thread(information.hThread);
-  if (WaitForSingleObject(process.get(), kLongestRun) != WAIT_OBJECT_0) {
-    std::puts("hung");
+  const HANDLE ends[] = {process.get(), event.get()};
+  const DWORD end = WaitForMultipleObjects(signal ? 2 : 1, ends, FALSE, kLongestRun);
+  if (end != WAIT_OBJECT_0) {
+    // The one that was told of the event sleeps until it is ended.
+    const bool held = end == WAIT_OBJECT_0 + 1 && WaitForSingleObject(process.get(), kMoment) == WAIT_TIMEOUT;
+    std::puts(held ? "held" : "hung");
     TerminateProcess(process.get(), ERROR_TIMEOUT);
     WaitForSingleObject(process.get(), 10'000);
   }
@@ -92,11 +111,15 @@ int Main() {
   words.parse(GetCommandLineW());
   if (words.words().empty()) return WrongUsage(L"a case is missing in", GetCommandLineW());
   const std::wstring first = words.words()[0];
+  for (const auto& [name, value] : words.switches()) {
+    const auto same = [&](const wchar_t* option) { return _wcsicmp(option, name.c_str()) == 0; };
+    if (std::none_of(std::begin(kOptions), std::end(kOptions), same)) return WrongUsage(L"there is no option", name);
+  }
   if (first == L"list") return List();
   if (first == L"watch") {
     std::wstring command_line = GetCommandLineW();
     const std::size_t at = command_line.find(L" watch ");
-    return at == std::wstring::npos ? WrongUsage(L"a case is missing behind", first) : Watch(command_line.erase(at, 6));
+    return at == std::wstring::npos ? WrongUsage(L"a case is missing behind", first) : Watch(command_line.erase(at, 6), words.has(L"signal"));
   }
   const Case* const chosen = Find(first);
   return chosen ? Run(*chosen, words) : WrongUsage(L"there is no case", first);
