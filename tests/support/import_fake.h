@@ -15,27 +15,50 @@
 
 namespace crv::test {
 
+template <typename Function, typename Place, typename Result, typename... Arguments>
+class ImportFakeBase {
+ public:
+  ImportFakeBase(const ImportFakeBase&) = delete;
+  ImportFakeBase& operator=(const ImportFakeBase&) = delete;
+
+ protected:
+  using Call = std::function<Result(Function*, Arguments...)>;
+
+  ImportFakeBase(const char* dll, const char* function, Call call, Function* thunk)
+      : call_((active = this, std::move(call))), patch_(dll, function, reinterpret_cast<void*>(thunk)) {}
+
+  static Result Forward(Arguments... arguments) {
+    return active->call_(active->patch_.template original<Function*>(), arguments...);
+  }
+
+ private:
+  inline static const ImportFakeBase* active = nullptr;
+  Call call_;
+  ImportPatch patch_;
+};
+
 template <typename Function, typename Place = decltype([] {})>
 class ImportFake;
 
 template <typename Place, typename Result, typename... Arguments>
-class ImportFake<Result WINAPI(Arguments...), Place> {
+class ImportFake<Result WINAPI(Arguments...), Place>
+    : ImportFakeBase<Result WINAPI(Arguments...), Place, Result, Arguments...> {
  public:
-  using Function = Result WINAPI(Arguments...);
-
-  ImportFake(const char* dll, const char* function, std::function<Result(Function*, Arguments...)> call)
-      : call_((active = this, std::move(call))), patch_(dll, function, reinterpret_cast<void*>(&Thunk)) {}
-  ImportFake(const ImportFake&) = delete;
-  ImportFake& operator=(const ImportFake&) = delete;
+  ImportFake(const char* dll, const char* function, typename ImportFake::Call call)
+      : ImportFake::ImportFakeBase(dll, function, std::move(call), &Thunk) {}
 
  private:
-  static Result WINAPI Thunk(Arguments... arguments) {
-    return active->call_(active->patch_.template original<Function*>(), arguments...);
-  }
+  static Result WINAPI Thunk(Arguments... arguments) { return ImportFake::Forward(arguments...); }
+};
 
-  inline static const ImportFake* active = nullptr;
-  std::function<Result(Function*, Arguments...)> call_;
-  ImportPatch patch_;
+template <typename Place, typename Result, typename... Arguments>
+class ImportFake<Result(Arguments...), Place> : ImportFakeBase<Result(Arguments...), Place, Result, Arguments...> {
+ public:
+  ImportFake(const char* dll, const char* function, typename ImportFake::Call call)
+      : ImportFake::ImportFakeBase(dll, function, std::move(call), &Thunk) {}
+
+ private:
+  static Result Thunk(Arguments... arguments) { return ImportFake::Forward(arguments...); }
 };
 
 }  // namespace crv::test
