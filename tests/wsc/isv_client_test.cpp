@@ -136,7 +136,8 @@ TEST_F(Client, PendingForeverEndsAfter18000Repeats) {
 
 TEST_F(Client, AnInterfaceThatIsNotHandedOutIsAnError) {
   standins::Script(L"IWscASStatus.Create", Answers{L"0x8007000e"});
-  EXPECT_THAT(test::Thrown(unregister_as), testing::ContainsRegex("^error 8007000e CoCreateInstance CLSID_WscIsv: .*IWscASStatus"));
+  EXPECT_THAT(test::Thrown(unregister_as),
+              testing::AllOf(testing::StartsWith("error 8007000e CoCreateInstance CLSID_WscIsv: "), HasSubstr("IWscASStatus")));
   standins::Script(L"IWscAVStatus.Create", Answers{L"null"});
   EXPECT_THROW(register_av(), _com_error);
 }

@@ -59,7 +59,7 @@ TEST_F(Wmi, EveryOperationWritesOrDeletesTheInstanceOfItsClass) {
                                                                     {L"versionNumber", L"1.20.300.65535"}});
     }
     std::multimap<std::wstring, Properties> instances;
-    for (const standins::WmiInstance& instance : standins::WmiInstances()) instances.insert({instance.class_name, instance.properties});
+    for (const auto& instance : standins::WmiInstances()) instances.insert({instance.class_name, instance.properties});
     EXPECT_EQ(expected, instances);
   }
 }

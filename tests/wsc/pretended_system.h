@@ -26,7 +26,7 @@ class PretendedWindows {
   const bool truly_available_ = isv_available_;
 };
 
-// A class in a library beside the test program, registered for this process alone, on a thread that has joined COM's multithreaded
+// A class in a library beside the test program, registered for this process alone, on a thread that joins COM's multithreaded
 // apartment. Its state lies under HKEY_LOCAL_MACHINE, redirected or not.
 class RegisteredClass {
  public:

@@ -100,7 +100,7 @@ class WscapiPatch {
         return library == kLibrary ? Function(name) : real(library, name);
       }};
   ImportFake<decltype(FreeLibrary), struct WscapiFreePlace> free_{
-      "kernel32.dll", "FreeLibrary", [this](auto* real, HMODULE library) { return library == kLibrary ? Free() : real(library); }};
+      "kernel32.dll", "FreeLibrary", [this](auto* real, HMODULE which) { return which == kLibrary ? Free() : real(which); }};
 };
 
 }  // namespace crv::test
