@@ -64,5 +64,13 @@ TEST(ActionModes, DisablingFirstRestartsTheHostAsAnAdministrator) {
   for (const wchar_t* text : {L"host /av /disable", L"host /as /disable"}) EXPECT_EQ(ERROR_CANCELLED, ::run(text));
 }
 
+TEST(ActionModes, AnUpdateGivesTheCodeOfTheInstallersRun) {
+  const test::ProbedInstaller suite;
+  suite.Script(2, "exit\t0xc0000005");
+  const test::CapturedLog log;
+  EXPECT_EQ(0xC0000005, ::run(L"host /av /update"));
+  EXPECT_EQ("exception 0 wsc: run: setup run failed [c0000005]", log.module_lines().back());
+}
+
 }  // namespace
 }  // namespace crv::wsc

@@ -40,7 +40,7 @@ class Logger : public log::detail::ILogger {
     va_end(arguments);
   }
   void LogException(const char* tag, const std::exception& exception, const char* context, std::va_list arguments) override {
-    Keep("exception", static_cast<log::LogLevel>(0), tag, FormatNarrow(context, arguments) + ": " + Describe(exception));
+    Keep("exception", {}, tag, FormatNarrow(context, arguments) + ": " + Describe(exception));
   }
   void LogExceptionAtLevel(log::LogLevel level, const char* tag, const std::exception& exception, const char* context,
                            std::va_list arguments) override {
@@ -53,7 +53,7 @@ class Logger : public log::detail::ILogger {
     Keep("narrow", level, tag, FormatNarrow(format, arguments));
   }
   void OpenLogFile(const wchar_t* path, std::uint64_t roll_size, bool append) override {
-    Keep("open", static_cast<log::LogLevel>(0), "", ToUtf8(path) + " " + std::to_string(roll_size) + (append ? " true" : " false"));
+    Keep("open", {}, "", ToUtf8(path) + " " + std::to_string(roll_size) + (append ? " true" : " false"));
   }
 
  private:
@@ -68,8 +68,7 @@ class Module : public log::detail::ILogModule {
  public:
   virtual ~Module() = default;
   std::shared_ptr<log::detail::ILogger> Logger() override {
-    if (behaviour == CapturedLog::Behaviour::no_logger) return nullptr;
-    return logger_;
+    return behaviour == CapturedLog::Behaviour::no_logger ? nullptr : logger_;
   }
   long references() const { return logger_.use_count() - 1; }
 
@@ -85,11 +84,7 @@ const std::shared_ptr<Module>& TheModule() {
 
 }  // namespace
 
-CapturedLog::CapturedLog() {
-  clear();
-  behaviour = Behaviour::normal;
-  acquired = 0;
-}
+CapturedLog::CapturedLog() { clear(), behaviour = Behaviour::normal, acquired = 0; }
 CapturedLog::~CapturedLog() { behaviour = Behaviour::normal; }
 std::vector<std::string> CapturedLog::lines() const {
   const std::lock_guard lock(mutex);
@@ -100,7 +95,6 @@ std::vector<std::string> CapturedLog::module_lines() const {
   std::erase_if(own, [](const std::string& line) { return line.find(" crashguard: ") != std::string::npos; });
   return own;
 }
-
 void CapturedLog::clear() {
   const std::lock_guard lock(mutex);
   records.clear();
@@ -115,8 +109,7 @@ namespace crv::log::detail {
 
 std::shared_ptr<ILogModule> AcquireLogModule() {
   ++test::acquired;
-  if (test::behaviour == test::CapturedLog::Behaviour::no_module) return nullptr;
-  return test::TheModule();
+  return test::behaviour == test::CapturedLog::Behaviour::no_module ? nullptr : test::TheModule();
 }
 
 }  // namespace crv::log::detail

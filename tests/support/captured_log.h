@@ -1,4 +1,4 @@
-// A log library inside the test program: it keeps what the module logs, hands out no logger or throws when told to. A test program
+// A log library inside the test program: keeps what the module logs, hands out no logger or throws when told to. A test program
 // links it instead of log.dll by naming crv_captured_log. One at a time; records of all threads are kept.
 #pragma once
 

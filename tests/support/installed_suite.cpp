@@ -2,7 +2,6 @@
 
 #include <gtest/gtest.h>
 #include <shlobj.h>
-#include <shlwapi.h>
 
 #include <fstream>
 #include <sstream>
@@ -33,20 +32,19 @@ std::string WithoutStamp(const std::string& line) {
 
 std::wstring SuiteFolder() {
   const std::wstring folder = Folder(CSIDL_PROGRAM_FILES) + L"\\CORVID Software\\Corvid";
-  EXPECT_TRUE(PathFileExistsW((folder + L"\\wsc_proxy.exe").c_str())) << "the suite is not staged; run scripts/stage";
+  const DWORD attributes = GetFileAttributesW((folder + L"\\wsc_proxy.exe").c_str());
+  EXPECT_NE(INVALID_FILE_ATTRIBUTES, attributes) << "the suite is not staged; run scripts/stage";
   return folder;
-}
-
-std::string ReadLogFile() {
-  std::ifstream file(LogPath().c_str(), std::ios::binary);
-  return std::string(std::istreambuf_iterator<char>(file), {});
 }
 
 void DeleteLogFile() { DeleteFileW(LogPath().c_str()); }
 
-HostRun RunHost(const std::wstring& tail, DWORD limit) {
+HostRun RunHost(const std::wstring& tail) {
+  constexpr DWORD kLimit = 60'000;  // ms
   HostRun run;
-  const std::size_t log_size = ReadLogFile().size();
+  std::ifstream before(LogPath().c_str(), std::ios::binary | std::ios::ate);
+  const std::streamoff log_size = before ? std::streamoff{before.tellg()} : 0;
+  before.close();
   const std::wstring host = SuiteFolder() + L"\\wsc_proxy.exe";
   std::wstring command_line = L"\"" + host + L"\" " + tail;
   STARTUPINFOW startup = {};
@@ -56,37 +54,21 @@ HostRun RunHost(const std::wstring& tail, DWORD limit) {
     ADD_FAILURE() << "the host does not start: " << GetLastError();
     return run;
   }
-  const root::ScopedKernelHandle process(started.hProcess);
-  const root::ScopedKernelHandle thread(started.hThread);
-  run.process_id = started.dwProcessId;
-  if (WaitForSingleObject(process.get(), limit) != WAIT_OBJECT_0) {
+  const root::ScopedKernelHandle process(started.hProcess), thread(started.hThread);
+  if (WaitForSingleObject(process.get(), kLimit) != WAIT_OBJECT_0) {
     ADD_FAILURE() << "the host does not end";
-    run.result = STILL_ACTIVE;
     TerminateProcess(process.get(), STILL_ACTIVE);
-    WaitForSingleObject(process.get(), limit);
+    WaitForSingleObject(process.get(), kLimit);
     return run;
   }
   EXPECT_TRUE(GetExitCodeProcess(process.get(), &run.result));
-  std::istringstream added(ReadLogFile().substr(log_size));
-  for (std::string line; std::getline(added, line);) {
-    if (!line.empty() && line.back() == '\r') line.pop_back();
+  std::ifstream log(LogPath().c_str());
+  log.seekg(log_size);
+  for (std::string line; std::getline(log, line);) {
     const std::string record = WithoutStamp(line);
     if (record.find(" crashguard: ") == std::string::npos) run.log.push_back(record);
   }
   return run;
 }
-
-namespace {
-
-constexpr wchar_t kHostVersionKey[] = L"Software\\Wine\\AppDefaults\\wsc_proxy.exe";
-
-}  // namespace
-
-HostWindowsVersion::HostWindowsVersion(const wchar_t* version) {
-  EXPECT_EQ(0u, SHSetValueW(HKEY_CURRENT_USER, kHostVersionKey, L"Version", REG_SZ, version,
-                            static_cast<DWORD>((std::wcslen(version) + 1) * sizeof(wchar_t))));
-}
-
-HostWindowsVersion::~HostWindowsVersion() { SHDeleteKeyW(HKEY_CURRENT_USER, kHostVersionKey); }
 
 }  // namespace crv::test

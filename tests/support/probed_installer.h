@@ -12,7 +12,8 @@ namespace crv::test {
 class ProbedInstaller : public instup::test::Stage {
  public:
   ProbedInstaller() {
-    Register(instup::test::kCorvidKey);
+    instup::test::SetText(instup::test::kCorvidKey, L"ProgramFolder", AddFolder(L"program"));
+    instup::test::SetText(instup::test::kCorvidKey, L"DataFolder", Path(L"data"));
     instup::test::SetText(instup::test::kCorvidKey, L"SetupFolder", setup_);
     AddInstaller(setup_);
     AddInstaller(setup_ + L"\\New_1");
@@ -21,17 +22,12 @@ class ProbedInstaller : public instup::test::Stage {
   }
   ~ProbedInstaller() { SetEnvironmentVariableW(L"CRV_TEST_INSTALLER", nullptr); }
 
-  void Register(const wchar_t* key) const {
-    instup::test::SetText(key, L"ProgramFolder", AddFolder(L"program"));
-    instup::test::SetText(key, L"DataFolder", Path(L"data"));
-  }
-
   void AddInstaller(const std::wstring& folder) const {
     wchar_t own[MAX_PATH];
     GetModuleFileNameW(nullptr, own, MAX_PATH);
     std::filesystem::create_directories(folder);
-    const std::wstring probe = std::wstring(own).substr(0, std::wstring(own).rfind(L'\\')) + L"\\installer_probe.exe";
-    EXPECT_TRUE(CopyFileW(probe.c_str(), (folder + L"\\instup.exe").c_str(), FALSE)) << GetLastError();
+    std::filesystem::copy_file(std::filesystem::path(own).replace_filename(L"installer_probe.exe"), folder + L"\\instup.exe",
+                               std::filesystem::copy_options::overwrite_existing);
   }
 
   // setup.ini; empty: there is none.

@@ -6,7 +6,6 @@
 #include <windows.h>
 #include <winsvc.h>
 
-#include <map>
 #include <string>
 #include <utility>
 #include <vector>
@@ -19,10 +18,8 @@ class RunningServices {
  public:
   ~RunningServices() { EXPECT_EQ(0, open_handles_) << "service handles are left open"; }
 
-  // What the status queries of any service answer, in this order; the last one stays. At first: runs. A service with a state of
-  // its own always answers that one.
+  // What the status queries of any service answer, in this order; the last one stays. At first: runs.
   void States(std::vector<DWORD> states) { states_ = std::move(states); }
-  void StateOf(const std::string& service, DWORD state) { own_states_[service] = state; }
 
   // Lets a step fail with the system's code from now on: "manager", "open", "query", "start" or "control". Empty: none.
   void Fail(const std::string& step, DWORD code) { failing_ = step, code_ = code; }
@@ -53,42 +50,36 @@ class RunningServices {
   BOOL Answer(const std::string& step, SERVICE_STATUS* status) {
     Note(step);
     if (Fails(step.substr(0, step.find(' ')))) return FALSE;
-    const auto own = own_states_.find(opened_);
-    *status = {SERVICE_WIN32_OWN_PROCESS, own == own_states_.end() ? states_.front() : own->second};
-    if (own == own_states_.end() && states_.size() > 1) states_.erase(states_.begin());
+    *status = {SERVICE_WIN32_OWN_PROCESS, states_.front()};
+    if (states_.size() > 1) states_.erase(states_.begin());
     return TRUE;
   }
 
   std::vector<DWORD> states_ = {SERVICE_RUNNING};
-  std::map<std::string, DWORD> own_states_;
-  std::string opened_;  // the service that was opened last
   std::string failing_;
   DWORD code_ = 0;
   std::vector<std::pair<std::string, int>> calls_;
   int open_handles_ = 0;
 
-  ImportFake<decltype(OpenSCManagerW), struct OpenManagerPlace> open_manager_{"advapi32.dll", "OpenSCManagerW",
-                                                                              [this](auto*, auto...) { return Open("manager"); }};
-  ImportFake<decltype(OpenServiceW), struct OpenPlace> open_service_{"advapi32.dll", "OpenServiceW",
-                                                                     [this](auto*, SC_HANDLE, std::wstring name, DWORD access) {
-                                                                       char rights[16];
-                                                                       _snprintf(rights, sizeof(rights), "/%lx", access);
-                                                                       opened_ = std::string(name.begin(), name.end());
-                                                                       Note(opened_ + rights);
-                                                                       return Open("open");
-                                                                     }};
+  ImportFake<decltype(OpenSCManagerW), struct OpenManagerPlace> open_manager_{
+      "advapi32.dll", "OpenSCManagerW", [this](auto*, auto...) { return Open("manager"); }};
+  ImportFake<decltype(OpenServiceW), struct OpenPlace> open_service_{
+      "advapi32.dll", "OpenServiceW", [this](auto*, SC_HANDLE, std::wstring name, DWORD access) {
+        char rights[16];
+        _snprintf(rights, sizeof(rights), "/%lx", access);
+        Note(std::string(name.begin(), name.end()) + rights);
+        return Open("open");
+      }};
   ImportFake<decltype(QueryServiceStatus), struct QueryPlace> query_{
       "advapi32.dll", "QueryServiceStatus", [this](auto*, SC_HANDLE, SERVICE_STATUS* status) { return Answer("query", status); }};
-  ImportFake<decltype(StartServiceW), struct StartPlace> start_{"advapi32.dll", "StartServiceW", [this](auto*, auto...) {
-                                                                  Note("start");
-                                                                  return !Fails("start");
-                                                                }};
+  ImportFake<decltype(StartServiceW), struct StartPlace> start_{
+      "advapi32.dll", "StartServiceW", [this](auto*, auto...) { return Note("start"), !Fails("start"); }};
   ImportFake<decltype(ControlService), struct ControlPlace> control_{
       "advapi32.dll", "ControlService", [this](auto*, SC_HANDLE, DWORD control, SERVICE_STATUS* status) {
         return Answer("control " + std::to_string(control), status);
       }};
-  ImportFake<decltype(CloseServiceHandle), struct ClosePlace> close_{"advapi32.dll", "CloseServiceHandle",
-                                                                     [this](auto*, auto...) { return --open_handles_, TRUE; }};
+  ImportFake<decltype(CloseServiceHandle), struct ClosePlace> close_{
+      "advapi32.dll", "CloseServiceHandle", [this](auto*, auto...) { return --open_handles_, TRUE; }};
 };
 
 }  // namespace crv::test

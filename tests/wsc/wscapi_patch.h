@@ -6,8 +6,6 @@
 #include <gtest/gtest.h>
 #include <windows.h>
 
-#include <condition_variable>
-#include <functional>
 #include <mutex>
 #include <string>
 #include <utility>
@@ -24,29 +22,18 @@ class WscapiPatch {
     EXPECT_EQ(0, references_) << "references to the library are left";
   }
 
-  // Calls the registered callback, if there is one, and says whether there was. `made` runs after the callback and before
-  // unregistering can return. Any thread.
-  bool Notify(const std::function<void()>& made = [] {}) {
-    std::unique_lock lock(mutex_);
-    if (!callback_) return false;
-    const auto callback = callback_;
-    void* const context = context_;
-    ++under_way_;
-    lock.unlock();
-    EXPECT_EQ(0u, callback(context));
-    made();
-    lock.lock();
-    if (--under_way_ == 0) none_under_way_.notify_all();
-    return true;
+  // Calls the registered callback, if there is one. Any thread.
+  void Notify() {
+    const std::lock_guard lock(calling_);
+    if (callback_) callback_(context_);
   }
 
-  // What is asked for next fails: "LoadLibraryW" (with ERROR_MOD_NOT_FOUND), the name of one of the two functions (is missing,
-  // ERROR_PROC_NOT_FOUND), or "registering" (with E_ACCESSDENIED). Empty: nothing fails.
+  // What is asked for next fails: "LoadLibraryW", the name of one of the two functions, or "registering". Empty: nothing fails.
   void Fail(const std::string& step) { failing_ = step; }
 
   // "load", "register", "unregister", "free", each with a blank behind it, since the start or the last question.
   std::string TakeCalls() {
-    const std::lock_guard lock(mutex_);
+    const std::lock_guard lock(noting_);
     return std::exchange(calls_, "");
   }
 
@@ -55,7 +42,6 @@ class WscapiPatch {
     EXPECT_EQ(nullptr, reserved);
     current_->Note("register ");
     if (current_->failing_ == "registering") return E_ACCESSDENIED;
-    const std::lock_guard lock(current_->mutex_);
     *registration = kRegistration;
     current_->callback_ = callback;
     current_->context_ = context;
@@ -65,60 +51,56 @@ class WscapiPatch {
   static HRESULT WINAPI Unregister(HANDLE registration) {
     EXPECT_EQ(kRegistration, registration);
     current_->Note("unregister ");
-    std::unique_lock lock(current_->mutex_);
+    const std::lock_guard lock(current_->calling_);
     EXPECT_TRUE(current_->callback_) << "unregistered twice";
     current_->callback_ = nullptr;
-    current_->none_under_way_.wait(lock, [] { return current_->under_way_ == 0; });
     return E_FAIL;  // nobody cares
+  }
+
+  void Note(const char* call) {
+    const std::lock_guard lock(noting_);
+    calls_ += call;
+  }
+
+  HMODULE Load() {
+    Note("load ");
+    if (failing_ == "LoadLibraryW") return SetLastError(ERROR_MOD_NOT_FOUND), nullptr;
+    return ++references_, kLibrary;
   }
 
   FARPROC Function(const std::string& name) const {
     if (failing_ == name) return SetLastError(ERROR_PROC_NOT_FOUND), nullptr;
-    void* const function =
-        name == "WscRegisterForChanges" ? reinterpret_cast<void*>(&Register) : reinterpret_cast<void*>(&Unregister);
+    const bool registers = name == "WscRegisterForChanges";
+    void* const function = registers ? reinterpret_cast<void*>(&Register) : reinterpret_cast<void*>(&Unregister);
     return reinterpret_cast<FARPROC>(function);
   }
 
-  void Note(const char* call) {
-    const std::lock_guard lock(mutex_);
-    calls_ += call;
+  BOOL Free() {
+    EXPECT_FALSE(callback_) << "freed while it may still call";
+    Note("free ");
+    SetLastError(ERROR_INVALID_FUNCTION);
+    return --references_, TRUE;
   }
 
   static inline const HMODULE kLibrary = reinterpret_cast<HMODULE>(0x5CA50000);
   static inline const HANDLE kRegistration = reinterpret_cast<HANDLE>(0x5CA5);
   static inline WscapiPatch* current_ = nullptr;
 
-  std::mutex mutex_;
-  std::condition_variable none_under_way_;
+  std::mutex calling_, noting_;
   LPTHREAD_START_ROUTINE callback_ = nullptr;
   void* context_ = nullptr;
-  int under_way_ = 0;  // notifications
   int references_ = 0;
-  std::string calls_;
-  std::string failing_;
+  std::string calls_, failing_;
 
-  ImportFake<decltype(LoadLibraryW), struct WscapiLoadPlace> load_{"kernel32.dll", "LoadLibraryW",
-                                                                   [this](auto* real, const wchar_t* name) -> HMODULE {
-                                                                     if (std::wstring(name) != L"wscapi.dll") return real(name);
-                                                                     Note("load ");
-                                                                     if (failing_ == "LoadLibraryW")
-                                                                       return SetLastError(ERROR_MOD_NOT_FOUND), nullptr;
-                                                                     ++references_;
-                                                                     return kLibrary;
-                                                                   }};
+  ImportFake<decltype(LoadLibraryW), struct WscapiLoadPlace> load_{
+      "kernel32.dll", "LoadLibraryW",
+      [this](auto* real, std::wstring name) { return name == L"wscapi.dll" ? Load() : real(name.c_str()); }};
   ImportFake<decltype(GetProcAddress), struct WscapiLookUpPlace> look_up_{
       "kernel32.dll", "GetProcAddress", [this](auto* real, HMODULE library, const char* name) {
         return library == kLibrary ? Function(name) : real(library, name);
       }};
-  ImportFake<decltype(FreeLibrary), struct WscapiFreePlace> free_{"kernel32.dll", "FreeLibrary",
-                                                                  [this](auto* real, HMODULE library) -> BOOL {
-                                                                    if (library != kLibrary) return real(library);
-                                                                    EXPECT_FALSE(callback_) << "freed while it may still call";
-                                                                    Note("free ");
-                                                                    --references_;
-                                                                    SetLastError(ERROR_INVALID_FUNCTION);
-                                                                    return TRUE;
-                                                                  }};
+  ImportFake<decltype(FreeLibrary), struct WscapiFreePlace> free_{
+      "kernel32.dll", "FreeLibrary", [this](auto* real, HMODULE which) { return which == kLibrary ? Free() : real(which); }};
 };
 
 }  // namespace crv::test

@@ -1,12 +1,33 @@
-// A COM class of the stand-ins (a library beside the test program) registered for this process alone, on a thread that has joined
-// COM's multithreaded apartment. Its state lies under HKEY_LOCAL_MACHINE, redirected or not.
+// What the client finds on the machine, for the length of a scope: another version of Windows, a COM class of the stand-ins.
 #pragma once
 
 #include <gtest/gtest.h>
 #include <objbase.h>
 
+#include "root/os_version.h"
+#include "wsc/back_end.h"
+
 namespace crv::test {
 
+// What was found out about Windows while the program was loaded is plain data.
+class PretendedWindows {
+ public:
+  PretendedWindows(DWORD major, DWORD minor, WORD service_pack) {
+    record_.dwMajorVersion = major;
+    record_.dwMinorVersion = minor;
+    isv_available_ = wsc::supports_isv(major, minor, service_pack);
+  }
+  ~PretendedWindows() { record_ = true_record_, isv_available_ = truly_available_; }
+
+ private:
+  OSVERSIONINFOEXW& record_ = const_cast<OSVERSIONINFOEXW&>(root::OsVersionRecord());
+  bool& isv_available_ = const_cast<bool&>(wsc::isv_available);
+  const OSVERSIONINFOEXW true_record_ = record_;
+  const bool truly_available_ = isv_available_;
+};
+
+// A class in a library beside the test program, registered for this process alone, on a thread that joins COM's multithreaded
+// apartment. Its state lies under HKEY_LOCAL_MACHINE, redirected or not.
 class RegisteredClass {
  public:
   RegisteredClass(const wchar_t* library, REFCLSID class_id) : library_(LoadLibraryW(library)) {
@@ -23,8 +44,6 @@ class RegisteredClass {
     CoUninitialize();
     FreeLibrary(library_);
   }
-  RegisteredClass(const RegisteredClass&) = delete;
-  RegisteredClass& operator=(const RegisteredClass&) = delete;
 
  private:
   template <typename Signature>
