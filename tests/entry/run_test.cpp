@@ -9,6 +9,7 @@
 #include <thread>
 
 #include "crashguard/crash_guard_module.h"
+#include "entry/log_folder.h"
 #include "mi/module_counts.h"
 #include "support/captured_log.h"
 #include "support/import_fake.h"
@@ -85,6 +86,7 @@ TEST_F(Run, ALibraryThatFailsEverywhereCostsNoResult) {
 }
 
 TEST_F(Run, GuardsTheProcessForGoodAndTellsTheDriverOfFatalDumpsMeanwhile) {
+  SHCreateDirectory(nullptr, LogFolder().c_str());
   std::vector<std::wstring> opened;
   const test::ImportFake<decltype(CreateFileW)> device(
       "kernel32.dll", "CreateFileW", [&](auto*, auto* name, auto...) { return opened.push_back(name), INVALID_HANDLE_VALUE; });
