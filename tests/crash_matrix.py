@@ -22,6 +22,8 @@ LONGEST_CASE = 180  # s
 INSTALLED = ["info CrashGuard global exception handler installed",
              "info CrashGuard initialized successfully, external dumping enabled"]
 INSTALLED_ALONE = [INSTALLED[0], "info CrashGuard initialized successfully, only internal dumping available"]
+TWICE = ["warning Attempting to install crashguard twice, ignored."]
+LIMITED = ["debug CrashHandler dump limit reached."]
 UNINSTALLED = ["info CrashGuard global exception handler uninstalled"]
 ENTERED = ["debug Entering TopLevelExceptionFilter..."]
 WAY_OUT = r"error Failed to start process dumper at 'C:\\nowhere\\cvDump32\.exe' due to error: [23]"
@@ -69,7 +71,8 @@ FALLBACK = [WAY_OUT, failed(7), created(AV)]
 
 CASES = [
     Case("access violation", "access-violation", AV, INSTALLED + ENTERED + [created(AV)], [BY_DUMPER], function=WRITE),
-    Case("access violation in another thread", "other-thread", AV, INSTALLED + ENTERED + [created(AV)], [BY_DUMPER], function=WRITE),
+    Case("access violation in another thread, not limited", "other-thread /limit:0", AV, INSTALLED + ENTERED + [created(AV)],
+         [BY_DUMPER], function=WRITE),
     Case("division by zero", "division", 0xC0000094, INSTALLED + ENTERED + [created(0xC0000094)], [BY_DUMPER], 0xC0000094,
          r"DivisionByZero.* at faults\.cpp"),
     Case("illegal instruction", "illegal-instruction", 0xC000001D, INSTALLED + ENTERED + [created(0xC000001D)], [BY_DUMPER],
@@ -114,13 +117,14 @@ CASES = [
          printed="install 0\nreplaced 1\nother filter"),
     Case("wsc.dll is freed", "unloaded", AV, INSTALLED + UNINSTALLED, [],
          printed="run 0x00000000\nloaded 0\nprevious 1\nother filter"),
-    Case("wsc.dll without a thread-local slot", "no-slot", 0, INSTALLED + [created(THROWN)] + UNINSTALLED, [OF_THROW], THROWN,
+    Case("four runs of wsc.dll without a thread-local slot", "no-slot", 0,
+         INSTALLED + [created(THROWN)] + (TWICE + [created(THROWN)]) * 2 + TWICE + LIMITED + UNINSTALLED, [OF_THROW] * 3, THROWN,
          printed="run 0x00000057"),
     Case("the same context twice", "microsoft-fatal", THROWN,
          INSTALLED + [created(THROWN)] + ENTERED + ["debug Exception was already dumped, ignoring..."], [OF_THROW], THROWN,
          r"MicrosoftFatal.* at faults\.cpp"),
     Case("four fatal errors with a limit of three", "four-fatals", 0,
-         INSTALLED + [created(THROWN)] * 3 + ["debug CrashHandler dump limit reached."] + UNINSTALLED, [OF_THROW] * 3, THROWN,
+         INSTALLED + [created(THROWN)] * 3 + LIMITED + UNINSTALLED, [OF_THROW] * 3, THROWN,
          r"(ThrowFatal|FourFatals).* at faults\.cpp"),
     Case("fatal errors without the vectored handler", "four-fatals /flags:201", 0, INSTALLED + UNINSTALLED, []),
     Case("a service account", "access-violation /pretend:service", AV, INSTALLED + ENTERED + [created(AV)], [BY_DUMPER], function=WRITE,
@@ -129,7 +133,7 @@ CASES = [
          INSTALLED + ENTERED + [created(AV), "info Saved a crash when system is shutting down."], [BY_DUMPER], function=WRITE,
          handled=True),
     Case("installed twice, uninstalled twice", "uninstalled", AV,
-         INSTALLED + ["warning Attempting to install crashguard twice, ignored."] + UNINSTALLED, [],
+         INSTALLED + TWICE + UNINSTALLED, [],
          printed="install 0 2 uninstall 1 0\nother filter"),
     Case("installed again", "installed-again", AV, INSTALLED + UNINSTALLED + INSTALLED + ENTERED + [created(AV)], [BY_DUMPER],
          function=WRITE),

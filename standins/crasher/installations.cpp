@@ -83,7 +83,7 @@ int NoSlot(Stage&) {
   TlsFree(last);
   const HMODULE library = LoadLibraryW(L"wsc.dll");
   for (DWORD i = 1; i <= kForRuntime; ++i) TlsFree(last - i);
-  RunLibrary(library, L"crasher.exe");
+  for (int i = 0; i < 4; ++i) RunLibrary(library, L"crasher.exe");
   return 0;
 }
 
