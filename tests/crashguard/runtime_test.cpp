@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "base/exceptions.h"
+#include "platform/bounded_text.h"
 #include "platform/frame_registration.h"
 #include "platform/spare_stack.h"
 #include "platform/structured_guard.h"
@@ -16,10 +17,13 @@ namespace {
 
 std::vector<std::string> seen;
 const void* seen_object = nullptr;
+bool faults = false;  // the vectored handler below
+int unwound = 0;
 
 LONG WINAPI Note(EXCEPTION_POINTERS* pointers) {
   const EXCEPTION_RECORD& record = *pointers->ExceptionRecord;
   if (record.ExceptionCode != kThrownObject) return EXCEPTION_CONTINUE_SEARCH;
+  if (faults) RaiseException(0x99, 0, 0, nullptr);
   EXPECT_EQ(3u, record.NumberParameters);
   EXPECT_EQ(kThrowMagic, record.ExceptionInformation[kMagic]);
   seen_object = reinterpret_cast<const void*>(record.ExceptionInformation[kObject]);
@@ -28,6 +32,11 @@ LONG WINAPI Note(EXCEPTION_POINTERS* pointers) {
   const auto* const type = reinterpret_cast<const CatchableType*>(array->types[0]);
   seen.push_back(reinterpret_cast<const TypeDescriptor*>(type->type)->name);
   return EXCEPTION_CONTINUE_SEARCH;
+}
+
+EXCEPTION_DISPOSITION __cdecl CountUnwinding(EXCEPTION_RECORD* exception, void*, CONTEXT*, void*) {
+  if (exception->ExceptionFlags & kUnwinding) ++unwound;
+  return ExceptionContinueSearch;
 }
 
 class RuntimeHooks : public testing::Test {
@@ -86,6 +95,12 @@ TEST_F(RuntimeHooks, TheHandlerChainIsAsBefore) {
   EXPECT_EQ(chain, HandlerChain());
 }
 
+TEST_F(RuntimeHooks, AnotherExceptionMeanwhileIsNotTakenForTheThrow) {
+  faults = true;
+  EXPECT_EQ(0x99u, Guarded([] { EXPECT_THROW(throw 3, int); }));
+  faults = false;
+}
+
 TEST(StructuredGuard, GivesTheCodeOfWhatEndedTheBody) {
   const void* const chain = HandlerChain();
   int sum = 7;
@@ -93,33 +108,43 @@ TEST(StructuredGuard, GivesTheCodeOfWhatEndedTheBody) {
   EXPECT_EQ(0u, Guarded([&] { sum += 1; }));
   EXPECT_EQ(static_cast<DWORD>(EXCEPTION_ACCESS_VIOLATION), Guarded([&] { sum += *nowhere; }));
   EXPECT_EQ(0x1234u, Guarded([&] {
+              const FrameRegistration between(&CountUnwinding);
               EXPECT_EQ(0x77u, Guarded([] { RaiseException(0x77, 0, 0, nullptr); }));
               RaiseException(0x1234, EXCEPTION_NONCONTINUABLE, 0, nullptr);
               sum = 0;
             }));
   EXPECT_EQ(8, sum);
+  EXPECT_EQ(1, unwound) << "the frames in between are asked to clean up";
   EXPECT_EQ(chain, HandlerChain());
 }
 
 TEST(SpareStack, RunsTheBodyElsewhereAndComesBack) {
-  struct Frames {
-    const char* here;
-    std::ptrdiff_t distance;
-  } frames = {};
-  char local = 0;
-  frames.here = &local;
+  bool elsewhere = false;
   RunOnSpareStack(
       [](void* context) {
-        volatile char far_away[kSpareStackSize / 2] = {};
-        Frames& frames = *static_cast<Frames*>(context);
-        frames.distance = const_cast<const char*>(far_away) - frames.here;
+        volatile char much[kSpareStackSize / 2] = {};
+        *static_cast<bool*>(context) = !IsOnThreadStack(const_cast<const char*>(much));
         try {
           throw std::runtime_error("caught on the spare stack");
         } catch (const std::runtime_error&) {
         }
       },
-      &frames);
-  EXPECT_GT(std::abs(frames.distance), 0x10000);
+      &elsewhere);
+  EXPECT_TRUE(elsewhere);
+}
+
+TEST(BoundedText, WhatDoesNotFitLeavesNothing) {
+  wchar_t text[8] = L"";
+  EXPECT_TRUE(wcscpy_s(text, 5, L"ab") && wcscat_s(text, 5, L"cd"));
+  EXPECT_STREQ(L"abcd", text);
+  EXPECT_FALSE(wcscat_s(text, 5, L"e"));
+  EXPECT_STREQ(L"", text);
+  EXPECT_TRUE(swprintf_s(text, 5, L"%s%d", L"abc", 1));
+  EXPECT_STREQ(L"abc1", text);
+  EXPECT_FALSE(wcscpy_s(text, 5, L"abcde"));
+  EXPECT_STREQ(L"", text);
+  EXPECT_FALSE(swprintf_s(text, 5, L"%s", L"abcde"));
+  EXPECT_STREQ(L"", text);
 }
 
 }  // namespace
