@@ -205,8 +205,8 @@ class Runner:
             return
         if case.printed not in output:
             yield f"it had to print {case.printed!r}:\n{output}"
-        if case.handled == ("Unhandled" in output) and case.handled:
-            yield "the system's own crash handling was reached"
+        if ("Unhandled" in output) == (case.handled or case.exit == 0):
+            yield f"the system's own crash handling must {'not ' if case.handled or case.exit == 0 else ''}be reached:\n{output}"
         log = self.read_log(folder / "wsc.log", int(ended[1]))
         if len(log) != len(case.log) or not all(map(self.agrees, case.log, log)):
             yield "the log had to be\n    " + "\n    ".join(case.log) + "\n  and was\n    " + "\n    ".join(log)

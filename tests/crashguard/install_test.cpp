@@ -43,10 +43,11 @@ TEST_F(Install, LocksTheFilterUntilUninstallPutsTheOldOneBack) {
   EXPECT_EQ(1u, handler_.Install(folder_, folder_, kEverything, 3));
   EXPECT_TRUE(handler_.IsInstalled());
   EXPECT_EQ(nullptr, Exchange(nullptr));
+  const void* const locked = reinterpret_cast<void*>(&SetUnhandledExceptionFilter);
   MEMORY_BASIC_INFORMATION page = {};
-  VirtualQuery(reinterpret_cast<void*>(&SetUnhandledExceptionFilter), &page, sizeof(page));
+  VirtualQuery(locked, &page, sizeof(page));
   EXPECT_EQ(DWORD{PAGE_EXECUTE_READ}, page.Protect);
-  EXPECT_EQ(0, std::memcmp(reinterpret_cast<void*>(&SetUnhandledExceptionFilter), "\x31\xC0\xC2\x04", 5)) << "its argument is popped";
+  EXPECT_EQ(0, std::memcmp(locked, "\x31\xC0\xC2\x04", 5)) << "it pops its argument";
   EXPECT_EQ(0x8003u, SetErrorMode(0x8003));
   EXPECT_EQ(2u, handler_.Install(folder_, folder_, 0, 3));
   EXPECT_TRUE(handler_.Uninstall());
@@ -115,7 +116,8 @@ TEST_F(Install, WithoutADumpFolderThereAreNoHooksToTakeBack) {
 
 TEST_F(Install, TheProcessIsHeldAtItsExitOnceThereIsADumpFolder) {
   const auto leave = [&](const std::wstring& dump_folder) {
-    static const ImportFake<decltype(Sleep)> held("kernel32.dll", "Sleep", [](auto*, DWORD) { TerminateProcess(GetCurrentProcess(), 7); });
+    static const ImportFake<decltype(Sleep)> held("kernel32.dll", "Sleep",
+                                                  [](auto*, DWORD) { TerminateProcess(GetCurrentProcess(), 7); });
     SetEnvironmentVariableW(L"CRV_CRASH_SIGNAL_EVENT", L"0x00000001");
     handler_.Install(dump_folder, folder_, 0, 3);
     std::exit(0);

@@ -1,4 +1,4 @@
-// The filters, called by hand: the repair of a console control thread that begins at another process's address, and what they leave
+// The filters, called by hand: the repair of a console control thread that begins at another process's address, and what stays
 // as it was. A crash that needs no repair has to be the first one of its process, so each row has a process of its own.
 #include "crashguard/exception_filters.h"
 

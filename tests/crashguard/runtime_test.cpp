@@ -1,6 +1,8 @@
 // What the compiler's runtime is made to do: throws that vectored handlers see, and a guard against structured exceptions.
 #include <gtest/gtest.h>
 
+#include <csignal>
+#include <cstdlib>
 #include <stdexcept>
 #include <string>
 #include <vector>
@@ -18,6 +20,7 @@ namespace {
 std::vector<std::string> seen;
 const void* seen_object = nullptr;
 bool faults = false;  // the vectored handler below
+bool ends = false;    // it ends the process when it sees the second throw
 int unwound = 0;
 
 LONG WINAPI Note(EXCEPTION_POINTERS* pointers) {
@@ -26,11 +29,13 @@ LONG WINAPI Note(EXCEPTION_POINTERS* pointers) {
   if (faults) RaiseException(0x99, 0, 0, nullptr);
   EXPECT_EQ(3u, record.NumberParameters);
   EXPECT_EQ(kThrowMagic, record.ExceptionInformation[kMagic]);
+  const void* const before = seen_object;
   seen_object = reinterpret_cast<const void*>(record.ExceptionInformation[kObject]);
   const auto* const info = reinterpret_cast<const ThrowInfo*>(record.ExceptionInformation[kThrowInfo]);
   const auto* const array = reinterpret_cast<const CatchableTypeArray*>(info->types);
   const auto* const type = reinterpret_cast<const CatchableType*>(array->types[0]);
   seen.push_back(reinterpret_cast<const TypeDescriptor*>(type->type)->name);
+  if (ends && seen.size() == 2) TerminateProcess(GetCurrentProcess(), seen_object == before ? 7 : 1);
   return EXCEPTION_CONTINUE_SEARCH;
 }
 
@@ -101,6 +106,15 @@ TEST_F(RuntimeHooks, AnotherExceptionMeanwhileIsNotTakenForTheThrow) {
   faults = false;
 }
 
+TEST_F(RuntimeHooks, WhatNobodyCatchesIsRaisedAgainAndAbortAsksItsHandler) {
+  const auto fail = []() noexcept {
+    ends = true;
+    throw 3;
+  };
+  EXPECT_EXIT(fail(), testing::ExitedWithCode(7), "");
+  EXPECT_EXIT((std::signal(SIGABRT, [](int) { std::_Exit(8); }), std::abort()), testing::ExitedWithCode(8), "");
+}
+
 TEST(StructuredGuard, GivesTheCodeOfWhatEndedTheBody) {
   const void* const chain = HandlerChain();
   int sum = 7;
@@ -119,18 +133,21 @@ TEST(StructuredGuard, GivesTheCodeOfWhatEndedTheBody) {
 }
 
 TEST(SpareStack, RunsTheBodyElsewhereAndComesBack) {
-  bool elsewhere = false;
+  const char* place = nullptr;
   RunOnSpareStack(
       [](void* context) {
         volatile char much[kSpareStackSize / 2] = {};
-        *static_cast<bool*>(context) = !IsOnThreadStack(const_cast<const char*>(much));
+        *static_cast<const char**>(context) = const_cast<const char*>(much);
         try {
           throw std::runtime_error("caught on the spare stack");
         } catch (const std::runtime_error&) {
         }
       },
-      &elsewhere);
-  EXPECT_TRUE(elsewhere);
+      &place);
+  EXPECT_FALSE(IsOnThreadStack(place));
+  MEMORY_BASIC_INFORMATION end = {};
+  VirtualQuery(place - kSpareStackSize / 2 + 0x800, &end, sizeof(end));  // amid the lowest page
+  EXPECT_EQ(DWORD{PAGE_NOACCESS}, end.Protect);
 }
 
 TEST(BoundedText, WhatDoesNotFitLeavesNothing) {
