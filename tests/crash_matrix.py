@@ -2,10 +2,10 @@
 """Crashes guarded hosts in every way that the guard has to survive, and reads what they leave: crash_matrix.py BUILD_FOLDER [NAME...]
 
 Each case is one process of crasher.exe, installed in the Wine prefix by scripts/stage, watched by a Windows parent for its whole exit
-code. Its log is compared line by line, each dump is opened by obj2yaml and by lldb. Prints a line for each case, "N passed, M failed"
-at the end; the status is 0 when none failed.
+code. Its log is compared line by line, each dump is opened by obj2yaml and by lldb. The prefix is the build folder's, or the one that
+CORVID_WSC_PREFIX names. Prints a line for each case, "N passed, M failed" at the end; the status is 0 when none failed.
 """
-import dataclasses
+import os
 import pathlib
 import re
 import shutil
@@ -15,147 +15,11 @@ import sys
 ROOT = pathlib.Path(__file__).resolve().parent.parent
 sys.path.insert(0, str(ROOT / "scripts"))
 import minidump  # noqa: E402
+from crash_cases import ALWAYS, CASES, SKIPPED, WAY_OUT  # noqa: E402
 
 SUITE = "C:\\Program Files\\CORVID Software\\Corvid\\"
 LONGEST_CASE = 180  # s
-
-INSTALLED = ["info CrashGuard global exception handler installed",
-             "info CrashGuard initialized successfully, external dumping enabled"]
-INSTALLED_ALONE = [INSTALLED[0], "info CrashGuard initialized successfully, only internal dumping available"]
-UNINSTALLED = ["info CrashGuard global exception handler uninstalled"]
-ENTERED = ["debug Entering TopLevelExceptionFilter..."]
-WAY_OUT = r"error Failed to start process dumper at 'C:\\nowhere\\cvDump32\.exe' due to error: [23]"
-BUSY = "error Attempted to WriteDump while another operation is already in progress"
-SEH = "critical Failed to write minidump, SEH exception encountered"
-
-BY_DUMPER = ""
-IN_PROCESS = "Dumped by CrashHandler"
-OF_THROW = "Cause: VectoredExceptionHandler"
-
-ALWAYS = {"SystemInfo", "ThreadList", "ModuleList", "MiscInfo", "CommentW"}
 WINE_STREAMS = {"0xFFF0", "0x0"}  # its own, and an unused entry where there is no exception
-AV, THROWN, FATAL_EXIT = 0xC0000005, 0xE06D7363, 0x40000015
-
-
-def failed(status):
-    return f"critical Minidump generation failed with error: {status}"
-
-
-def created(code):
-    return f"debug Minidump created successfully. Exception code is: {code:x}"
-
-
-@dataclasses.dataclass
-class Case:
-    name: str
-    words: str                     # the case of crasher.exe and its options
-    exit: object                   # the whole exit code, or those that are possible
-    log: list                      # the crash guard's records
-    dumps: list                    # the comment of each dump, in the order in which they were written
-    code: int = AV                 # in each dump
-    function: str = ""             # in which the debugger sees the thread, as a pattern; empty: not looked at
-    printed: str = "install 0"
-    centre: list = dataclasses.field(default_factory=list)  # beforehand
-    notices: int = -1              # fatal-dump notices that the self-protection driver gets; -1: there is no driver
-    full: bool = False             # the dump has the full memory
-    handled: bool = False          # the process ends before the system's own crash handling
-    exception: bool = True         # the dump has an exception stream
-    name_of_dump: str = r"unp\d+\.mdmp"
-
-
-WRITE = r"crasher::WriteToNull.* at faults\.cpp"
-MISSING = "/dumper:C:\\nowhere"
-FALLBACK = [WAY_OUT, failed(7), created(AV)]
-
-CASES = [
-    Case("access violation", "access-violation", AV, INSTALLED + ENTERED + [created(AV)], [BY_DUMPER], function=WRITE),
-    Case("access violation in another thread", "other-thread", AV, INSTALLED + ENTERED + [created(AV)], [BY_DUMPER], function=WRITE),
-    Case("division by zero", "division", 0xC0000094, INSTALLED + ENTERED + [created(0xC0000094)], [BY_DUMPER], 0xC0000094,
-         r"DivisionByZero.* at faults\.cpp"),
-    Case("illegal instruction", "illegal-instruction", 0xC000001D, INSTALLED + ENTERED + [created(0xC000001D)], [BY_DUMPER],
-         0xC000001D, r"IllegalInstruction.* at faults\.cpp"),
-    Case("breakpoint", "breakpoint", 0x80000003, INSTALLED + ENTERED + [created(0x80000003)], [BY_DUMPER], 0x80000003,
-         r"Breakpoint.* at faults\.cpp"),
-    # Wine has no stack left for its own handling afterwards and ends the process with 0.
-    Case("stack overflow, by the dumper", "stack-overflow", {0, 0xC00000FD}, INSTALLED + [created(0xC00000FD)], [BY_DUMPER],
-         0xC00000FD, r"FillStack.* at faults\.cpp"),
-    Case("stack overflow, in-process", f"stack-overflow {MISSING}", {0, 0xC00000FD},
-         INSTALLED_ALONE + [WAY_OUT, failed(7), created(0xC00000FD)], [IN_PROCESS], 0xC00000FD, r"FillStack.* at faults\.cpp",
-         "install 1"),
-    Case("abort", "abort", FATAL_EXIT, INSTALLED + ENTERED + [created(FATAL_EXIT)], [BY_DUMPER], FATAL_EXIT, r"Abort.* at faults\.cpp"),
-    Case("uncaught C++ exception", "uncaught", THROWN, INSTALLED + ENTERED + [created(THROWN)], [BY_DUMPER], THROWN,
-         r"(ThrowUncaught|UncaughtException).* at faults\.cpp"),
-    Case("pure virtual call", "pure-virtual", FATAL_EXIT, INSTALLED + ENTERED + [created(FATAL_EXIT)], [BY_DUMPER], FATAL_EXIT,
-         r"PureVirtualCall.* at faults\.cpp"),
-    Case("a second thread crashes meanwhile", "two-threads", AV,
-         INSTALLED + ENTERED + [created(AV)] + ENTERED + ["error Multiple calls to TopLevelExceptionFilter detected."], [BY_DUMPER],
-         function=WRITE),
-    Case("a crash in an event handler", "in-handler", AV, INSTALLED + ENTERED + [SEH], [BY_DUMPER], function=WRITE),
-    Case("a crash in an event handler, in-process", f"in-handler {MISSING}", AV,
-         INSTALLED_ALONE + ENTERED + [WAY_OUT, failed(7), SEH], [IN_PROCESS], function=WRITE, printed="install 1"),
-    Case("an event handler that throws", "throwing-handler", AV, INSTALLED + ENTERED + [SEH], [BY_DUMPER], function=WRITE),
-    Case("a crash in a writer that nobody guards", "in-writer", AV, INSTALLED + ENTERED + [BUSY, failed(8), BUSY], [IN_PROCESS],
-         exception=False, name_of_dump="asked.mdmp"),
-    Case("the dumper is missing", f"access-violation {MISSING}", AV, INSTALLED_ALONE + ENTERED + FALLBACK, [IN_PROCESS],
-         function=WRITE, printed="install 1"),
-    Case("the dumper ends with 3", "access-violation", AV, INSTALLED + ENTERED + [failed(3), created(AV)], [IN_PROCESS], function=WRITE,
-         centre=["dumper", "exit", "3"]),
-    Case("the dumper writes and ends with 3", "access-violation", AV, INSTALLED + ENTERED + [failed(3), created(AV)],
-         [BY_DUMPER, IN_PROCESS], function=WRITE, centre=["dumper", "write", "3"]),
-    Case("the dumper crashes", "access-violation", AV, INSTALLED + ENTERED + [failed(-1073741819), created(AV)], [IN_PROCESS],
-         function=WRITE, centre=["dumper", "crash"]),
-    Case("the dump folder was removed", "folder-removed", AV, INSTALLED + ENTERED + [created(AV)], [BY_DUMPER], function=WRITE),
-    Case("no dump file can be created", f"file-refused {MISSING}", AV, INSTALLED_ALONE + ENTERED + [WAY_OUT, failed(7)], [],
-         printed="install 1"),
-    Case("the dump folder does not exist at install", "access-violation /folder:{folder}\\missing", AV, [], [], printed="install 3"),
-    Case("the filter is locked against replacement", "filter-replaced", AV, INSTALLED + ENTERED + [created(AV)], [BY_DUMPER],
-         function=WRITE, printed="install 0\nreplaced 0"),
-    Case("the filter is replaced when it is not locked", "filter-replaced /flags:300", AV, INSTALLED, [],
-         printed="install 0\nreplaced 1\nother filter"),
-    Case("wsc.dll is freed", "unloaded", AV, INSTALLED + UNINSTALLED, [],
-         printed="run 0x00000000\nloaded 0\nprevious 1\nother filter"),
-    Case("wsc.dll without a thread-local slot", "no-slot", 0, INSTALLED + [created(THROWN)] + UNINSTALLED, [OF_THROW], THROWN,
-         printed="run 0x00000057"),
-    Case("the same context twice", "microsoft-fatal", THROWN,
-         INSTALLED + [created(THROWN)] + ENTERED + ["debug Exception was already dumped, ignoring..."], [OF_THROW], THROWN,
-         r"MicrosoftFatal.* at faults\.cpp"),
-    Case("four fatal errors with a limit of three", "four-fatals", 0,
-         INSTALLED + [created(THROWN)] * 3 + ["debug CrashHandler dump limit reached."] + UNINSTALLED, [OF_THROW] * 3, THROWN,
-         r"(ThrowFatal|FourFatals).* at faults\.cpp"),
-    Case("fatal errors without the vectored handler", "four-fatals /flags:201", 0, INSTALLED + UNINSTALLED, []),
-    Case("a service account", "access-violation /pretend:service", AV, INSTALLED + ENTERED + [created(AV)], [BY_DUMPER], function=WRITE,
-         handled=True),
-    Case("shutdown", "access-violation /pretend:shutdown", AV,
-         INSTALLED + ENTERED + [created(AV), "info Saved a crash when system is shutting down."], [BY_DUMPER], function=WRITE,
-         handled=True),
-    Case("installed twice, uninstalled twice", "uninstalled", AV,
-         INSTALLED + ["warning Attempting to install crashguard twice, ignored."] + UNINSTALLED, [],
-         printed="install 0 2 uninstall 1 0\nother filter"),
-    Case("installed again", "installed-again", AV, INSTALLED + UNINSTALLED + INSTALLED + ENTERED + [created(AV)], [BY_DUMPER],
-         function=WRITE),
-    Case("full memory, by the dumper", "access-violation /ratio:1", AV, INSTALLED + ENTERED + [created(AV)], [BY_DUMPER],
-         function=WRITE, full=True),
-    Case("CrashNow", "crash-now", AV, INSTALLED + ["warning User-initiated crash commencing"] + ENTERED + [created(AV)], [BY_DUMPER],
-         function=r"crashguard::CrashNow\(\) at user_crash\.cpp"),
-    Case("CrashAfter", "crash-after", AV,
-         INSTALLED + ["warning User-initiated crash in 300 ms", "warning User-initiated crash commencing"] + ENTERED + [created(AV)],
-         [BY_DUMPER], function=r"crashguard::CrashNow\(\) at user_crash\.cpp"),
-    Case("CrashNow during a run", "during-run", AV,
-         INSTALLED + ["warning User-initiated crash commencing"] + ENTERED + [created(AV)], [BY_DUMPER],
-         function=r"crashguard::CrashNow\(\) at user_crash\.cpp", printed="", notices=1),
-    Case("a component crashes in the real host", "run /av /enable", AV, INSTALLED + ENTERED + [created(AV)], [BY_DUMPER],
-         function=r"CrashAsTold\(\) at scripted_calls\.cpp", printed="", notices=1, centre=["script", "CavmStart", "crash"]),
-    Case("CrashNow outside of runs", "crash-now", AV, INSTALLED + ["warning User-initiated crash commencing"] + ENTERED + [created(AV)],
-         [BY_DUMPER], notices=0),
-]
-
-SKIPPED = [
-    ("heap corruption", "Wine's heap ends the process without an exception that a filter sees, or not at all"),
-    ("fail-fast", "the system ends the process without asking anybody, on Windows as well"),
-]
-
-# Cases that run the module have its own log folder; the others one of their own.
-IN_LOG_FOLDER = {"unloaded", "no-slot", "during-run", "run"}
 
 
 def wine(program, *words):
@@ -166,17 +30,30 @@ def wine(program, *words):
 class Runner:
     def __init__(self, build):
         self.images = [build / "standins", build / "dist"]
-        drive = build / "prefix/drive_c"
-        self.drive = drive
-        self.log_folder = drive / "ProgramData/CORVID Software/Corvid/log"
+        self.drive = pathlib.Path(os.environ.get("CORVID_WSC_PREFIX") or build / "prefix") / "drive_c"
+        self.crashes = self.drive / "crashes"
+        self.log_folder = self.drive / "ProgramData/CORVID Software/Corvid/log"
 
     def run(self, case):
         """Every difference from what the case says, as texts."""
+        try:
+            wine("centre.exe", *(case.centre or ["dumper", "write"]))
+            if case.notices >= 0:
+                wine("centre.exe", "driver", "start")
+            return list(self.differences(case, *self.crash(case))) + list(self.notice_differences(case))
+        except (OSError, subprocess.SubprocessError) as failure:
+            return [str(failure)]
+        finally:
+            if case.notices >= 0:
+                wine("centre.exe", "driver", "remove")
+
+    def crash(self, case):
+        """The folder of its log and what it printed."""
         words = case.words.split()
         folder = self.log_folder
-        if words[0] not in IN_LOG_FOLDER:
+        if case.own_folder:
             name = re.sub(r"\W+", "-", case.name)
-            folder = self.drive / "crashes" / name
+            folder = self.crashes / name
             shutil.rmtree(folder, ignore_errors=True)
             folder.mkdir(parents=True)
             words = [word.replace("{folder}", f"C:\\crashes\\{name}") for word in words]
@@ -184,17 +61,15 @@ class Runner:
                 words.append(f"/folder:C:\\crashes\\{name}")
         for old in [*folder.glob("*.mdmp"), folder / "wsc.log"]:
             old.unlink(missing_ok=True)
-        wine("centre.exe", *(case.centre or ["dumper", "write"]))
         program = ("centre.exe",) if words[0] == "run" else ("crasher.exe", "watch")
-        if case.notices < 0:
-            return list(self.differences(case, folder, wine(*program, *words)))
-        wine("centre.exe", "driver", "start")
-        wrong = list(self.differences(case, folder, wine(*program, *words)))
-        status = wine("centre.exe", "driver", "status")
-        wine("centre.exe", "driver", "remove")
-        if not re.search(rf" {case.notices}$", status.strip()):
-            wrong.append(f"the driver had to get {case.notices} notices:\n{status}")
-        return wrong
+        return folder, wine(*program, *words)
+
+    @staticmethod
+    def notice_differences(case):
+        if case.notices >= 0:
+            status = wine("centre.exe", "driver", "status")
+            if not re.search(rf" {case.notices}$", status.strip()):
+                yield f"the driver had to get {case.notices} notices:\n{status}"
 
     def differences(self, case, folder, output):
         ended = re.search(r"^(?:process (\d+)\nexit|result) 0x([0-9a-f]{8})$", output, re.M)
@@ -204,8 +79,8 @@ class Runner:
             return
         if case.printed not in output:
             yield f"it had to print {case.printed!r}:\n{output}"
-        if case.handled == ("Unhandled" in output) and case.handled:
-            yield "the system's own crash handling was reached"
+        if ("Unhandled" in output) == (case.handled or case.exit == 0):
+            yield f"the system's own crash handling must {'not ' if case.handled or case.exit == 0 else ''}be reached:\n{output}"
         log = self.read_log(folder / "wsc.log", ended[1])
         if len(log) != len(case.log) or not all(map(self.agrees, case.log, log)):
             yield "the log had to be\n    " + "\n    ".join(case.log) + "\n  and was\n    " + "\n    ".join(log)
@@ -213,7 +88,7 @@ class Runner:
         if len(dumps) != len(case.dumps):
             yield f"there had to be {len(case.dumps)} dumps, not {len(dumps)}"
         for path, comment in zip(dumps, case.dumps):
-            yield from self.dump_differences(case, path, comment)
+            yield from self.dump_differences(case, folder, path, comment)
 
     @staticmethod
     def agrees(wanted, line):
@@ -227,9 +102,9 @@ class Runner:
         lines = re.findall(r"^\S+ \S+ +(\d+) +\d+ (\w+) +crashguard +(.*?)\r?$", path.read_text("utf-8", "replace"), re.M)
         return [f"{level} {text}" for number, level, text in lines if process in (None, number)]
 
-    def dump_differences(self, case, path, comment):
-        if not re.fullmatch(case.name_of_dump, path.name):
-            yield f"the dump is called {path.name}"
+    def dump_differences(self, case, folder, path, comment):
+        if not re.fullmatch(case.name_of_dump, path.name) or path.parent != folder / case.below:
+            yield f"the dump is called {path}"
         streams, text = minidump.read_streams(path)
         wanted = ALWAYS | {"Memory64List" if case.full else "MemoryList"} | ({"Exception"} if case.exception else set())
         if set(streams) - WINE_STREAMS != wanted or len(streams) != len(set(streams)):
@@ -249,21 +124,29 @@ class Runner:
 
 
 def main():
-    if len(sys.argv) < 2:
-        print(__doc__, file=sys.stderr)
+    names = {case.name for case in CASES}
+    unknown = [name for name in sys.argv[2:] if name not in names]
+    if len(sys.argv) < 2 or unknown:
+        print(f"there is no case {unknown[0]!r}" if unknown else __doc__, file=sys.stderr)
         return 2
     runner = Runner(pathlib.Path(sys.argv[1]).resolve())
+    if not runner.log_folder.is_dir():
+        print(f"the suite is not installed in {runner.drive}; run scripts/stage", file=sys.stderr)
+        return 2
     passed = failures = 0
-    for case in CASES:
-        if sys.argv[2:] and case.name not in sys.argv[2:]:
-            continue
-        wrong = runner.run(case)
-        passed, failures = passed + (not wrong), failures + bool(wrong)
-        print("FAILED " if wrong else "passed ", case.name, flush=True)
-        for difference in wrong:
-            print("  " + difference)
-    wine("centre.exe", "dumper", "write")
-    shutil.rmtree(runner.drive / "crashes", ignore_errors=True)
+    try:
+        for case in CASES:
+            if sys.argv[2:] and case.name not in sys.argv[2:]:
+                continue
+            wrong = runner.run(case)
+            passed, failures = passed + (not wrong), failures + bool(wrong)
+            print("FAILED " if wrong else "passed ", case.name, flush=True)
+            for difference in wrong:
+                print("  " + difference)
+    finally:
+        wine("centre.exe", "dumper", "write")
+        wine("centre.exe", "script", "CavmStart")
+        shutil.rmtree(runner.crashes, ignore_errors=True)
     for name, reason in SKIPPED:
         print(f"skipped  {name}: {reason}")
     print(f"{passed} passed, {failures} failed")

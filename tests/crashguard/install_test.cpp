@@ -1,5 +1,8 @@
 #include "crashguard/crash_handler.h"
 
+#include <cstdlib>
+#include <cstring>
+
 #include "crashguard/crash_guard.h"
 #include "crashguard/stage.h"
 #include "support/import_fake.h"
@@ -40,6 +43,11 @@ TEST_F(Install, LocksTheFilterUntilUninstallPutsTheOldOneBack) {
   EXPECT_EQ(1u, handler_.Install(folder_, folder_, kEverything, 3));
   EXPECT_TRUE(handler_.IsInstalled());
   EXPECT_EQ(nullptr, Exchange(nullptr));
+  const void* const locked = reinterpret_cast<void*>(&SetUnhandledExceptionFilter);
+  MEMORY_BASIC_INFORMATION page = {};
+  VirtualQuery(locked, &page, sizeof(page));
+  EXPECT_EQ(DWORD{PAGE_EXECUTE_READ}, page.Protect);
+  EXPECT_EQ(0, std::memcmp(locked, "\x31\xC0\xC2\x04", 5)) << "it pops its argument";
   EXPECT_EQ(0x8003u, SetErrorMode(0x8003));
   EXPECT_EQ(2u, handler_.Install(folder_, folder_, 0, 3));
   EXPECT_TRUE(handler_.Uninstall());
@@ -88,6 +96,8 @@ TEST_F(Install, SaysWhetherTheDumperIsThere) {
   CloseHandle(CreateFileW(dumper.c_str(), GENERIC_WRITE, 0, nullptr, CREATE_NEW, 0, nullptr));
   EXPECT_EQ(0u, handler_.Install(folder_, folder_ + L"\\", 0, 3));
   EXPECT_THAT(log_.lines(), ElementsAre(kHooked, kInternal, kUnhooked, kHooked, kExternal));
+  handler_.Uninstall();
+  EXPECT_EQ(3u, handler_.Install(dumper, folder_, 0, 3)) << "a file is no folder";
 }
 
 TEST_F(Install, WithoutADumpFolderThereAreNoHooksToTakeBack) {
@@ -102,6 +112,18 @@ TEST_F(Install, WithoutADumpFolderThereAreNoHooksToTakeBack) {
                               "\\missing' does not exist. Directory should be already created.",
                           "narrow 4 crashguard: Call to UninstallGlobalHandler without being installed first",
                           "narrow 4 crashguard: Failed to uninstall crash hooks", kHooked, kInternal));
+}
+
+TEST_F(Install, TheProcessIsHeldAtItsExitOnceThereIsADumpFolder) {
+  const auto leave = [&](const std::wstring& dump_folder) {
+    static const ImportFake<decltype(Sleep)> held("kernel32.dll", "Sleep",
+                                                  [](auto*, DWORD) { TerminateProcess(GetCurrentProcess(), 7); });
+    SetEnvironmentVariableW(L"CRV_CRASH_SIGNAL_EVENT", L"0x00000001");
+    handler_.Install(dump_folder, folder_, 0, 3);
+    std::exit(0);
+  };
+  EXPECT_EXIT(leave(folder_), testing::ExitedWithCode(7), "");
+  EXPECT_EXIT(leave(folder_ + L"\\missing"), testing::ExitedWithCode(0), "");
 }
 
 TEST_F(Install, ReportsWhatTheSystemRefuses) {

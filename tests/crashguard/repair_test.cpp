@@ -1,7 +1,8 @@
-// The repair of a console control thread that begins at another process's address. A crash that needs no repair has to be the first
-// one of its process, so each row has a process of its own.
+// The filters, called by hand: the repair of a console control thread that begins at another process's address, and what stays
+// as it was. A crash that needs no repair has to be the first one of its process, so each row has a process of its own.
 #include "crashguard/exception_filters.h"
 
+#include "base/exceptions.h"
 #include "crashguard/crash_guard_module.h"
 #include "crashguard/stage.h"
 #include "support/import_fake.h"
@@ -10,6 +11,7 @@ namespace crv::crashguard {
 namespace {
 
 using testing::ElementsAre;
+using testing::HasSubstr;
 
 struct Repair : test::DumpStage {
   Repair() {
@@ -33,9 +35,15 @@ struct Repair : test::DumpStage {
     record.ExceptionAddress = reinterpret_cast<void*>(0x12340000);  // with the low half of no address
   }
 
-  LONG Filter() {
+  // Called as from code that had set the direction flag.
+  LONG Filter(PTOP_LEVEL_EXCEPTION_FILTER filter = &TopLevelExceptionFilter) {
     EXCEPTION_POINTERS pointers = {&record, &context};
-    return TopLevelExceptionFilter(&pointers);
+    asm volatile("std" ::: "cc", "memory");
+    const LONG answer = filter(&pointers);
+    const unsigned flags = __builtin_ia32_readeflags_u32();
+    asm volatile("cld" ::: "cc", "memory");
+    EXPECT_EQ(0u, flags & 0x400);
+    return answer;
   }
 
   DWORD stack[2] = {0x1000, 0x80000002};  // return address, argument
@@ -53,6 +61,28 @@ TEST_F(Repair, GoesOnAtThisProcesssAddress) {
                                         "narrow 3 crashguard: Warning: Relocated kernel32 detected.",
                                         "narrow 2 crashguard: Entering TopLevelExceptionFilter...",
                                         "narrow 3 crashguard: Warning: Relocated kernel32 detected."));
+  int fatal_dumps = 0;
+  const auto connection = AcquireCrashGuard()->ConnectFatalDumpWritten([&] { ++fatal_dumps; });
+  AcquireCrashGuard()->WriteDumpInternal(nullptr, L"no\\such\\folder.mdmp", nullptr);
+  EXPECT_EQ(0, fatal_dumps) << "what is repaired is no crash";
+}
+
+TEST_F(Repair, TheVectoredHandlerKeepsTheLastError) {
+  SetLastError(77);
+  EXPECT_EQ(EXCEPTION_CONTINUE_SEARCH, Filter(&VectoredExceptionHandler));
+  EXPECT_EQ(77u, GetLastError());
+}
+
+TEST_F(Repair, AFatalErrorWhileAnotherOneIsDumpedIsLeftAlone) {
+  const auto fail = [] { EXPECT_THROW(throw exceptions::fatal(1, "x"), exceptions::fatal); };
+  const test::ImportFake<decltype(CreateProcessW)> dumper("kernel32.dll", "CreateProcessW",
+                                                          [&](auto*, auto...) { return fail(), FALSE; });
+  AcquireCrashGuard()->Install(folder_, folder_, install_flags::kVectoredHandler, 3);
+  AcquireCrashGuard()->SetDumpFolder(L"Q:\\nowhere");
+  log_.clear();
+  fail();
+  EXPECT_THAT(log_.lines(), ElementsAre(HasSubstr("Failed to start process dumper"), HasSubstr("failed with error: 7")));
+  AcquireCrashGuard()->Uninstall();
 }
 
 TEST_F(Repair, NeedsEveryCondition) {

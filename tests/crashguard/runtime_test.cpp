@@ -1,11 +1,14 @@
 // What the compiler's runtime is made to do: throws that vectored handlers see, and a guard against structured exceptions.
 #include <gtest/gtest.h>
 
+#include <csignal>
+#include <cstdlib>
 #include <stdexcept>
 #include <string>
 #include <vector>
 
 #include "base/exceptions.h"
+#include "platform/bounded_text.h"
 #include "platform/frame_registration.h"
 #include "platform/spare_stack.h"
 #include "platform/structured_guard.h"
@@ -16,18 +19,29 @@ namespace {
 
 std::vector<std::string> seen;
 const void* seen_object = nullptr;
+bool faults = false;  // the vectored handler below
+bool ends = false;    // it ends the process when it sees the second throw
+int unwound = 0;
 
 LONG WINAPI Note(EXCEPTION_POINTERS* pointers) {
   const EXCEPTION_RECORD& record = *pointers->ExceptionRecord;
   if (record.ExceptionCode != kThrownObject) return EXCEPTION_CONTINUE_SEARCH;
+  if (faults) RaiseException(0x99, 0, 0, nullptr);
   EXPECT_EQ(3u, record.NumberParameters);
   EXPECT_EQ(kThrowMagic, record.ExceptionInformation[kMagic]);
+  const void* const before = seen_object;
   seen_object = reinterpret_cast<const void*>(record.ExceptionInformation[kObject]);
   const auto* const info = reinterpret_cast<const ThrowInfo*>(record.ExceptionInformation[kThrowInfo]);
   const auto* const array = reinterpret_cast<const CatchableTypeArray*>(info->types);
   const auto* const type = reinterpret_cast<const CatchableType*>(array->types[0]);
   seen.push_back(reinterpret_cast<const TypeDescriptor*>(type->type)->name);
+  if (ends && seen.size() == 2) TerminateProcess(GetCurrentProcess(), seen_object == before ? 7 : 1);
   return EXCEPTION_CONTINUE_SEARCH;
+}
+
+EXCEPTION_DISPOSITION __cdecl CountUnwinding(EXCEPTION_RECORD* exception, void*, CONTEXT*, void*) {
+  if (exception->ExceptionFlags & kUnwinding) ++unwound;
+  return ExceptionContinueSearch;
 }
 
 class RuntimeHooks : public testing::Test {
@@ -86,6 +100,21 @@ TEST_F(RuntimeHooks, TheHandlerChainIsAsBefore) {
   EXPECT_EQ(chain, HandlerChain());
 }
 
+TEST_F(RuntimeHooks, AnotherExceptionMeanwhileIsNotTakenForTheThrow) {
+  faults = true;
+  EXPECT_EQ(0x99u, Guarded([] { EXPECT_THROW(throw 3, int); }));
+  faults = false;
+}
+
+TEST_F(RuntimeHooks, WhatNobodyCatchesIsRaisedAgainAndAbortAsksItsHandler) {
+  const auto fail = []() noexcept {
+    ends = true;
+    throw 3;
+  };
+  EXPECT_EXIT(fail(), testing::ExitedWithCode(7), "");
+  EXPECT_EXIT((std::signal(SIGABRT, [](int) { std::_Exit(8); }), std::abort()), testing::ExitedWithCode(8), "");
+}
+
 TEST(StructuredGuard, GivesTheCodeOfWhatEndedTheBody) {
   const void* const chain = HandlerChain();
   int sum = 7;
@@ -93,33 +122,46 @@ TEST(StructuredGuard, GivesTheCodeOfWhatEndedTheBody) {
   EXPECT_EQ(0u, Guarded([&] { sum += 1; }));
   EXPECT_EQ(static_cast<DWORD>(EXCEPTION_ACCESS_VIOLATION), Guarded([&] { sum += *nowhere; }));
   EXPECT_EQ(0x1234u, Guarded([&] {
+              const FrameRegistration between(&CountUnwinding);
               EXPECT_EQ(0x77u, Guarded([] { RaiseException(0x77, 0, 0, nullptr); }));
               RaiseException(0x1234, EXCEPTION_NONCONTINUABLE, 0, nullptr);
               sum = 0;
             }));
   EXPECT_EQ(8, sum);
+  EXPECT_EQ(1, unwound) << "the frames in between are asked to clean up";
   EXPECT_EQ(chain, HandlerChain());
 }
 
 TEST(SpareStack, RunsTheBodyElsewhereAndComesBack) {
-  struct Frames {
-    const char* here;
-    std::ptrdiff_t distance;
-  } frames = {};
-  char local = 0;
-  frames.here = &local;
+  const char* place = nullptr;
   RunOnSpareStack(
       [](void* context) {
-        volatile char far_away[kSpareStackSize / 2] = {};
-        Frames& frames = *static_cast<Frames*>(context);
-        frames.distance = const_cast<const char*>(far_away) - frames.here;
+        volatile char much[kSpareStackSize / 2] = {};
+        *static_cast<const char**>(context) = const_cast<const char*>(much);
         try {
           throw std::runtime_error("caught on the spare stack");
         } catch (const std::runtime_error&) {
         }
       },
-      &frames);
-  EXPECT_GT(std::abs(frames.distance), 0x10000);
+      &place);
+  EXPECT_FALSE(IsOnThreadStack(place));
+  MEMORY_BASIC_INFORMATION end = {};
+  VirtualQuery(place - kSpareStackSize / 2 + 0x800, &end, sizeof(end));  // amid the lowest page
+  EXPECT_EQ(DWORD{PAGE_NOACCESS}, end.Protect);
+}
+
+TEST(BoundedText, WhatDoesNotFitLeavesNothing) {
+  wchar_t text[8] = L"";
+  EXPECT_TRUE(wcscpy_s(text, 5, L"ab") && wcscat_s(text, 5, L"cd"));
+  EXPECT_STREQ(L"abcd", text);
+  EXPECT_FALSE(wcscat_s(text, 5, L"e"));
+  EXPECT_STREQ(L"", text);
+  EXPECT_TRUE(swprintf_s(text, 5, L"%s%d", L"abc", 1));
+  EXPECT_STREQ(L"abc1", text);
+  EXPECT_FALSE(wcscpy_s(text, 5, L"abcde"));
+  EXPECT_STREQ(L"", text);
+  EXPECT_FALSE(swprintf_s(text, 5, L"%s", L"abcde"));
+  EXPECT_STREQ(L"", text);
 }
 
 }  // namespace

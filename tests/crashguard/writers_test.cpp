@@ -24,6 +24,7 @@ struct Attempt {
 };
 std::vector<Attempt> attempts;
 std::size_t failing_attempts = 0;
+constexpr std::size_t kFault = 1000;
 
 BOOL WINAPI WriteNothing(HANDLE process, DWORD process_id, HANDLE file, MINIDUMP_TYPE type, PMINIDUMP_EXCEPTION_INFORMATION exception,
                          PMINIDUMP_USER_STREAM_INFORMATION streams, PMINIDUMP_CALLBACK_INFORMATION callback) {
@@ -38,6 +39,7 @@ BOOL WINAPI WriteNothing(HANDLE process, DWORD process_id, HANDLE file, MINIDUMP
   attempts.push_back({static_cast<unsigned>(type), comment, exception ? exception->ThreadId : 0});
   DWORD written = 0;
   WriteFile(file, "part", 4, &written, nullptr);
+  if (failing_attempts == kFault) RaiseException(static_cast<DWORD>(EXCEPTION_ACCESS_VIOLATION), 0, 0, nullptr);
   SetLastError(ERROR_DISK_FULL);
   return attempts.size() > failing_attempts;
 }
@@ -125,7 +127,7 @@ TEST_F(Writers, FullMemoryIsForOneProcessInSoMany) {
   const struct {
     std::int32_t divisor;
     bool full;
-  } rows[] = {{0, false}, {1, true}, {256, true}, {512, true}, {-512, true}, {1024, false}, {3, false}};
+  } rows[] = {{0, false}, {1, true}, {256, true}, {512, true}, {-512, true}, {1024, false}, {47, false}};
   EXPECT_EQ(256, handler_->SetFullDumpRatio(5));
   EXPECT_EQ(5, handler_->SetFullDumpRatio(0));
   for (const auto& row : rows) {
@@ -136,19 +138,25 @@ TEST_F(Writers, FullMemoryIsForOneProcessInSoMany) {
   }
 }
 
-TEST_F(Writers, AFileThatCannotBeCreatedIsStatus5AndStillAnEvent) {
+TEST_F(Writers, WhoBeganToWriteRaisesTheEventWhateverTheStatus) {
   int events = 0;
   const auto module = AcquireCrashGuard();
   const auto connection = module->ConnectDumpWritten([&] { ++events; });
   EXPECT_EQ(5u, handler_->WriteDumpInternal(nullptr, L"no\\such\\folder.mdmp", nullptr));
   EXPECT_EQ(1, events);
   EXPECT_THAT(attempts, IsEmpty());
+  failing_attempts = 3;
+  EXPECT_EQ(6u, handler_->WriteDumpInternal(nullptr, L"asked.mdmp", nullptr));
+  EXPECT_EQ(2, events);
+  EXPECT_EQ(4u, handler_->WriteDumpExternal(nullptr, nullptr, nullptr, nullptr));
+  EXPECT_EQ(7u, handler_->WriteDumpExternal(nullptr, nullptr, nullptr, L"Q:\\"));
+  EXPECT_EQ(2, events) << "no dumper, none started";
   EXPECT_EQ(0u, handler_->WriteDumpInternal(nullptr, L"asked.mdmp", nullptr)) << "nothing is held";
 }
 
 // The external writer, with a system that starts nothing: the command line that it was given.
 TEST_F(Writers, TheDumperLearnsEverythingFromItsCommandLine) {
-  const std::wstring longest(2048, L'c');
+  const std::wstring longest(2048, L'c'), quoted = longest + L'"';
   const struct {
     const wchar_t* comment;
     const wchar_t* dumper_folder;
@@ -157,7 +165,7 @@ TEST_F(Writers, TheDumperLearnsEverythingFromItsCommandLine) {
   } rows[] = {
       {L"a comment, with 'all' %s", L"D:\\suite", L"D:\\suite\\cvDump32.exe", L"a comment, with 'all' %s"},
       {nullptr, L"D:\\", L"D:\\cvDump32.exe", L""},
-      {L"say \"no\"", L"", L"cvDump32.exe", L"Comment contained illegal characters and was removed."},
+      {quoted.c_str(), L"", L"cvDump32.exe", L"Comment contained illegal characters and was removed."},
       {longest.c_str(), L"D:", L"D:\\cvDump32.exe", longest.c_str()},
   };
   std::wstring application, command_line;
@@ -204,7 +212,10 @@ TEST_F(Writers, WithoutAnyDumperFolderThereIsNoDumper) {
 TEST_F(Writers, ADumperWhoseEndCannotBeReadIsStatus7) {
   int events = 0;
   const auto module = AcquireCrashGuard();
-  const auto connection = module->ConnectDumpWritten([&] { ++events; });
+  const auto connection = module->ConnectDumpWritten([&] {
+    if (++events > 1) RaiseException(0x99, 0, 0, nullptr);
+    EXPECT_EQ(8u, handler_->WriteDumpInternal(nullptr, nullptr, nullptr)) << "still writing";
+  });
   std::vector<HANDLE> open;
   const ImportFake<decltype(CreateProcessW)> start("kernel32.dll", "CreateProcessW", [&](auto*, auto... arguments) {
     PROCESS_INFORMATION& information = *std::get<9>(std::tie(arguments...));
@@ -219,8 +230,12 @@ TEST_F(Writers, ADumperWhoseEndCannotBeReadIsStatus7) {
   });
   EXPECT_EQ(7u, handler_->WriteDumpExternal(nullptr, nullptr, nullptr, L"D:\\"));
   EXPECT_EQ(1, events);
-  EXPECT_THAT(log_.lines(), ElementsAre("narrow 4 crashguard: Failed to get exit code from dumper process, error: 6"));
+  EXPECT_THAT(log_.lines(), ElementsAre(HasSubstr("Attempted to WriteDump while another operation is already in progress"),
+                                        "narrow 4 crashguard: Failed to get exit code from dumper process, error: 6"));
   for (const HANDLE handle : open) EXPECT_FALSE(SetEvent(handle)) << "left open";
+  handler_->Install(folder_, folder_, 0, 0);
+  EXPECT_EQ(1u, handler_->WriteDump(nullptr, false, nullptr));
+  for (const HANDLE handle : open) EXPECT_FALSE(SetEvent(handle)) << "left open after a fault";
 }
 
 TEST_F(Writers, WriteDumpAsksBeforeItWrites) {
@@ -229,7 +244,8 @@ TEST_F(Writers, WriteDumpAsksBeforeItWrites) {
   ASSERT_EQ(1u, handler_->Install(folder_, folder_, 0, 2));
   log_.clear();
   EXCEPTION_POINTERS* const crash = Crash();
-  EXPECT_EQ(0u, handler_->WriteDump(crash, true, nullptr));
+  EXPECT_EQ(0u, handler_->WriteDump(crash, true, L", why"));
+  EXPECT_THAT(attempts.back().comment, testing::StartsWith(L"Dumped by CrashHandler, why"));
   EXPECT_THAT(log_.lines(), ElementsAre(HasSubstr("wide 4 crashguard: Failed to start process dumper at '"),
                                         "narrow 5 crashguard: Minidump generation failed with error: 7",
                                         "narrow 2 crashguard: Minidump created successfully. Exception code is: c0000005"));
@@ -244,6 +260,9 @@ TEST_F(Writers, WriteDumpAsksBeforeItWrites) {
   failing_attempts = attempts.size() + 3;
   EXPECT_EQ(6u, handler_->WriteDump(nullptr, false, nullptr));
   EXPECT_THAT(log_.lines(), ElementsAre(HasSubstr("due to error: "), HasSubstr("error: 7"))) << "and no success";
+  handler_->Uninstall();
+  handler_->Install(folder_, folder_, 0, 1);
+  EXPECT_EQ(0u, handler_->WriteDump(Crash(), true, nullptr)) << "a new install counts anew";
 }
 
 // A writer that ends in a structured exception gives the lock back: another thread can write.
@@ -253,6 +272,10 @@ TEST_F(Writers, AStructuredExceptionInAWriterIsStatus1) {
   const auto* const nowhere = reinterpret_cast<const wchar_t*>(1);
   EXPECT_EQ(1u, handler_->WriteDump(nullptr, false, nowhere));
   EXPECT_THAT(log_.lines(), ElementsAre("narrow 5 crashguard: Failed to write minidump, SEH exception encountered"));
+  failing_attempts = kFault;
+  EXPECT_EQ(1u, handler_->WriteDump(nullptr, false, nullptr));
+  EXPECT_THAT(Files(), IsEmpty()) << "no partial file stays";
+  failing_attempts = 0;
   std::uint32_t status = 99;
   std::thread([&] { status = handler_->WriteDumpInternal(nullptr, L"asked.mdmp", nullptr); }).join();
   EXPECT_EQ(0u, status);
