@@ -106,10 +106,12 @@ TEST_F(RuntimeHooks, AnotherExceptionMeanwhileIsNotTakenForTheThrow) {
   faults = false;
 }
 
+[[gnu::noinline]] void ThrowThree() { throw 3; }
+
 TEST_F(RuntimeHooks, WhatNobodyCatchesIsRaisedAgainAndAbortAsksItsHandler) {
   const auto fail = []() noexcept {
     ends = true;
-    throw 3;
+    ThrowThree();
   };
   EXPECT_EXIT(fail(), testing::ExitedWithCode(7), "");
   EXPECT_EXIT((std::signal(SIGABRT, [](int) { std::_Exit(8); }), std::abort()), testing::ExitedWithCode(8), "");
