@@ -1,7 +1,6 @@
-# The chapters of the tour that show what Security Center asks of the suite: enable, disable, update, start the firewall. Sourced by
-# demo, whose functions it uses. The restart with administrator rights is not shown: every program in Wine is an administrator's,
-# and Wine gives a restricted one no more rights when it is asked to.
-# shellcheck shell=bash
+# The chapters of the tour that show what Security Center asks of the suite: enable, disable, update, start the firewall. Sourced
+# by demo, whose functions it uses. The restart with administrator rights is not shown: every program in Wine is an
+# administrator's, and Wine gives a restricted one no more rights when it is asked to. shellcheck shell=bash
 
 tour_actions() {
   local setup='\\setup'

@@ -23,8 +23,9 @@ WINE_STREAMS = {"0xFFF0", "0x0"}  # its own, and an unused entry where there is 
 
 
 def wine(program, *words):
-    return subprocess.run([ROOT / "scripts/wine", SUITE + program, *words], stdin=subprocess.DEVNULL, stdout=subprocess.PIPE,
-                          stderr=subprocess.STDOUT, check=False, timeout=LONGEST_CASE).stdout.decode("utf-8", "replace").replace("\r", "")
+    run = subprocess.run([ROOT / "scripts/wine", SUITE + program, *words], stdin=subprocess.DEVNULL, stdout=subprocess.PIPE,
+                         stderr=subprocess.STDOUT, check=False, timeout=LONGEST_CASE)
+    return run.stdout.decode("utf-8", "replace").replace("\r", "")
 
 
 class Runner:

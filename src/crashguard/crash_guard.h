@@ -70,9 +70,9 @@ class ICrashGuardModule : public virtual mi::IModule {
   // One process in `divisor` writes dumps with its full memory; 0: none, 1: every one. Starts at 256. Returns the old divisor.
   virtual std::int32_t SetFullDumpRatio(std::int32_t divisor) = 0;
 
-  // `handler` is called on the thread that writes a dump, while other writers are locked out, until the connection, which the caller
-  // owns, ends. DumpWritten: after each run of a writer that began to write, whatever came of it. FatalDumpWritten: only after those
-  // since an exception that nobody handled.
+  // `handler` is called on the thread that writes a dump, while other writers are locked out, until the connection, which the
+  // caller owns, ends. DumpWritten: after each run of a writer that began to write, whatever came of it. FatalDumpWritten: only
+  // after those since an exception that nobody handled.
   virtual std::unique_ptr<mi::IEventConnection> ConnectDumpWritten(const EventHandler& handler) = 0;
   virtual std::unique_ptr<mi::IEventConnection> ConnectFatalDumpWritten(const EventHandler& handler) = 0;
 

@@ -1,5 +1,5 @@
-// The crash guard's one handler: its configuration, the process-wide hooks and the dump writers. What is thrown and what is not is
-// said in crash_guard.h; the filters of exception_filters.h call it on the crashing thread.
+// The crash guard's one handler: its configuration, the process-wide hooks and the dump writers. What is thrown and what is not
+// is said in crash_guard.h; the filters of exception_filters.h call it on the crashing thread.
 //
 // The external writer works in a process that may have lost its heap: everything that it needs lies in fixed buffers here.
 #pragma once

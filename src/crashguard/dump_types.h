@@ -1,4 +1,5 @@
-// What goes into a minidump, as bits of MINIDUMP_TYPE: which a first attempt asks for, and what the next ones leave out. No state.
+// What goes into a minidump, as bits of MINIDUMP_TYPE: which a first attempt asks for, and what the next ones leave out. No
+// state.
 #pragma once
 
 #include <windows.h>

@@ -6,9 +6,9 @@
 
 namespace crv::crashguard {
 
-// The unhandled-exception filter. Dumps the first crash of the process, one thread at a time, and ends the process itself while the
-// system shuts down or under a service account; otherwise the system's own crash handling follows. A console control thread that
-// the system started at another process's address of kernel32!CtrlRoutine is repaired instead and goes on.
+// The unhandled-exception filter. Dumps the first crash of the process, one thread at a time, and ends the process itself while
+// the system shuts down or under a service account; otherwise the system's own crash handling follows. A console control thread
+// that the system started at another process's address of kernel32!CtrlRoutine is repaired instead and goes on.
 LONG WINAPI TopLevelExceptionFilter(EXCEPTION_POINTERS* exception);
 
 // Sees every exception before its handlers do and dumps throws of crv::exceptions::fatal, within the dump limit. Never stops the

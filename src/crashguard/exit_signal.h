@@ -1,5 +1,5 @@
-// Lets a supervising process learn that this one is ending, and hold it meanwhile. Runs on the thread that ends the process or frees
-// the library, under the loader's lock.
+// Lets a supervising process learn that this one is ending, and hold it meanwhile. Runs on the thread that ends the process or
+// frees the library, under the loader's lock.
 #pragma once
 
 namespace crv::crashguard {

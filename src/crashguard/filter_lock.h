@@ -1,6 +1,6 @@
-// Keeps the process's unhandled-exception filter from being replaced: while locked, SetUnhandledExceptionFilter of kernel32 itself
-// does nothing and returns null, whoever calls it. Nothing is unlocked by destruction. Throws nothing, logs nothing; for one thread,
-// and no other thread may be calling the function meanwhile.
+// Keeps the process's unhandled-exception filter from being replaced: while locked, SetUnhandledExceptionFilter of kernel32
+// itself does nothing and returns null, whoever calls it. Nothing is unlocked by destruction. Throws nothing, logs nothing; for
+// one thread, and no other thread may be calling the function meanwhile.
 #pragma once
 
 #include <array>

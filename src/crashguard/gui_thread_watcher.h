@@ -1,6 +1,7 @@
 // The stop protocol of a thread that watches the host's GUI thread. The crash guard starts no such thread, it only ends one: a
-// host that has one derives from the controller, starts `thread_`, which keeps a shared pointer to the controller, and lets it wait
-// for `wake_up_` until `stop_requested_`. One thread stops; a controller whose thread is still joinable must not be destroyed.
+// host that has one derives from the controller, starts `thread_`, which keeps a shared pointer to the controller, and lets it
+// wait for `wake_up_` until `stop_requested_`. One thread stops; a controller whose thread is still joinable must not be
+// destroyed.
 #pragma once
 
 #include <condition_variable>
@@ -12,8 +13,8 @@ namespace crv::crashguard::detail {
 
 class GuiThreadWatcherController : public std::enable_shared_from_this<GuiThreadWatcherController> {
  public:
-  // Ask the thread to end and wait for it, or let it go. Without a thread they do nothing. StopAndJoin on the watcher thread itself
-  // throws std::system_error (resource_deadlock_would_occur).
+  // Ask the thread to end and wait for it, or let it go. Without a thread they do nothing. StopAndJoin on the watcher thread
+  // itself throws std::system_error (resource_deadlock_would_occur).
   void StopAndJoin();
   void StopAndDetach();
 

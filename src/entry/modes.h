@@ -13,8 +13,8 @@ void RunAsMode(const CommandLine& command_line);
 void RunFwMode(const CommandLine& command_line);
 
 // A request of one of the suite's own processes; the parent process has to be trusted (root/self_protection.h), or it is refused
-// with code 5 and "not trusted start, parent pid: %d". Update, or else register, or else unregister, for every product that is named
-// (antivirus, antispyware, firewall, in this order). An update takes the values of state and signatures. Products that were
+// with code 5 and "not trusted start, parent pid: %d". Update, or else register, or else unregister, for every product that is
+// named (antivirus, antispyware, firewall, in this order). An update takes the values of state and signatures. Products that were
 // handled before a failure stay handled.
 void RunSvcMode(const CommandLine& command_line);
 

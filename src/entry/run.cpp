@@ -39,7 +39,8 @@ void Dispatch(const CommandLine& command_line, const wchar_t* text) {
   throw exceptions::fatal(exceptions::kInvalidParameter, "run: %ls", text);
 }
 
-// Guards the process against crashes, which outlasts the call, and tells the self-protection driver of fatal dumps, which does not.
+// Guards the process against crashes, which outlasts the call, and tells the self-protection driver of fatal dumps, which does
+// not.
 class CrashGuard {
  public:
   CrashGuard() : module_(crashguard::AcquireCrashGuard()) {

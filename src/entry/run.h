@@ -9,7 +9,7 @@
 // wrong arguments of a mode, 5 for an untrusted parent, 0xFFFFFFFF for a failure without a code); 31 for any other standard
 // exception. Every failure is logged under the context "run". Exceptions that are not standard exceptions leave the call.
 //
-// Before anything else the process gets its crash guard, which stays when the call returns: a system without a writer of minidumps
-// (127) and a data folder that cannot be found fail the call even before a missing command line does (87). A crash guard that
-// cannot be installed, for want of the log folder perhaps, is no failure.
+// Before anything else the process gets its crash guard, which stays when the call returns: a system without a writer of
+// minidumps (127) and a data folder that cannot be found fail the call even before a missing command line does (87). A crash
+// guard that cannot be installed, for want of the log folder perhaps, is no failure.
 extern "C" std::uint32_t __stdcall run(const wchar_t* command_line);

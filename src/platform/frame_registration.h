@@ -1,6 +1,6 @@
 // A structured-exception handler of one stack frame. The 32-bit compiler has no __try: the record that Microsoft's compiler puts
-// on the thread's handler chain (fs:[0]) is put there by hand. The object lives on the stack of the thread that it guards, ends on
-// that thread, and in the reverse order of others of its kind.
+// on the thread's handler chain (fs:[0]) is put there by hand. The object lives on the stack of the thread that it guards, ends
+// on that thread, and in the reverse order of others of its kind.
 #pragma once
 
 #include <windows.h>
@@ -13,7 +13,8 @@ using FrameHandler = EXCEPTION_DISPOSITION(__cdecl*)(EXCEPTION_RECORD* exception
 
 inline constexpr DWORD kUnwinding = 0x2 | 0x4;  // EXCEPTION_UNWINDING, EXCEPTION_EXIT_UNWIND
 
-// The head of the calling thread's handler chain. The compiler's own intrinsics may be moved across the code that a handler guards.
+// The head of the calling thread's handler chain. The compiler's own intrinsics may be moved across the code that a handler
+// guards.
 inline void* HandlerChain() {
   void* head;
   asm volatile("movl %%fs:0, %0" : "=r"(head)::"memory");

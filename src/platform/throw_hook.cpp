@@ -1,6 +1,6 @@
 // The GNU runtime throws without a structured exception, so no vectored handler sees a throw. The linker leads every throw of the
-// image through the hook here (--wrap): it raises the exception that Microsoft's runtime would have raised, comes back, and throws.
-// Throwing again with "throw;" raises nothing.
+// image through the hook here (--wrap): it raises the exception that Microsoft's runtime would have raised, comes back, and
+// throws. Throwing again with "throw;" raises nothing.
 #include <typeinfo>
 
 #include "platform/frame_registration.h"

@@ -1,5 +1,5 @@
-// The structured exception with which Microsoft's runtime throws a C++ object, for those who raise one and those who read one. On 32-bit
-// Windows the addresses in it are absolute; images for other machines count them from the base in a fourth parameter.
+// The structured exception with which Microsoft's runtime throws a C++ object, for those who raise one and those who read one. On
+// 32-bit Windows the addresses in it are absolute; images for other machines count them from the base in a fourth parameter.
 #pragma once
 
 #include <windows.h>

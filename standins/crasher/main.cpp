@@ -119,7 +119,8 @@ int Main() {
   if (first == L"watch") {
     std::wstring command_line = GetCommandLineW();
     const std::size_t at = command_line.find(L" watch ");
-    return at == std::wstring::npos ? WrongUsage(L"a case is missing behind", first) : Watch(command_line.erase(at, 6), words.has(L"signal"));
+    if (at == std::wstring::npos) return WrongUsage(L"a case is missing behind", first);
+    return Watch(command_line.erase(at, 6), words.has(L"signal"));
   }
   const Case* const chosen = Find(first);
   return chosen ? Run(*chosen, words) : WrongUsage(L"there is no case", first);
