@@ -15,8 +15,6 @@
 
 namespace crv::standins {
 
-inline constexpr wchar_t kDumperFile[] = L"cvDump32.exe";
-
 inline constexpr wchar_t kDumperWrites[] = L"write";
 inline constexpr wchar_t kDumperExits[] = L"exit";
 inline constexpr wchar_t kDumperHangs[] = L"hang";

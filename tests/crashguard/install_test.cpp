@@ -12,7 +12,6 @@ namespace {
 
 using test::ImportFake;
 using testing::ElementsAre;
-using testing::IsEmpty;
 
 constexpr std::uint32_t kEverything = 0x3FD;
 constexpr char kHooked[] = "narrow 1 crashguard: CrashGuard global exception handler installed";

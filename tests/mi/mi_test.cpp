@@ -77,12 +77,5 @@ TEST(EventConnection, ManyThreadsLeaveNothingBehind) {
   ExpectCounts(0, 0);
 }
 
-TEST(EventConnection, OutlivesItsEvent) {
-  auto event = std::make_unique<boost::signals2::signal<void()>>();
-  EventConnection connection(event->connect([] {}));
-  event.reset();
-  connection.Disconnect();
-}
-
 }  // namespace
 }  // namespace crv::mi
