@@ -1,10 +1,8 @@
 // What the crash guard costs, beside the bare system calls; its throws are raised as in the product, which the other rows are not.
 #include <windows.h>
 #include <dbghelp.h>
-#include <shlobj.h>
 
 #include <cstdio>
-#include <cstdlib>
 #include <string>
 
 #include "base/exceptions.h"
@@ -12,6 +10,7 @@
 #include "bench.h"
 #include "crashguard/crash_guard.h"
 #include "crashguard/dump_types.h"
+#include "programs.h"
 
 namespace crv::bench {
 namespace {
@@ -20,45 +19,6 @@ constexpr int kFew = 7;    // for what takes seconds
 constexpr int kSome = 15;
 constexpr int kMany = 301;
 constexpr std::uint32_t kInstallFlags = crashguard::install_flags::kOfHosts;
-
-void Require(bool fine, const char* what) {
-  if (fine) return;
-  std::fprintf(stderr, "%s failed, last error %lu\n", what, GetLastError());
-  std::exit(1);
-}
-
-std::wstring Folder(int csidl) {
-  wchar_t path[MAX_PATH] = {};
-  SHGetFolderPathW(nullptr, csidl, nullptr, SHGFP_TYPE_CURRENT, path);
-  return path;
-}
-
-std::wstring OwnFolder() {
-  wchar_t path[MAX_PATH] = {};
-  GetModuleFileNameW(nullptr, path, MAX_PATH);
-  return std::wstring(path).substr(0, std::wstring(path).rfind(L'\\') + 1);
-}
-
-const std::wstring& Suite() {
-  static const std::wstring folder = Folder(CSIDL_PROGRAM_FILES) + L"\\CORVID Software\\Corvid";
-  return folder;
-}
-
-DWORD Run(const std::wstring& program, const std::wstring& arguments) {
-  std::wstring command_line = L"\"" + program + L"\" " + arguments;
-  STARTUPINFOW startup = {};
-  startup.cb = sizeof(startup);
-  PROCESS_INFORMATION started = {};
-  Require(CreateProcessW(program.c_str(), command_line.data(), nullptr, nullptr, FALSE, CREATE_NO_WINDOW, nullptr, nullptr, &startup,
-                         &started),
-          "CreateProcess");
-  WaitForSingleObject(started.hProcess, INFINITE);
-  DWORD code = 0;
-  GetExitCodeProcess(started.hProcess, &code);
-  CloseHandle(started.hThread);
-  CloseHandle(started.hProcess);
-  return code;
-}
 
 // A crash of this thread, as a filter gets it.
 EXCEPTION_POINTERS* Crash() {
@@ -86,12 +46,12 @@ void DumpRows(crashguard::ICrashGuardModule& guard, const std::wstring& folder) 
       });
   PrintRow(
       "dump by the dumper / starting the dumper", kFew,
-      [&] { Require(guard.WriteDumpExternal(crash, L"bench.mdmp", nullptr, Suite().c_str()) == 0, "WriteDumpExternal"); },
+      [&] { Require(guard.WriteDumpExternal(crash, L"bench.mdmp", nullptr, SuiteFolder().c_str()) == 0, "WriteDumpExternal"); },
       [&] {
         wchar_t arguments[512];
         _snwprintf(arguments, 512, L"--pid %lu --exception_ptr %p --thread_id %lu --dump_level 0 --dump_file \"%ls\" --comment \"\"",
                    GetCurrentProcessId(), static_cast<void*>(crash), GetCurrentThreadId(), path.c_str());
-        Require(Run(Suite() + L"\\cvDump32.exe", arguments) == 0, "cvDump32.exe");
+        Require(Run(SuiteFolder() + L"cvDump32.exe", arguments) == 0, "cvDump32.exe");
       });
   DeleteFileW(path.c_str());
 }
@@ -130,7 +90,7 @@ void RunAndLoadRows() {
     Require(library, "LoadLibrary");
     FreeLibrary(library);
   };
-  const std::wstring product = Suite() + L"\\wsc.dll";
+  const std::wstring product = SuiteFolder() + L"wsc.dll";
   const std::wstring empty = OwnFolder() + L"empty.dll";
   PrintRow("loading and freeing wsc.dll / an empty DLL", kMany, [&] { load(product); }, [&] { load(empty); });
 }
