@@ -10,10 +10,12 @@ int main() {
   HKEY key = nullptr;
   wchar_t folder[MAX_PATH] = {};
   DWORD size = sizeof(folder);
-  if (RegOpenKeyExW(HKEY_LOCAL_MACHINE, L"SOFTWARE\\CORVID Software\\Corvid", 0, KEY_QUERY_VALUE, &key) != ERROR_SUCCESS) return 1;
+  if (RegOpenKeyExW(HKEY_LOCAL_MACHINE, L"SOFTWARE\\CORVID Software\\Corvid", 0, KEY_QUERY_VALUE, &key) != ERROR_SUCCESS)
+    return 1;
   RegQueryValueExW(key, L"ProgramFolder", nullptr, nullptr, reinterpret_cast<BYTE*>(folder), &size);
   RegCloseKey(key);
-  const HMODULE library = LoadLibraryExW((std::wstring(folder) + L"\\cavm4h.dll").c_str(), nullptr, LOAD_WITH_ALTERED_SEARCH_PATH);
+  const HMODULE library =
+      LoadLibraryExW((std::wstring(folder) + L"\\cavm4h.dll").c_str(), nullptr, LOAD_WITH_ALTERED_SEARCH_PATH);
   if (!library) return 2;
   const auto function = [library](const char* name) { return reinterpret_cast<void*>(GetProcAddress(library, name)); };
   const auto start = reinterpret_cast<DWORD (*)(const wchar_t*, DWORD, DWORD)>(function("CavmStart"));

@@ -15,7 +15,7 @@
 namespace crv::bench {
 namespace {
 
-constexpr int kFew = 7;    // for what takes seconds
+constexpr int kFew = 7;  // for what takes seconds
 constexpr int kSome = 15;
 constexpr int kMany = 301;
 constexpr std::uint32_t kInstallFlags = crashguard::install_flags::kOfHosts;
@@ -40,7 +40,8 @@ void DumpRows(crashguard::ICrashGuardModule& guard, const std::wstring& folder) 
         const HANDLE file = CreateFileW(path.c_str(), GENERIC_ALL, FILE_SHARE_READ, nullptr, CREATE_ALWAYS, 0, nullptr);
         MINIDUMP_EXCEPTION_INFORMATION information = {GetCurrentThreadId(), crash, FALSE};
         Require(MiniDumpWriteDump(GetCurrentProcess(), GetCurrentProcessId(), file,
-                                  static_cast<MINIDUMP_TYPE>(crashguard::DumpType(GetVersion(), false)), &information, nullptr, nullptr),
+                                  static_cast<MINIDUMP_TYPE>(crashguard::DumpType(GetVersion(), false)), &information, nullptr,
+                                  nullptr),
                 "MiniDumpWriteDump");
         CloseHandle(file);
       });
@@ -49,7 +50,8 @@ void DumpRows(crashguard::ICrashGuardModule& guard, const std::wstring& folder) 
       [&] { Require(guard.WriteDumpExternal(crash, L"bench.mdmp", nullptr, SuiteFolder().c_str()) == 0, "WriteDumpExternal"); },
       [&] {
         wchar_t arguments[512];
-        _snwprintf(arguments, 512, L"--pid %lu --exception_ptr %p --thread_id %lu --dump_level 0 --dump_file \"%ls\" --comment \"\"",
+        _snwprintf(arguments, 512,
+                   L"--pid %lu --exception_ptr %p --thread_id %lu --dump_level 0 --dump_file \"%ls\" --comment \"\"",
                    GetCurrentProcessId(), static_cast<void*>(crash), GetCurrentThreadId(), path.c_str());
         Require(Run(SuiteFolder() + L"cvDump32.exe", arguments) == 0, "cvDump32.exe");
       });
@@ -72,11 +74,13 @@ void ThrowRow(crashguard::ICrashGuardModule& guard, const std::wstring& folder) 
   PrintRow("1000 throws, guarded / guarded (noise)", kSome, many, many);
   bool installed = true;
   const auto with = [&](bool wanted) {
-    if (wanted != installed) wanted ? static_cast<void>(guard.Install(folder, kInstallFlags, 3)) : static_cast<void>(guard.Uninstall());
+    if (wanted != installed)
+      wanted ? static_cast<void>(guard.Install(folder, kInstallFlags, 3)) : static_cast<void>(guard.Uninstall());
     installed = wanted;
     many();
   };
-  PrintRow("1000 throws, guarded / not (with Install and Uninstall)", kSome, [&] { with(true); }, [&] { with(false); });
+  PrintRow(
+      "1000 throws, guarded / not (with Install and Uninstall)", kSome, [&] { with(true); }, [&] { with(false); });
   guard.Uninstall();
 }
 
@@ -92,7 +96,8 @@ void RunAndLoadRows() {
   };
   const std::wstring product = SuiteFolder() + L"wsc.dll";
   const std::wstring empty = OwnFolder() + L"empty.dll";
-  PrintRow("loading and freeing wsc.dll / an empty DLL", kMany, [&] { load(product); }, [&] { load(empty); });
+  PrintRow(
+      "loading and freeing wsc.dll / an empty DLL", kMany, [&] { load(product); }, [&] { load(empty); });
 }
 
 }  // namespace

@@ -25,8 +25,8 @@ void RequestRows() {
   constexpr const wchar_t* kRequest = L"/svc /update /firewall /state:on";
   RequireSuccess("wsc_proxy.exe", Run(host, kRequest));  // registers, so that all measured runs only update
   PrintRow(
-      "wsc_proxy.exe /svc /update /firewall /state:on / bare program", 15, [&] { RequireSuccess("wsc_proxy.exe", Run(host, kRequest)); },
-      [&] { RequireSuccess("bare_request.exe", Run(bare, L"")); });
+      "wsc_proxy.exe /svc /update /firewall /state:on / bare program", 15,
+      [&] { RequireSuccess("wsc_proxy.exe", Run(host, kRequest)); }, [&] { RequireSuccess("bare_request.exe", Run(bare, L"")); });
 
   const std::wstring bare_enable = OwnFolder() + L"bare_enable.exe";
   constexpr const wchar_t* kEnable = L"/av /enable";

@@ -12,7 +12,9 @@ int main() {
   wchar_t** const words = CommandLineToArgvW(GetCommandLineW(), &count);
   if (count != 3) return -1;
   const std::wstring reader = words[1];
-  const std::wstring name = reader == L"module" ? ReadWithModule(words[2]) : reader == L"boost" ? ReadWithBoost(words[2]) : ReadWithSystem(words[2]);
+  const std::wstring name = reader == L"module"  ? ReadWithModule(words[2])
+                            : reader == L"boost" ? ReadWithBoost(words[2])
+                                                 : ReadWithSystem(words[2]);
   if (name != L"last") return -2;
   PROCESS_MEMORY_COUNTERS memory = {};
   GetProcessMemoryInfo(GetCurrentProcess(), &memory, sizeof(memory));

@@ -58,7 +58,8 @@ int MostMemory(const wchar_t* reader, const std::wstring& path) {
   wchar_t program[MAX_PATH] = {};
   GetModuleFileNameW(nullptr, program, MAX_PATH);
   std::wstring command_line = std::wstring(program);
-  command_line = L"\"" + command_line.substr(0, command_line.rfind(L'\\')) + L"\\settings_memory.exe\" " + reader + L" \"" + path + L"\"";
+  command_line =
+      L"\"" + command_line.substr(0, command_line.rfind(L'\\')) + L"\\settings_memory.exe\" " + reader + L" \"" + path + L"\"";
   STARTUPINFOW startup = {};
   startup.cb = sizeof(startup);
   PROCESS_INFORMATION started = {};
@@ -79,14 +80,17 @@ void SettingsRows() {
     const std::wstring path = WriteFile(size.bytes);
     char name[80];
     std::snprintf(name, sizeof(name), "settings file of %s / Boost's property tree", size.name);
-    PrintRow(name, size.rounds, [&] { Require(ReadWithModule(path)); }, [&] { Require(ReadWithBoost(path)); });
+    PrintRow(
+        name, size.rounds, [&] { Require(ReadWithModule(path)); }, [&] { Require(ReadWithBoost(path)); });
     std::snprintf(name, sizeof(name), "settings file of %s / GetPrivateProfileStringW", size.name);
-    PrintRow(name, size.rounds, [&] { Require(ReadWithModule(path)); }, [&] { Require(ReadWithSystem(path)); });
+    PrintRow(
+        name, size.rounds, [&] { Require(ReadWithModule(path)); }, [&] { Require(ReadWithSystem(path)); });
     if (size.bytes == 1 << 20) megabyte = MillisecondsOfModule(path, 10);
     if (size.bytes == 64 << 20) {
-      std::printf("  64 MB take the module %.1f times as long as 1 MB; most memory at 64 MB: module %d MB, Boost %d MB, system %d MB\n",
-                  MillisecondsOfModule(path, 2) / megabyte, MostMemory(L"module", path), MostMemory(L"boost", path),
-                  MostMemory(L"system", path));
+      std::printf(
+          "  64 MB take the module %.1f times as long as 1 MB; most memory at 64 MB: module %d MB, Boost %d MB, system %d MB\n",
+          MillisecondsOfModule(path, 2) / megabyte, MostMemory(L"module", path), MostMemory(L"boost", path),
+          MostMemory(L"system", path));
       std::fflush(stdout);
     }
     DeleteFileW(path.c_str());

@@ -46,9 +46,11 @@ void Put(IWbemClassObject* instance, const wchar_t* name, _variant_t value) { Re
 // The COM calls of one firewall update through WMI.
 void UpdateFirewallBare() {
   IWbemLocator* locator = nullptr;
-  Require(CoCreateInstance(CLSID_WbemLocator, nullptr, CLSCTX_INPROC_SERVER, IID_IWbemLocator, reinterpret_cast<void**>(&locator)));
+  Require(
+      CoCreateInstance(CLSID_WbemLocator, nullptr, CLSCTX_INPROC_SERVER, IID_IWbemLocator, reinterpret_cast<void**>(&locator)));
   IWbemServices* services = nullptr;
-  Require(locator->ConnectServer(_bstr_t(L"root\\SecurityCenter2").GetBSTR(), nullptr, nullptr, nullptr, 0, nullptr, nullptr, &services));
+  Require(locator->ConnectServer(_bstr_t(L"root\\SecurityCenter2").GetBSTR(), nullptr, nullptr, nullptr, 0, nullptr, nullptr,
+                                 &services));
   locator->Release();
   IWbemClassObject* wmi_class = nullptr;
   Require(services->GetObject(_bstr_t(L"FirewallProduct").GetBSTR(), 0, nullptr, &wmi_class, nullptr));
@@ -117,8 +119,8 @@ void Notifications(test::WscapiPatch& library, CountingWatcher& watcher) {
   const unsigned threads = ThreadCount();
   const unsigned long memory = PrivateKilobytes();
   for (int i = 0; i < kNotifications; ++i) library.Notify();
-  std::printf("%d notifications: %u calls of `changed`; threads %u before, %u after; memory %lu KB before, %lu KB after\n", kNotifications,
-              watcher.calls.load(), threads, ThreadCount(), memory, PrivateKilobytes());
+  std::printf("%d notifications: %u calls of `changed`; threads %u before, %u after; memory %lu KB before, %lu KB after\n",
+              kNotifications, watcher.calls.load(), threads, ThreadCount(), memory, PrivateKilobytes());
 }
 
 }  // namespace

@@ -13,6 +13,7 @@ DEBIAN_PACKAGES=(
   libc6-i386                  # the loader of 32-bit Wine
   python3 python3-pefile      # the look at the finished DLL
   lldb-14 llvm-14             # two readers of minidumps
+  clang-format-14             # the look at the sources' format
 )
 
 # 32-bit Wine is unpacked into the cache and never installed. The stamp names the list, so a changed list unpacks anew.

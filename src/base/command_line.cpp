@@ -48,7 +48,8 @@ void AppendSeparator(std::wstring& result) {
 
 void AppendSwitch(std::wstring& result, const std::wstring& name, const std::wstring& value) {
   constexpr const wchar_t* kNeedsQuotes = L" \"";
-  const bool quoted = name.find_first_of(kNeedsQuotes) != std::wstring::npos || value.find_first_of(kNeedsQuotes) != std::wstring::npos;
+  const bool quoted =
+      name.find_first_of(kNeedsQuotes) != std::wstring::npos || value.find_first_of(kNeedsQuotes) != std::wstring::npos;
   AppendSeparator(result);
   if (quoted) result.push_back(L'"');
   result.push_back(L'/');
@@ -105,9 +106,7 @@ const std::wstring& CommandLine::value(const wchar_t* name) const {
   return found == switches_.end() ? none : found->second;
 }
 
-void CommandLine::set(std::wstring name, std::wstring value) {
-  switches_.insert_or_assign(std::move(name), std::move(value));
-}
+void CommandLine::set(std::wstring name, std::wstring value) { switches_.insert_or_assign(std::move(name), std::move(value)); }
 
 std::wstring CommandLine::arguments() const {
   std::wstring result;

@@ -12,9 +12,9 @@
 
 namespace crv::exceptions {
 
-inline constexpr std::uint32_t kNoCode = 0xFFFFFFFF;        // of an exception built from a message alone
-inline constexpr std::uint32_t kInvalidParameter = 87;      // ERROR_INVALID_PARAMETER
-inline constexpr std::uint32_t kBadArguments = 160;         // ERROR_BAD_ARGUMENTS
+inline constexpr std::uint32_t kNoCode = 0xFFFFFFFF;    // of an exception built from a message alone
+inline constexpr std::uint32_t kInvalidParameter = 87;  // ERROR_INVALID_PARAMETER
+inline constexpr std::uint32_t kBadArguments = 160;     // ERROR_BAD_ARGUMENTS
 
 namespace detail {
 

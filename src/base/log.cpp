@@ -63,18 +63,18 @@ void LogWide(LogLevel level, const Tag& tag, const wchar_t* format, std::va_list
 }
 
 // One pair of entry points for each level; C variadic functions cannot share a body.
-#define CRV_DEFINE_LEVEL(Name, level)                          \
-  void Name(const Tag& tag, const char* format, ...) {         \
-    std::va_list arguments;                                    \
-    va_start(arguments, format);                               \
-    const ArgumentListEnd end(arguments);                      \
-    LogNarrow(LogLevel::level, tag, format, arguments);        \
-  }                                                            \
-  void Name(const Tag& tag, const wchar_t* format, ...) {      \
-    std::va_list arguments;                                    \
-    va_start(arguments, format);                               \
-    const ArgumentListEnd end(arguments);                      \
-    LogWide(LogLevel::level, tag, format, arguments);          \
+#define CRV_DEFINE_LEVEL(Name, level)                     \
+  void Name(const Tag& tag, const char* format, ...) {    \
+    std::va_list arguments;                               \
+    va_start(arguments, format);                          \
+    const ArgumentListEnd end(arguments);                 \
+    LogNarrow(LogLevel::level, tag, format, arguments);   \
+  }                                                       \
+  void Name(const Tag& tag, const wchar_t* format, ...) { \
+    std::va_list arguments;                               \
+    va_start(arguments, format);                          \
+    const ArgumentListEnd end(arguments);                 \
+    LogWide(LogLevel::level, tag, format, arguments);     \
   }
 CRV_DEFINE_LEVEL(Info, info)
 CRV_DEFINE_LEVEL(Debug, debug)

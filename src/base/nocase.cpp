@@ -48,8 +48,8 @@ int compare(const wchar_t* left, std::uint32_t left_length, const wchar_t* right
 }
 
 bool Less::operator()(const std::wstring& left, const std::wstring& right) const {
-  return compare(left.data(), static_cast<std::uint32_t>(left.size()), right.data(),
-                 static_cast<std::uint32_t>(right.size()), kNoMaximum, locale_) < 0;
+  return compare(left.data(), static_cast<std::uint32_t>(left.size()), right.data(), static_cast<std::uint32_t>(right.size()),
+                 kNoMaximum, locale_) < 0;
 }
 
 }  // namespace crv::nocase

@@ -20,30 +20,30 @@ namespace crv::crashguard {
 
 // Bits of the install flags; others are ignored.
 namespace install_flags {
-inline constexpr std::uint32_t kLockFilter = 0x1;        // nobody else can replace the unhandled-exception filter
+inline constexpr std::uint32_t kLockFilter = 0x1;         // nobody else can replace the unhandled-exception filter
 inline constexpr std::uint32_t kVectoredHandler = 0x100;  // every throw of crv::exceptions::fatal is dumped as it happens
 inline constexpr std::uint32_t kErrorMode = 0x200;        // the system shows no error boxes; not taken back by Uninstall
 inline constexpr std::uint32_t kOfHosts = 0x3FD;          // what the suite's hosts pass: all of these, among bits without meaning
 }  // namespace install_flags
 
 namespace install_status {
-inline constexpr std::uint32_t kInstalled = 0;          // the external dumper is there
-inline constexpr std::uint32_t kInternalOnly = 1;       // installed; the dumper's file is missing
-inline constexpr std::uint32_t kAlreadyInstalled = 2;   // ignored
-inline constexpr std::uint32_t kNoDumpFolder = 3;       // it does not exist or is no folder
-inline constexpr std::uint32_t kHooksFailed = 5;        // not all hooks could be installed; those that could are
-inline constexpr std::uint32_t kNoHostName = 6;         // the host executable's file name could not be read
+inline constexpr std::uint32_t kInstalled = 0;         // the external dumper is there
+inline constexpr std::uint32_t kInternalOnly = 1;      // installed; the dumper's file is missing
+inline constexpr std::uint32_t kAlreadyInstalled = 2;  // ignored
+inline constexpr std::uint32_t kNoDumpFolder = 3;      // it does not exist or is no folder
+inline constexpr std::uint32_t kHooksFailed = 5;       // not all hooks could be installed; those that could are
+inline constexpr std::uint32_t kNoHostName = 6;        // the host executable's file name could not be read
 }  // namespace install_status
 
 namespace dump_status {
 inline constexpr std::uint32_t kWritten = 0;
-inline constexpr std::uint32_t kException = 1;     // a structured exception ended the writing
+inline constexpr std::uint32_t kException = 1;  // a structured exception ended the writing
 inline constexpr std::uint32_t kNotInstalled = 2;
-inline constexpr std::uint32_t kNoDumper = 4;      // external: no dumper folder given, and none known before Install
-inline constexpr std::uint32_t kNoFile = 5;        // internal: the dump file could not be created
-inline constexpr std::uint32_t kWriteFailed = 6;   // internal: all three attempts failed
-inline constexpr std::uint32_t kNotStarted = 7;    // external: the dumper could not be started or its exit code not be read
-inline constexpr std::uint32_t kRefused = 8;       // dump limit reached, context already dumped, or a writer is busy
+inline constexpr std::uint32_t kNoDumper = 4;     // external: no dumper folder given, and none known before Install
+inline constexpr std::uint32_t kNoFile = 5;       // internal: the dump file could not be created
+inline constexpr std::uint32_t kWriteFailed = 6;  // internal: all three attempts failed
+inline constexpr std::uint32_t kNotStarted = 7;   // external: the dumper could not be started or its exit code not be read
+inline constexpr std::uint32_t kRefused = 8;      // dump limit reached, context already dumped, or a writer is busy
 // Any other value of the external writer is the dumper's exit code.
 }  // namespace dump_status
 

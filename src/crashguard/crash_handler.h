@@ -51,8 +51,8 @@ class CrashHandler {
  private:
   class Writer;
 
-  static constexpr std::size_t kPathSize = 261;           // characters, the terminating NUL included
-  static constexpr std::size_t kPathLimit = 260;          // of the texts that make up a dump path
+  static constexpr std::size_t kPathSize = 261;   // characters, the terminating NUL included
+  static constexpr std::size_t kPathLimit = 260;  // of the texts that make up a dump path
   static constexpr std::size_t kCommandLineSize = 3072;
 
   std::uint32_t InstallAfterMark(const std::wstring& dump_folder, const std::wstring& dumper_folder, std::uint32_t flags);

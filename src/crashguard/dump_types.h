@@ -7,9 +7,9 @@
 
 namespace crv::crashguard {
 
-inline constexpr unsigned kThreadInformation =
-    MiniDumpWithUnloadedModules | MiniDumpWithIndirectlyReferencedMemory | MiniDumpWithProcessThreadData | MiniDumpWithThreadInfo |
-    MiniDumpWithTokenInformation;
+inline constexpr unsigned kThreadInformation = MiniDumpWithUnloadedModules | MiniDumpWithIndirectlyReferencedMemory |
+                                               MiniDumpWithProcessThreadData | MiniDumpWithThreadInfo |
+                                               MiniDumpWithTokenInformation;
 inline constexpr unsigned kWholeMemory = MiniDumpWithFullMemory | MiniDumpWithFullMemoryInfo;
 static_assert(kThreadInformation == 0x41160 && kWholeMemory == 0x802);
 

@@ -8,7 +8,7 @@
 namespace crv::crashguard {
 
 void CrashSignalAtExit() {
-  constexpr DWORD kBufferSize = 16;   // characters
+  constexpr DWORD kBufferSize = 16;    // characters
   constexpr DWORD kHandleLength = 10;  // 0x and eight hexadecimal digits
   wchar_t text[kBufferSize];
   if (GetEnvironmentVariableW(L"CRV_CRASH_SIGNAL_EVENT", text, kBufferSize) != kHandleLength) return;

@@ -60,9 +60,8 @@ std::uint32_t CrashHandler::StartDumperAndWait(Writer& writer) {
   if (!CreateProcessW(dumper_, command_line_, nullptr, nullptr, FALSE, CREATE_NO_WINDOW, nullptr, nullptr, &startup_,
                       &dumper_process_)) {
     const DWORD error = GetLastError();
-    Record([&] {
-      log::Error(tag, L"Failed to start process dumper at '%s' due to error: %d", dumper_, static_cast<int>(error));
-    });
+    Record(
+        [&] { log::Error(tag, L"Failed to start process dumper at '%s' due to error: %d", dumper_, static_cast<int>(error)); });
     return dump_status::kNotStarted;
   }
   WaitForSingleObject(dumper_process_.hProcess, INFINITE);

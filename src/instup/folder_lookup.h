@@ -17,9 +17,9 @@ using Markers = std::span<const wchar_t* const>;  // file names; a null one, lik
 
 struct FolderQuery {
   const wchar_t* value_name;
-  const wchar_t* key_path;               // below HKEY_LOCAL_MACHINE
-  std::wstring default_base = {};        // empty: no default
-  const wchar_t* sub_folder = nullptr;   // of the default base; without one a registry value is not checked, with "" it is
+  const wchar_t* key_path;              // below HKEY_LOCAL_MACHINE
+  std::wstring default_base = {};       // empty: no default
+  const wchar_t* sub_folder = nullptr;  // of the default base; without one a registry value is not checked, with "" it is
   Markers markers = {};
   int mode = kMustExist;
 };

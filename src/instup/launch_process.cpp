@@ -12,8 +12,8 @@ bool LaunchProcess(const std::wstring& command_line, std::uint32_t* exit_code) {
   startup.cb = sizeof(startup);
   PROCESS_INFORMATION started = {};
   // Suspended until it may take the foreground.
-  if (!CreateProcessW(nullptr, writable.data(), nullptr, nullptr, FALSE, CREATE_SUSPENDED | NORMAL_PRIORITY_CLASS, nullptr, nullptr,
-                      &startup, &started)) {
+  if (!CreateProcessW(nullptr, writable.data(), nullptr, nullptr, FALSE, CREATE_SUSPENDED | NORMAL_PRIORITY_CLASS, nullptr,
+                      nullptr, &startup, &started)) {
     return false;
   }
   const root::ScopedKernelHandle process(started.hProcess);

@@ -14,8 +14,8 @@ namespace {
 constexpr std::string_view kUtf16LittleEndian = "\xFF\xFE";
 constexpr std::string_view kUtf16BigEndian = "\xFE\xFF";
 constexpr std::string_view kUtf8 = "\xEF\xBB\xBF";
-constexpr DWORD kWholeFile = 0xFFFFFFFF;     // low half of the locked length
-constexpr DWORD kFileTooLarge = 223;         // ERROR_FILE_TOO_LARGE
+constexpr DWORD kWholeFile = 0xFFFFFFFF;  // low half of the locked length
+constexpr DWORD kFileTooLarge = 223;      // ERROR_FILE_TOO_LARGE
 
 std::wstring DecodeUtf16(std::string_view bytes, bool big_endian) {
   std::wstring text(bytes.size() / 2, L'\0');
@@ -70,8 +70,8 @@ DWORD ReadWhole(HANDLE file, std::vector<char>& bytes) {
 
 // The error of the failed step, or 0 with the file's parse in `tree`. The file stays locked until it is parsed.
 DWORD Load(const std::wstring& path, SettingsTree& tree) {
-  const root::ScopedFile file(CreateFileW(path.c_str(), FILE_READ_DATA, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr,
-                                          OPEN_EXISTING, FILE_FLAG_SEQUENTIAL_SCAN, nullptr));
+  const root::ScopedFile file(CreateFileW(path.c_str(), FILE_READ_DATA, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE,
+                                          nullptr, OPEN_EXISTING, FILE_FLAG_SEQUENTIAL_SCAN, nullptr));
   if (!file) return GetLastError();
   const SharedLock lock(file.get());
   if (!lock.locked()) return GetLastError();

@@ -9,7 +9,8 @@ namespace crv::platform {
 
 // As the system calls it, with the record's own address for `frame`. While the system unwinds it is called again with
 // kUnwinding set in the record's flags and must answer ExceptionContinueSearch.
-using FrameHandler = EXCEPTION_DISPOSITION(__cdecl*)(EXCEPTION_RECORD* exception, void* frame, CONTEXT* context, void* dispatcher);
+using FrameHandler = EXCEPTION_DISPOSITION(__cdecl*)(EXCEPTION_RECORD* exception, void* frame, CONTEXT* context,
+                                                     void* dispatcher);
 
 inline constexpr DWORD kUnwinding = 0x2 | 0x4;  // EXCEPTION_UNWINDING, EXCEPTION_EXIT_UNWIND
 

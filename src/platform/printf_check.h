@@ -4,8 +4,7 @@
 
 #if defined(__GNUC__) && defined(_WIN32)
 // Positions count from 1; in member functions `this` is position 1.
-#define CRV_PRINTF(format_position, first_argument) \
-  __attribute__((format(ms_printf, format_position, first_argument)))
+#define CRV_PRINTF(format_position, first_argument) __attribute__((format(ms_printf, format_position, first_argument)))
 #else
 #define CRV_PRINTF(format_position, first_argument)
 #endif

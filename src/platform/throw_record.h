@@ -13,7 +13,7 @@ inline constexpr DWORD kThrownObject = 0xE06D7363;  // the exception code
 inline constexpr ULONG_PTR kThrowMagic = 0x19930520;
 
 enum ThrowParameter : DWORD { kMagic, kObject, kThrowInfo, kImageBase };  // indices into ExceptionInformation
-inline constexpr DWORD kThrowParameters = 3;                                // of the 32-bit form
+inline constexpr DWORD kThrowParameters = 3;                              // of the 32-bit form
 
 struct TypeDescriptor {
   const void* vftable;

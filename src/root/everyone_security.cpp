@@ -13,7 +13,8 @@ bool EveryoneSecurity::Build() {
   auto* const acl = reinterpret_cast<ACL*>(acl_);
   const bool built =
       InitializeAcl(acl, kAclSize, ACL_REVISION) &&
-      AddAccessAllowedAceEx(acl, ACL_REVISION, OBJECT_INHERIT_ACE | INHERIT_ONLY_ACE, GENERIC_ALL, everyone.get()) &&  // the files
+      AddAccessAllowedAceEx(acl, ACL_REVISION, OBJECT_INHERIT_ACE | INHERIT_ONLY_ACE, GENERIC_ALL,
+                            everyone.get()) &&                                                             // the files
       AddAccessAllowedAceEx(acl, ACL_REVISION, CONTAINER_INHERIT_ACE, FILE_ALL_ACCESS, everyone.get()) &&  // the folders
       InitializeSecurityDescriptor(&descriptor_, SECURITY_DESCRIPTOR_REVISION) &&
       SetSecurityDescriptorDacl(&descriptor_, TRUE, acl, FALSE);

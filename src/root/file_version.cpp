@@ -24,7 +24,8 @@ FileVersion GetFileVersion(const std::wstring& path) {
   if (block_size < sizeof(*info) || info->dwSignature != VS_FFI_SIGNATURE) {
     throw exceptions::error(GetLastError(), "VerQueryValueW signature is invalid");
   }
-  return {HIWORD(info->dwFileVersionMS), LOWORD(info->dwFileVersionMS), HIWORD(info->dwFileVersionLS), LOWORD(info->dwFileVersionLS)};
+  return {HIWORD(info->dwFileVersionMS), LOWORD(info->dwFileVersionMS), HIWORD(info->dwFileVersionLS),
+          LOWORD(info->dwFileVersionLS)};
 }
 
 }  // namespace crv::root

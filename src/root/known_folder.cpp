@@ -27,8 +27,8 @@ std::wstring WindowsFolder(std::uint32_t csidl) {
 
 std::wstring CommonAppDataFolder(std::uint32_t csidl) {
   std::wstring folder;
-  if (!QueryString(HKEY_LOCAL_MACHINE, L"SOFTWARE\\Microsoft\\Windows\\CurrentVersion\\Explorer\\Shell Folders", L"Common AppData",
-                   folder, 0)) {
+  if (!QueryString(HKEY_LOCAL_MACHINE, L"SOFTWARE\\Microsoft\\Windows\\CurrentVersion\\Explorer\\Shell Folders",
+                   L"Common AppData", folder, 0)) {
     Fail(GetLastError(), csidl);
   }
   if (folder.size() > kFolderSize) folder.resize(kFolderSize);

@@ -39,7 +39,7 @@ struct OptionalFunctionTable {
   RtlGetVersionFunction* rtl_get_version = nullptr;
 
   // The table.
-  bool is_wow64 = false;                             // a 32-bit process on 64-bit Windows
+  bool is_wow64 = false;                              // a 32-bit process on 64-bit Windows
   FsRedirectionSwitch* redirection_switch = nullptr;  // Wow64EnableWow64FsRedirection; null when not under WOW64
   IsWow64ProcessFunction* is_wow64_process = nullptr;
   HMODULE ntdll = nullptr;

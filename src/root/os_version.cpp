@@ -11,7 +11,7 @@ namespace {
 }  // namespace
 
 OSVERSIONINFOEXW ReadOsVersion() {
-  using RtlGetVersionFunction = LONG WINAPI(OSVERSIONINFOEXW* version);
+  using RtlGetVersionFunction = LONG WINAPI(OSVERSIONINFOEXW * version);
   OSVERSIONINFOEXW version = {};
   version.dwOSVersionInfoSize = sizeof(version);
   GetProcAddressOrThrow<RtlGetVersionFunction>(L"ntdll", "RtlGetVersion")(&version);

@@ -28,9 +28,7 @@ class Scanner {
     return at;
   }
 
-  bool HasDrive(std::uint32_t at) const {
-    return Lower(path_[at]) >= L'a' && Lower(path_[at]) <= L'z' && path_[at + 1] == L':';
-  }
+  bool HasDrive(std::uint32_t at) const { return Lower(path_[at]) >= L'a' && Lower(path_[at]) <= L'z' && path_[at + 1] == L':'; }
 
   // The index behind the text if it stands there, otherwise 0 (no text that is looked for stands at the very start).
   std::uint32_t MatchText(std::uint32_t at, const wchar_t* lower_case_text) const {

@@ -7,17 +7,17 @@
 namespace crv::root {
 
 enum PathRootFlags : std::uint32_t {
-  kPathUncRoot = 0x1,             // "\\server\share", or the "UNC" form after a prefix
-  kPathAbsolute = 0x2,            // two separators at the start, or a drive letter before a separator or the end
-  kPathMoreFollows = 0x4,         // something other than separators follows the root
-  kPathShare = 0x8,               // a share part follows the server part
-  kPathSeparatorFollows = 0x10,   // separators follow the root directly
-  kPathDriveRoot = 0x100,         // a drive letter
-  kPathQuestionPrefix = 0x200,    // the prefix "\\?\"
-  kPathDotPrefix = 0x400,         // the prefix "\\.\"
-  kPathPrefixedUnc = 0x800,       // "UNC" after a prefix
-  kPathVolumeGuid = 0x1000,       // "Volume{GUID}" after a prefix
-  kPathDevice = 0x4000,           // "Device\name" after a prefix, behind "GlobalRoot\" or not
+  kPathUncRoot = 0x1,            // "\\server\share", or the "UNC" form after a prefix
+  kPathAbsolute = 0x2,           // two separators at the start, or a drive letter before a separator or the end
+  kPathMoreFollows = 0x4,        // something other than separators follows the root
+  kPathShare = 0x8,              // a share part follows the server part
+  kPathSeparatorFollows = 0x10,  // separators follow the root directly
+  kPathDriveRoot = 0x100,        // a drive letter
+  kPathQuestionPrefix = 0x200,   // the prefix "\\?\"
+  kPathDotPrefix = 0x400,        // the prefix "\\.\"
+  kPathPrefixedUnc = 0x800,      // "UNC" after a prefix
+  kPathVolumeGuid = 0x1000,      // "Volume{GUID}" after a prefix
+  kPathDevice = 0x4000,          // "Device\name" after a prefix, behind "GlobalRoot\" or not
 };
 
 // Indexes count characters from the start of the path.

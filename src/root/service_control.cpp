@@ -13,7 +13,8 @@ namespace crv::root {
 namespace {
 
 constexpr std::uint32_t kPollInterval = 100;  // ms
-constexpr std::uint32_t kLongestWait = std::numeric_limits<std::uint32_t>::max() - kPollInterval;  // ms; one more interval would overflow
+constexpr std::uint32_t kLongestWait =
+    std::numeric_limits<std::uint32_t>::max() - kPollInterval;  // ms; one more interval would overflow
 
 // A service that was opened, with the last status that it is known to have.
 class Service {
@@ -75,7 +76,8 @@ class TemporaryServiceKey {
   const bool created_;
 };
 
-void Request(Service& service, const std::wstring& name, std::uint32_t control, std::uint32_t skip_state, std::uint32_t target_state) {
+void Request(Service& service, const std::wstring& name, std::uint32_t control, std::uint32_t skip_state,
+             std::uint32_t target_state) {
   const TemporaryServiceKey key(name, service.type());
   if (service.state() == skip_state || service.state() == target_state) return;
   if (control == kControlStart) {

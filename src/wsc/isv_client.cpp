@@ -35,8 +35,8 @@ template <typename Interface>
 typename isv_client<Interface>::Pointer isv_client<Interface>::create() {
   sc::ensure_running();
   Pointer pointer;
-  const HRESULT result = CoCreateInstance(CLSID_WscIsv, nullptr, CLSCTX_INPROC_SERVER, Pointer::GetIID(),
-                                          reinterpret_cast<void**>(&pointer));
+  const HRESULT result =
+      CoCreateInstance(CLSID_WscIsv, nullptr, CLSCTX_INPROC_SERVER, Pointer::GetIID(), reinterpret_cast<void**>(&pointer));
   if (FAILED(result)) {
     throw exceptions::error(result, "CoCreateInstance CLSID_WscIsv: %s", platform::ClassTypeName(typeid(Pointer)).c_str());
   }
@@ -90,9 +90,8 @@ HRESULT isv_client<Interface>::PushStatus(Call update) {
 }
 
 template <typename Interface>
-void isv_client<Interface>::update_status(ProductState state, SignatureStatus signatures)
-  requires(!std::same_as<Interface, IWscFWStatus>)
-{
+void isv_client<Interface>::update_status(ProductState state,
+                                          SignatureStatus signatures) requires(!std::same_as<Interface, IWscFWStatus>) {
   const std::string type_name = TypeName();
   log::Info(tag, "Updating %s", type_name.c_str());
   const BOOL up_to_date = signatures == SignatureStatus::up_to_date ? TRUE : FALSE;
@@ -103,9 +102,7 @@ void isv_client<Interface>::update_status(ProductState state, SignatureStatus si
 }
 
 template <typename Interface>
-void isv_client<Interface>::update_status(ProductState state)
-  requires(std::same_as<Interface, IWscFWStatus>)
-{
+void isv_client<Interface>::update_status(ProductState state) requires(std::same_as<Interface, IWscFWStatus>) {
   const HRESULT result = PushStatus([&](const Pointer& product) { return product->UpdateStatus(state); });
   if (FAILED(result)) throw exceptions::error(result, "WSC UpdateStatus: FW");
   log::Info(tag, "UpdateStatus succeeded: 0x%08x", Hex(result));

@@ -28,12 +28,10 @@ class isv_client {
 
   // Pushes the state. Registers first when the recorded name is missing or another, and again when Security Center does not know
   // the product. The state `on` then switches Windows Defender off (defender.h).
-  static void update_status(ProductState state, SignatureStatus signatures)
-    requires(!std::same_as<Interface, IWscFWStatus>);
+  static void update_status(ProductState state, SignatureStatus signatures) requires(!std::same_as<Interface, IWscFWStatus>);
 
   // The firewall has no signatures.
-  static void update_status(ProductState state)
-    requires(std::same_as<Interface, IWscFWStatus>);
+  static void update_status(ProductState state) requires(std::same_as<Interface, IWscFWStatus>);
 
   // The record of the kind's registered name (registered_name.h).
   static bool registered_name_differs();

@@ -61,8 +61,8 @@ const wchar_t* wmi_namespace(std::uint32_t major) { return major >= 6 ? L"root\\
 IWbemServicesPtr wmi_connect() {
   const wchar_t* const name = wmi_namespace(root::OsVersionRecord().dwMajorVersion);
   IWbemLocatorPtr locator;
-  HRESULT result = CoCreateInstance(CLSID_WbemLocator, nullptr, CLSCTX_INPROC_SERVER, IID_IWbemLocator,
-                                    reinterpret_cast<void**>(&locator));
+  HRESULT result =
+      CoCreateInstance(CLSID_WbemLocator, nullptr, CLSCTX_INPROC_SERVER, IID_IWbemLocator, reinterpret_cast<void**>(&locator));
   if (FAILED(result)) throw exceptions::error(result, "create CLSID_WbemLocator");
   IWbemServicesPtr services;
   result = locator->ConnectServer(_bstr_t(name).GetBSTR(), nullptr, nullptr, nullptr, 0, nullptr, nullptr, &services);

@@ -60,7 +60,8 @@ extern "C" {
 
 DWORD __cdecl CavmStart(const wchar_t* host, DWORD first, DWORD second) {
   return AnsweredStatus(AvManagerCalls(), L"CavmStart",
-                        std::wstring(host ? host : L"null") + L", " + std::to_wstring(first) + L", " + std::to_wstring(second), &Done);
+                        std::wstring(host ? host : L"null") + L", " + std::to_wstring(first) + L", " + std::to_wstring(second),
+                        &Done);
 }
 
 DWORD __cdecl CavmStop() { return AnsweredStatus(AvManagerCalls(), L"CavmStop", L"", &Done); }

@@ -50,7 +50,8 @@ void SetProviders(const Words& words) {
 const Area& AvManagerArea() {
   static const Area area = {
       .commands = {{L"providers", L"[running | stopped | suspended | N]...",
-                    L"the protection providers of the AV manager, one word or state number for each", 0, kAnyNumber, &SetProviders}},
+                    L"the protection providers of the AV manager, one word or state number for each", 0, kAnyNumber,
+                    &SetProviders}},
       .calls = &AvManagerCalls(),
       .install = &Install,
       .show = &Show,

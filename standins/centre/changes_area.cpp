@@ -79,8 +79,8 @@ void Clear() {
 
 const Area& ChangesArea() {
   static const Area area = {
-      .commands = {{L"changes", L"COUNT [MS]", L"notifies everybody who is registered for changes, spread over MS milliseconds", 1,
-                    2, &Notify},
+      .commands = {{L"changes", L"COUNT [MS]", L"notifies everybody who is registered for changes, spread over MS milliseconds",
+                    1, 2, &Notify},
                    {L"changes-library", L"normal | without-register | without-unregister | broken",
                     L"which variant of wscapi.dll lies beside the host", 1, 1, &ReplaceLibrary}},
       .calls = &ChangesCalls(),

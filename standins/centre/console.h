@@ -6,10 +6,10 @@
 
 namespace crv::standins::centre {
 
-void Print(const std::wstring& text);        // standard output, no line end added
+void Print(const std::wstring& text);  // standard output, no line end added
 void PrintLine(const std::wstring& text = L"");
-void PrintUtf8(const std::string& text);     // as it is
-void PrintError(const std::wstring& text);   // one line to the standard error output, behind "centre: "
+void PrintUtf8(const std::string& text);    // as it is
+void PrintError(const std::wstring& text);  // one line to the standard error output, behind "centre: "
 
 // What `print` prints, caught instead of shown.
 std::wstring Caught(void (*print)());

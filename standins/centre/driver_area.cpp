@@ -63,7 +63,8 @@ void WorkDriver(const Words& words) {
 const Area& DriverArea() {
   static const Area area = {
       .commands = {{L"driver", L"start | stop | remove | status | trust | distrust | answer N | short | fail STATUS",
-                    L"loads the self-protection driver or takes it away, and what it answers about a process", 1, 2, &WorkDriver}},
+                    L"loads the self-protection driver or takes it away, and what it answers about a process", 1, 2,
+                    &WorkDriver}},
       .uninstall = &RemoveDriver,
       .show = &Show,
       .clear = &RemoveDriver,

@@ -45,8 +45,8 @@ void TellDumper(const Words& words) {
 
 const Area& DumperArea() {
   static const Area area = {
-      .commands = {{L"dumper", L"write | exit | hang | crash [CODE]", L"what cvDump32.exe does when a dump is asked for, and its exit code",
-                    1, 2, &TellDumper}},
+      .commands = {{L"dumper", L"write | exit | hang | crash [CODE]",
+                    L"what cvDump32.exe does when a dump is asked for, and its exit code", 1, 2, &TellDumper}},
       .show = &Show,
       .clear = &Clear,
   };

@@ -19,8 +19,11 @@ constexpr wchar_t kAway[] = L".away";  // behind the name of a library that was 
 constexpr struct {
   const wchar_t* word;
   const wchar_t* key;  // null: none
-} kProducts[] = {
-    {L"current", kCurrentProduct}, {L"older", kOlderProduct}, {L"5.0", kOlderProduct5}, {L"4.0", kOlderProduct4}, {L"none", nullptr}};
+} kProducts[] = {{L"current", kCurrentProduct},
+                 {L"older", kOlderProduct},
+                 {L"5.0", kOlderProduct5},
+                 {L"4.0", kOlderProduct4},
+                 {L"none", nullptr}};
 
 std::wstring FolderOf(const std::wstring& path) { return path.substr(0, path.rfind(L'\\')); }
 
@@ -44,7 +47,8 @@ void Install() {
 void PutBack(const std::wstring& library) {
   const std::wstring path = Beside(library.c_str());
   if (IsThere(path)) return;
-  if (!MoveFileW((path + kAway).c_str(), path.c_str())) throw exceptions::error(GetLastError(), L"cannot put %s back", path.c_str());
+  if (!MoveFileW((path + kAway).c_str(), path.c_str()))
+    throw exceptions::error(GetLastError(), L"cannot put %s back", path.c_str());
 }
 
 void TakeAway(const std::wstring& library) {
@@ -89,7 +93,8 @@ void TellInstaller(const Words& words) {
   if (!known) throw UsageError{L"the installer knows update_setup, update_vps_and_program and repair, not '" + words[0] + L"'"};
   const std::wstring& behaviour = words[1];
   const bool takes_word = behaviour == L"exit" || behaviour == L"takes" || behaviour == L"moves-to";
-  if (words.size() != (takes_word ? 3u : 2u)) throw UsageError{L"'" + behaviour + (takes_word ? L"' takes one word" : L"' takes nothing")};
+  if (words.size() != (takes_word ? 3u : 2u))
+    throw UsageError{L"'" + behaviour + (takes_word ? L"' takes one word" : L"' takes nothing")};
   InstallerBehaviour told = ReadInstallerBehaviour(words[0]);
   if (behaviour == L"exit") {
     told.exit_code = NumberFrom(words[2]);
@@ -111,7 +116,8 @@ void WorkLibrary(const Words& words) {
   bool known = false;
   for (const wchar_t* const library : kLibraries) known = known || words[0] == library;
   if (!known || (words[1] != L"away" && words[1] != L"back")) {
-    throw UsageError{L"cavm4h.dll, crvData.dll or cvDump32.exe goes away or comes back, not '" + words[0] + L" " + words[1] + L"'"};
+    throw UsageError{L"cavm4h.dll, crvData.dll or cvDump32.exe goes away or comes back, not '" + words[0] + L" " + words[1] +
+                     L"'"};
   }
   words[1] == L"away" ? TakeAway(words[0]) : PutBack(words[0]);
 }
@@ -122,13 +128,14 @@ void RemoveSettings(const Words&) { DeleteFileW((SetupFolder() + L"\\setup.ini")
 
 const Area& InstallationArea() {
   static const Area area = {
-      .commands = {{L"installation", L"current | older | 5.0 | 4.0 | none", L"the product key under which the suite is registered", 1, 1,
-                    &RegisterAs},
+      .commands = {{L"installation", L"current | older | 5.0 | 4.0 | none",
+                    L"the product key under which the suite is registered", 1, 1, &RegisterAs},
                    {L"installer", L"OPERATION exit CODE | takes MS | moves-to FOLDER | leaves-reboot | removes-settings",
-                    L"how a run of instup.exe goes; OPERATION is update_setup, update_vps_and_program or repair", 2, 3, &TellInstaller},
+                    L"how a run of instup.exe goes; OPERATION is update_setup, update_vps_and_program or repair", 2, 3,
+                    &TellInstaller},
                    {L"settings-away", L"", L"deletes the installer's setup.ini", 0, 0, &RemoveSettings},
-                   {L"library", L"cavm4h.dll | crvData.dll | cvDump32.exe away | back", L"takes a file of the suite away, or puts it back", 2, 2,
-                    &WorkLibrary}},
+                   {L"library", L"cavm4h.dll | crvData.dll | cvDump32.exe away | back",
+                    L"takes a file of the suite away, or puts it back", 2, 2, &WorkLibrary}},
       .install = &Install,
       .uninstall = &UnregisterInstallation,
       .show = &Show,

@@ -15,10 +15,9 @@
 namespace crv::standins::centre {
 
 const std::vector<const Area*>& Areas() {
-  static const std::vector<const Area*> areas = {&SecurityCenterArea(), &WmiArea(),      &ServiceArea(),      &ChangesArea(),
-                                                  &DefenderArea(),       &DriverArea(),   &AvManagerArea(),    &FirewallArea(),
-                                                  &LogArea(),            &ProductArea(),  &InstallationArea(),
-                                                  &DumperArea()};
+  static const std::vector<const Area*> areas = {
+      &SecurityCenterArea(), &WmiArea(),      &ServiceArea(), &ChangesArea(), &DefenderArea(),     &DriverArea(),
+      &AvManagerArea(),      &FirewallArea(), &LogArea(),     &ProductArea(), &InstallationArea(), &DumperArea()};
   return areas;
 }
 
@@ -84,10 +83,10 @@ const Command kCommands[] = {
     {L"uninstall", L"", L"takes that back", 0, 0, &ForEachArea<&Area::uninstall>},
     {L"show", L"", L"the products as Security Center knows them, and the rest of the stage", 0, 0, &Show},
     {L"journal", L"", L"the calls that the stand-ins were asked for", 0, 0, &ShowJournal},
-    {L"script", L"NAME [ANSWER...]", L"the next answers of a call: ok, 0x8000000a, null, crash; \"forever ANSWER\", \"ANSWER xN\"", 1,
-     kAnyNumber, &ScriptCall},
+    {L"script", L"NAME [ANSWER...]",
+     L"the next answers of a call: ok, 0x8000000a, null, crash; \"forever ANSWER\", \"ANSWER xN\"", 1, kAnyNumber, &ScriptCall},
     {L"clear", L"", L"back to a healthy machine: no products, scripts, registered names, log or dumps; services run", 0, 0,
-      &ForEachArea<&Area::clear>},
+     &ForEachArea<&Area::clear>},
     {L"later", L"MS COMMAND...", L"another command, run by itself in MS milliseconds; returns at once", 2, kAnyNumber, &Later},
     {kRun, L"TAIL...", L"runs wsc_proxy.exe with the tail and shows what came of it", 0, kAnyNumber, nullptr},
 };

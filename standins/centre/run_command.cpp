@@ -88,7 +88,8 @@ DWORD Start(std::wstring command_line) {
   startup.cb = sizeof(startup);
   PROCESS_INFORMATION information = {};
   const std::wstring program = Beside(L"wsc_proxy.exe");
-  if (!CreateProcessW(program.c_str(), command_line.data(), nullptr, nullptr, TRUE, 0, nullptr, nullptr, &startup, &information)) {
+  if (!CreateProcessW(program.c_str(), command_line.data(), nullptr, nullptr, TRUE, 0, nullptr, nullptr, &startup,
+                      &information)) {
     throw exceptions::error(GetLastError(), L"cannot start %s", program.c_str());
   }
   const root::ScopedKernelHandle process(information.hProcess);

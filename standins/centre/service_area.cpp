@@ -57,7 +57,8 @@ std::wstring Describe(const ServiceBehaviour& behaviour) {
   if (behaviour.start == kStartRefuse) text = L"ends at start with " + std::to_wstring(behaviour.start_error);
   if (behaviour.start == kStartDie) text = L"dies at start";
   if (behaviour.refuse_stop) text += (text.empty() ? L"" : L", ") + std::wstring(L"refuses to stop");
-  if (behaviour.stop_delay) text += (text.empty() ? L"" : L", ") + (L"stops in " + std::to_wstring(behaviour.stop_delay) + L" ms");
+  if (behaviour.stop_delay)
+    text += (text.empty() ? L"" : L", ") + (L"stops in " + std::to_wstring(behaviour.stop_delay) + L" ms");
   return text.empty() ? L"normal" : text;
 }
 
@@ -136,7 +137,9 @@ const Action kActions[] = {
     {L"demand", false, &SetType<SERVICE_DEMAND_START>},
     {L"enable-and-start", false, [](const std::wstring& name, DWORD) { EnableAndStart(name); }},
     {L"enable-and-start-after", true,
-     [](const std::wstring& name, DWORD delay) { RunLater(delay, {L"service", name, L"enable-and-start"}); }},
+     [](const std::wstring& name, DWORD delay) {
+       RunLater(delay, {L"service", name, L"enable-and-start"});
+     }},
     {L"slow", true, [](const std::wstring& name, DWORD delay) { ChangeStart(name, kStartSlow, delay, 0); }},
     {L"hang", false, [](const std::wstring& name, DWORD) { ChangeStart(name, kStartHang, 0, 0); }},
     {L"refuse", true, [](const std::wstring& name, DWORD error) { ChangeStart(name, kStartRefuse, 0, error); }},
@@ -144,8 +147,7 @@ const Action kActions[] = {
     {L"refuse-stop", false, [](const std::wstring& name, DWORD) { Change<bool, &ServiceBehaviour::refuse_stop>(name, true); }},
     {L"slow-stop", true, &Change<DWORD, &ServiceBehaviour::stop_delay>},
     {L"normal", false, [](const std::wstring& name, DWORD) { Behave(name, {}); }},
-    {L"create", false,
-     [](const std::wstring& name, DWORD) { InstallService(name, ServiceProgram(), SERVICE_DEMAND_START); }},
+    {L"create", false, [](const std::wstring& name, DWORD) { InstallService(name, ServiceProgram(), SERVICE_DEMAND_START); }},
     {L"delete", false, [](const std::wstring& name, DWORD) { RemoveService(name); }},
 };
 

@@ -24,9 +24,9 @@ inline constexpr wchar_t kDriverService[] = L"corvid_selfprotection";
 inline constexpr wchar_t kDriverFile[] = L"corvid_selfprotection.sys";
 
 struct DriverBehaviour {
-  DWORD answer = 1;         // 0: no process is trusted
+  DWORD answer = 1;  // 0: no process is trusted
   bool short_answer = false;
-  DWORD status = 0;         // NTSTATUS, 0xC0000022 for example
+  DWORD status = 0;  // NTSTATUS, 0xC0000022 for example
 };
 DriverBehaviour ReadDriverBehaviour();
 void Behave(const DriverBehaviour& behaviour);

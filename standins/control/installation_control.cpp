@@ -68,8 +68,8 @@ void UnregisterInstallation() {
   }
 }
 
-void CreateInstallationFiles(const std::wstring& program_folder, const std::wstring& data_folder, const std::wstring& setup_folder,
-                             const std::wstring& installer, const std::wstring& new_directory) {
+void CreateInstallationFiles(const std::wstring& program_folder, const std::wstring& data_folder,
+                             const std::wstring& setup_folder, const std::wstring& installer, const std::wstring& new_directory) {
   CreateFolder(program_folder);
   CreateFolder(data_folder);
   WriteFileBytes(program_folder + L"\\crvCmnOS.dll", "", 0);
@@ -86,8 +86,8 @@ void WriteSetupSettings(const std::wstring& setup_folder, const std::wstring& ne
 }
 
 std::optional<std::wstring> ReadSetupSettings(const std::wstring& setup_folder) {
-  const root::ScopedFile file(CreateFileW(SettingsFile(setup_folder).c_str(), GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr,
-                                          OPEN_EXISTING, 0, nullptr));
+  const root::ScopedFile file(CreateFileW(SettingsFile(setup_folder).c_str(), GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE,
+                                          nullptr, OPEN_EXISTING, 0, nullptr));
   if (!file) return std::nullopt;
   std::wstring text(4096, L'\0');
   DWORD read = 0;

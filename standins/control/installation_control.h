@@ -23,8 +23,8 @@ bool IsRegistered(const std::wstring& product_key);
 
 // Makes the folders, the marker files, setup.ini with `new_directory`, and copies of `installer` in the setup folder and in its
 // new folder.
-void CreateInstallationFiles(const std::wstring& program_folder, const std::wstring& data_folder, const std::wstring& setup_folder,
-                             const std::wstring& installer, const std::wstring& new_directory);
+void CreateInstallationFiles(const std::wstring& program_folder, const std::wstring& data_folder,
+                             const std::wstring& setup_folder, const std::wstring& installer, const std::wstring& new_directory);
 
 // Writes setup.ini as the installer does: UTF-16 with its signature and carriage returns. The read gives the new directory of a
 // file so written, nothing when there is none.

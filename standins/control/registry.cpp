@@ -30,8 +30,7 @@ std::optional<std::wstring> Read(const std::wstring& key, const wchar_t* value, 
   for (;;) {
     DWORD found = 0;
     DWORD size = static_cast<DWORD>(data.size() * sizeof(wchar_t));
-    const LSTATUS status =
-        RegQueryValueExW(opened.get(), value, nullptr, &found, reinterpret_cast<BYTE*>(data.data()), &size);
+    const LSTATUS status = RegQueryValueExW(opened.get(), value, nullptr, &found, reinterpret_cast<BYTE*>(data.data()), &size);
     if (IsMissing(status) || (status == ERROR_SUCCESS && found != type)) return std::nullopt;
     if (status != ERROR_SUCCESS && status != ERROR_MORE_DATA) {
       throw exceptions::error(status, L"cannot read HKLM\\%s, value %s", key.c_str(), value);

@@ -16,9 +16,9 @@ bool KeyExists(const std::wstring& key);
 std::vector<std::wstring> Subkeys(const std::wstring& key);     // their names; none when the key is missing
 std::vector<std::wstring> ValueNames(const std::wstring& key);  // the same for its values
 
-std::optional<std::wstring> ReadText(const std::wstring& key, const wchar_t* value);               // REG_SZ
-std::optional<DWORD> ReadNumber(const std::wstring& key, const wchar_t* value);                     // REG_DWORD
-std::vector<std::wstring> ReadList(const std::wstring& key, const wchar_t* value);                  // REG_MULTI_SZ
+std::optional<std::wstring> ReadText(const std::wstring& key, const wchar_t* value);  // REG_SZ
+std::optional<DWORD> ReadNumber(const std::wstring& key, const wchar_t* value);       // REG_DWORD
+std::vector<std::wstring> ReadList(const std::wstring& key, const wchar_t* value);    // REG_MULTI_SZ
 
 void WriteText(const std::wstring& key, const wchar_t* value, const std::wstring& text);
 void WriteNumber(const std::wstring& key, const wchar_t* value, DWORD number);

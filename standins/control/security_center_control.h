@@ -47,7 +47,7 @@ const ScriptedCalls& SecurityCenterCalls();
 std::vector<std::wstring> ScriptNames();  // every interface with every call, "IWscAVStatus.Create" first
 void Script(const std::wstring& name, const std::vector<std::wstring>& answers);
 std::vector<std::wstring> ScriptedAnswers(const std::wstring& name);
-std::vector<std::wstring> Calls();         // the journal
+std::vector<std::wstring> Calls();          // the journal
 void AppendCall(const std::wstring& line);  // the caller holds the lock
 
 void ClearSecurityCenter();  // products, scripts and journal

@@ -12,8 +12,8 @@ constexpr wchar_t kStartDelay[] = L"StartDelay";
 constexpr wchar_t kStartError[] = L"StartError";
 constexpr wchar_t kRefuseStop[] = L"RefuseStop";
 constexpr wchar_t kStopDelay[] = L"StopDelay";
-constexpr DWORD kLook = 20;        // ms between two looks at a state
-constexpr DWORD kLimit = 10'000;   // ms
+constexpr DWORD kLook = 20;       // ms between two looks at a state
+constexpr DWORD kLimit = 10'000;  // ms
 
 std::wstring KeyOf(const std::wstring& name) { return std::wstring(kServicesKey) + L"\\" + name; }
 
@@ -83,9 +83,9 @@ void Install(const std::wstring& name, DWORD type, const std::wstring& image, DW
     return;
   }
   const root::ScopedService manager = OpenManager();
-  const root::ScopedService created(CreateServiceW(manager.get(), name.c_str(), name.c_str(), SERVICE_ALL_ACCESS, type, start_type,
-                                                   SERVICE_ERROR_NORMAL, image.c_str(), nullptr, nullptr, nullptr, nullptr,
-                                                   nullptr));
+  const root::ScopedService created(CreateServiceW(manager.get(), name.c_str(), name.c_str(), SERVICE_ALL_ACCESS, type,
+                                                   start_type, SERVICE_ERROR_NORMAL, image.c_str(), nullptr, nullptr, nullptr,
+                                                   nullptr, nullptr));
   if (!created) Fail(L"create", name);
 }
 
@@ -123,7 +123,8 @@ void Behave(const std::wstring& name, const ServiceBehaviour& behaviour) {
   if (!service) return;
   if (behaviour.start == kStartNormal) {
     // One that waited in start-pending runs within a moment.
-    for (DWORD waited = 0; waited < kLimit && StateOf(service.get(), name) == SERVICE_START_PENDING; waited += kLook) Sleep(kLook);
+    for (DWORD waited = 0; waited < kLimit && StateOf(service.get(), name) == SERVICE_START_PENDING; waited += kLook)
+      Sleep(kLook);
   }
   SERVICE_STATUS status = {};
   if (StateOf(service.get(), name) == SERVICE_RUNNING) ControlService(service.get(), kControlLookAgain, &status);
@@ -187,7 +188,8 @@ void MakeServiceHealthy(const std::wstring& name) {
   if (StateOf(service.get(), name) == SERVICE_RUNNING) return;
   StopForSure(service.get(), name);
   Start(service.get(), name);
-  if (!WaitFor(service.get(), name, SERVICE_RUNNING, kLimit)) throw exceptions::error(ERROR_TIMEOUT, L"%s does not run", name.c_str());
+  if (!WaitFor(service.get(), name, SERVICE_RUNNING, kLimit))
+    throw exceptions::error(ERROR_TIMEOUT, L"%s does not run", name.c_str());
 }
 
 }  // namespace crv::standins

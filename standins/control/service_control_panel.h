@@ -21,7 +21,7 @@ namespace crv::standins {
 inline constexpr wchar_t kServicesKey[] = L"SOFTWARE\\Corvid Stand-ins\\Services";
 inline constexpr wchar_t kServiceProgram[] = L"corvid_service.exe";
 
-inline constexpr wchar_t kCenterService[] = L"wscsvc";      // Security Center's own
+inline constexpr wchar_t kCenterService[] = L"wscsvc";       // Security Center's own
 inline constexpr wchar_t kDefenderService[] = L"WinDefend";  // the system's anti-spyware
 inline constexpr const wchar_t* kSystemServices[] = {kCenterService, kDefenderService};
 
@@ -46,9 +46,9 @@ ServiceBehaviour ReadServiceBehaviour(const std::wstring& name);
 void Behave(const std::wstring& name, const ServiceBehaviour& behaviour);
 
 struct ServiceStatus {
-  DWORD state;       // SERVICE_STOPPED, SERVICE_START_PENDING, ...
-  DWORD start_type;  // SERVICE_AUTO_START, SERVICE_DEMAND_START, SERVICE_DISABLED
-  DWORD exit_code;   // of the last run
+  DWORD state;           // SERVICE_STOPPED, SERVICE_START_PENDING, ...
+  DWORD start_type;      // SERVICE_AUTO_START, SERVICE_DEMAND_START, SERVICE_DISABLED
+  DWORD exit_code;       // of the last run
   std::wstring program;  // its command line
 };
 

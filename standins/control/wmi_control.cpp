@@ -44,7 +44,8 @@ std::vector<WmiInstance> WmiInstances() {
   return instances;
 }
 
-std::optional<WmiInstance> FindWmiInstance(const std::wstring& name_space, const std::wstring& class_name, const std::wstring& key) {
+std::optional<WmiInstance> FindWmiInstance(const std::wstring& name_space, const std::wstring& class_name,
+                                           const std::wstring& key) {
   const NamedLock lock(kLock);
   if (!registry::KeyExists(InstanceKey(name_space, class_name, key))) return std::nullopt;
   return ReadInstance(name_space, class_name, key);
@@ -69,9 +70,9 @@ void RemoveWmiInstance(const std::wstring& name_space, const std::wstring& class
 
 const ScriptedCalls& WmiCalls() {
   static const ScriptedCalls calls = [] {
-    std::vector<ScriptedCalls::Call> all = {{L"Create", true},    {L"ConnectServer", true}, {L"GetObject", true},
-                                            {L"SpawnInstance", true}, {L"Put"},             {L"PutInstance"},
-                                            {L"DeleteInstance"}};
+    std::vector<ScriptedCalls::Call> all = {
+        {L"Create", true}, {L"ConnectServer", true}, {L"GetObject", true}, {L"SpawnInstance", true},
+        {L"Put"},          {L"PutInstance"},         {L"DeleteInstance"}};
     for (const std::wstring& property : WmiPropertyNames()) all.push_back({L"Put." + property});
     return ScriptedCalls(kWmiKey, kLock, std::move(all));
   }();

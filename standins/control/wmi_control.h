@@ -34,14 +34,15 @@ using WmiProperties = std::map<std::wstring, WmiValue>;
 struct WmiInstance {
   std::wstring name_space;  // one of the two above
   std::wstring class_name;
-  std::wstring key;  // the value of its key property
+  std::wstring key;          // the value of its key property
   WmiProperties properties;  // with the key property
 
   bool operator==(const WmiInstance&) const = default;
 };
 
 std::vector<WmiInstance> WmiInstances();
-std::optional<WmiInstance> FindWmiInstance(const std::wstring& name_space, const std::wstring& class_name, const std::wstring& key);
+std::optional<WmiInstance> FindWmiInstance(const std::wstring& name_space, const std::wstring& class_name,
+                                           const std::wstring& key);
 void WriteWmiInstance(const WmiInstance& instance);  // replaces the one with the same key as a whole
 void RemoveWmiInstance(const std::wstring& name_space, const std::wstring& class_name, const std::wstring& key);
 

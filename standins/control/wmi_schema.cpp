@@ -42,7 +42,8 @@ const wchar_t* FindNamespace(const std::wstring& name) {
 
 const WmiClass* FindClass(const std::wstring& name_space, const std::wstring& name) {
   for (const WmiClass& wmi_class : Classes()) {
-    if (SameName(name, wmi_class.name) && (!wmi_class.only_namespace || name_space == wmi_class.only_namespace)) return &wmi_class;
+    if (SameName(name, wmi_class.name) && (!wmi_class.only_namespace || name_space == wmi_class.only_namespace))
+      return &wmi_class;
   }
   return nullptr;
 }

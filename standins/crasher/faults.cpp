@@ -29,7 +29,7 @@ struct Finished : Unfinished {
 namespace {
 
 constexpr DWORD kSlowInstaller = 5000;  // ms, of which the crash needs the first few
-constexpr DWORD kMoment = 300;  // ms, for another thread to get where it is going
+constexpr DWORD kMoment = 300;          // ms, for another thread to get where it is going
 
 int AccessViolation(Stage&) {
   WriteToNull();

@@ -25,8 +25,9 @@ namespace {
 
 // The status of words that are not understood.
 int WrongUsage(const wchar_t* what, const std::wstring& word) {
-  std::printf("crasher: %ls '%ls'; 'crasher list' shows the cases, which take /folder: /dumper: /flags: /limit: /ratio: /pretend:\n",
-              what, word.c_str());
+  std::printf(
+      "crasher: %ls '%ls'; 'crasher list' shows the cases, which take /folder: /dumper: /flags: /limit: /ratio: /pretend:\n",
+      what, word.c_str());
   return 2;
 }
 

@@ -30,7 +30,7 @@ struct Case {
 };
 
 // The cases, by the file that they are in. Each list ends with a case without a name.
-extern const Case kFaults[];      // one fault in a process that is guarded
+extern const Case kFaults[];         // one fault in a process that is guarded
 extern const Case kInstallations[];  // what becomes of the guard before the fault, and afterwards
 
 // A fault whose place a debugger can name: writes one byte to address 0.

@@ -14,8 +14,8 @@ static const struct Name {
   const wchar_t* device;
   const wchar_t* link;
 } kNames[] = {{L"\\Device\\crvSP_Handler", L"\\DosDevices\\crvSP_Handler"},
-                           {L"\\Device\\CRVSP_Open", L"\\DosDevices\\CRVSP_Open"},
-                           {L"\\Device\\CRVSP", L"\\DosDevices\\CRVSP"}};
+              {L"\\Device\\CRVSP_Open", L"\\DosDevices\\CRVSP_Open"},
+              {L"\\Device\\CRVSP", L"\\DosDevices\\CRVSP"}};
 enum { kOpenDevice = 1, kDevices = sizeof(kNames) / sizeof(*kNames) };
 
 static PDEVICE_OBJECT devices[kDevices];
@@ -73,9 +73,7 @@ static NTSTATUS Control(PDEVICE_OBJECT device, const IO_STACK_LOCATION* request,
   if (device != devices[kOpenDevice]) return STATUS_INVALID_DEVICE_REQUEST;
   NTSTATUS status = STATUS_INVALID_DEVICE_REQUEST;
   switch (request->Parameters.DeviceIoControl.IoControlCode) {
-    case IS_TRUSTED_PROCESS:
-      status = AnswerTrustedProcess(buffer, request, returned);
-      break;
+    case IS_TRUSTED_PROCESS: status = AnswerTrustedProcess(buffer, request, returned); break;
     case FATAL_DUMP_NOTICE:
       Count(CORVID_DRIVER_DUMPS);
       status = STATUS_SUCCESS;

@@ -60,8 +60,8 @@ void WriteDump(const Words& words) {
   MINIDUMP_USER_STREAM stream = {CommentStreamW, static_cast<ULONG>((comment.size() + 1) * sizeof(wchar_t)), comment.data()};
   MINIDUMP_USER_STREAM_INFORMATION streams = {1, &stream};
   const unsigned type = words.Number(L"--dump_level", 10) == 1 ? kFull : kSmall;
-  if (!MiniDumpWriteDump(process.get(), process_id, file.get(), static_cast<MINIDUMP_TYPE>(type),
-                         pointers ? &exception : nullptr, &streams, nullptr)) {
+  if (!MiniDumpWriteDump(process.get(), process_id, file.get(), static_cast<MINIDUMP_TYPE>(type), pointers ? &exception : nullptr,
+                         &streams, nullptr)) {
     const DWORD error = GetLastError();
     file.reset();
     DeleteFileW(path.c_str());

@@ -12,7 +12,7 @@ namespace crv::standins::log {
 
 class LogFile {
  public:
-  LogFile() = default;  // names no file
+  LogFile() = default;                                    // names no file
   LogFile(const wchar_t* path, std::uint64_t roll_size);  // roll_size in bytes; 0: without limit
 
   bool has_path() const { return !path_.empty(); }

@@ -59,9 +59,9 @@ Size TakeSize(const wchar_t*& at) {
   static constexpr struct {
     std::wstring_view text;
     Size size;
-  } kSizes[] = {{L"I64", Size::quad}, {L"ll", Size::quad},     {L"j", Size::quad},     {L"I32", Size::standard},
-                {L"I", Size::standard}, {L"z", Size::standard}, {L"t", Size::standard}, {L"L", Size::standard},
-                {L"hh", Size::narrow_half}, {L"h", Size::half}, {L"l", Size::wide},     {L"w", Size::wide}};
+  } kSizes[] = {{L"I64", Size::quad},       {L"ll", Size::quad},    {L"j", Size::quad},     {L"I32", Size::standard},
+                {L"I", Size::standard},     {L"z", Size::standard}, {L"t", Size::standard}, {L"L", Size::standard},
+                {L"hh", Size::narrow_half}, {L"h", Size::half},     {L"l", Size::wide},     {L"w", Size::wide}};
   for (const auto& known : kSizes) {
     if (Accept(at, known.text)) return known.size;
   }
@@ -139,8 +139,8 @@ std::wstring StringText(const Conversion& conversion, bool is_wide, Arguments& a
 
 std::wstring CharacterText(const Conversion& conversion, bool is_wide, Arguments& arguments) {
   const int value = arguments.Take<int>();
-  return Padded(conversion, is_wide ? std::wstring(1, static_cast<wchar_t>(value))
-                                    : FromUtf8(std::string(1, static_cast<char>(value))));
+  return Padded(conversion,
+                is_wide ? std::wstring(1, static_cast<wchar_t>(value)) : FromUtf8(std::string(1, static_cast<char>(value))));
 }
 
 std::wstring Format(const wchar_t* format, bool format_is_wide, Arguments& arguments) {
@@ -155,29 +155,27 @@ std::wstring Format(const wchar_t* format, bool format_is_wide, Arguments& argum
     if (conversion.size == Size::wide) is_wide = true;
     if (conversion.size == Size::half) is_wide = false;
     switch (conversion.type) {
-      case L'd': case L'i': case L'o': case L'u': case L'x': case L'X':
-        text += IntegerText(conversion, arguments);
-        break;
-      case L'e': case L'E': case L'f': case L'g': case L'G': case L'a': case L'A':
-        text += Print(ConversionText(conversion, L"").c_str(), arguments.Take<double>());
-        break;
-      case L'p':
-        text += Print(ConversionText(conversion, L"").c_str(), arguments.Take<void*>());
-        break;
-      case L's': case L'S':
-        text += StringText(conversion, is_wide, arguments);
-        break;
-      case L'c': case L'C':
-        text += CharacterText(conversion, is_wide, arguments);
-        break;
-      case L'n':
-        arguments.Take<void*>();
-        break;
-      case L'%':
-        text += L'%';
-        break;
-      default:
-        return text + percent;
+      case L'd':
+      case L'i':
+      case L'o':
+      case L'u':
+      case L'x':
+      case L'X': text += IntegerText(conversion, arguments); break;
+      case L'e':
+      case L'E':
+      case L'f':
+      case L'g':
+      case L'G':
+      case L'a':
+      case L'A': text += Print(ConversionText(conversion, L"").c_str(), arguments.Take<double>()); break;
+      case L'p': text += Print(ConversionText(conversion, L"").c_str(), arguments.Take<void*>()); break;
+      case L's':
+      case L'S': text += StringText(conversion, is_wide, arguments); break;
+      case L'c':
+      case L'C': text += CharacterText(conversion, is_wide, arguments); break;
+      case L'n': arguments.Take<void*>(); break;
+      case L'%': text += L'%'; break;
+      default: return text + percent;
     }
   }
   return text + format;

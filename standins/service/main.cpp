@@ -39,10 +39,8 @@ DWORD WINAPI Handle(DWORD control, DWORD, void*, void*) {
     case kControlLookAgain:
       if (WaitForSingleObject(stop_requested, 0) == WAIT_TIMEOUT) ReportRunning();
       return NO_ERROR;
-    case SERVICE_CONTROL_INTERROGATE:
-      return NO_ERROR;
-    default:
-      return ERROR_CALL_NOT_IMPLEMENTED;
+    case SERVICE_CONTROL_INTERROGATE: return NO_ERROR;
+    default: return ERROR_CALL_NOT_IMPLEMENTED;
   }
 }
 
@@ -60,7 +58,8 @@ void WINAPI Serve(DWORD, wchar_t**) {
   }
   ReportRunning();
   WaitForSingleObject(stop_requested, INFINITE);
-  for (const DWORD stopped = GetTickCount(); GetTickCount() - stopped < ReadServiceBehaviour(service_name).stop_delay;) Sleep(kLook);
+  for (const DWORD stopped = GetTickCount(); GetTickCount() - stopped < ReadServiceBehaviour(service_name).stop_delay;)
+    Sleep(kLook);
   Report(SERVICE_STOPPED);
 }
 

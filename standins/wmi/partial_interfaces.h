@@ -8,8 +8,9 @@ namespace crv::standins {
 
 class PartialServices : public IWbemServices {
  public:
-  HRESULT __stdcall OpenNamespace(const BSTR, LONG, IWbemContext*, IWbemServices**,
-                                  IWbemCallResult**) override { return E_NOTIMPL; }
+  HRESULT __stdcall OpenNamespace(const BSTR, LONG, IWbemContext*, IWbemServices**, IWbemCallResult**) override {
+    return E_NOTIMPL;
+  }
   HRESULT __stdcall CancelAsyncCall(IWbemObjectSink*) override { return E_NOTIMPL; }
   HRESULT __stdcall QueryObjectSink(LONG, IWbemObjectSink**) override { return E_NOTIMPL; }
   HRESULT __stdcall GetObjectAsync(const BSTR, LONG, IWbemContext*, IWbemObjectSink*) override { return E_NOTIMPL; }
@@ -25,14 +26,19 @@ class PartialServices : public IWbemServices {
   HRESULT __stdcall CreateInstanceEnumAsync(const BSTR, LONG, IWbemContext*, IWbemObjectSink*) override { return E_NOTIMPL; }
   HRESULT __stdcall ExecQuery(const BSTR, const BSTR, LONG, IWbemContext*, IEnumWbemClassObject**) override { return E_NOTIMPL; }
   HRESULT __stdcall ExecQueryAsync(const BSTR, const BSTR, LONG, IWbemContext*, IWbemObjectSink*) override { return E_NOTIMPL; }
-  HRESULT __stdcall ExecNotificationQuery(const BSTR, const BSTR, LONG, IWbemContext*,
-                                          IEnumWbemClassObject**) override { return E_NOTIMPL; }
-  HRESULT __stdcall ExecNotificationQueryAsync(const BSTR, const BSTR, LONG, IWbemContext*,
-                                               IWbemObjectSink*) override { return E_NOTIMPL; }
+  HRESULT __stdcall ExecNotificationQuery(const BSTR, const BSTR, LONG, IWbemContext*, IEnumWbemClassObject**) override {
+    return E_NOTIMPL;
+  }
+  HRESULT __stdcall ExecNotificationQueryAsync(const BSTR, const BSTR, LONG, IWbemContext*, IWbemObjectSink*) override {
+    return E_NOTIMPL;
+  }
   HRESULT __stdcall ExecMethod(const BSTR, const BSTR, LONG, IWbemContext*, IWbemClassObject*, IWbemClassObject**,
-                               IWbemCallResult**) override { return E_NOTIMPL; }
-  HRESULT __stdcall ExecMethodAsync(const BSTR, const BSTR, LONG, IWbemContext*, IWbemClassObject*,
-                                    IWbemObjectSink*) override { return E_NOTIMPL; }
+                               IWbemCallResult**) override {
+    return E_NOTIMPL;
+  }
+  HRESULT __stdcall ExecMethodAsync(const BSTR, const BSTR, LONG, IWbemContext*, IWbemClassObject*, IWbemObjectSink*) override {
+    return E_NOTIMPL;
+  }
 };
 
 class PartialObject : public IWbemClassObject {

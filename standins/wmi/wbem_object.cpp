@@ -21,30 +21,24 @@ HRESULT Refusal(const WmiProperty* property, LONG flags, const VARIANT* value, C
   if (!property) return WBEM_E_NOT_FOUND;
   if (type != CIM_EMPTY && type != CimTypeOf(property->type)) return WBEM_E_TYPE_MISMATCH;
   switch (V_VT(value)) {
-    case VT_NULL:
-      return S_OK;
+    case VT_NULL: return S_OK;
     case VT_BSTR:
       if (property->type != WmiType::text) return WBEM_E_TYPE_MISMATCH;
       return IsBstr(V_BSTR(value)) ? WBEM_S_NO_ERROR : WBEM_E_INVALID_PARAMETER;
     case VT_BOOL:
       if (property->type != WmiType::boolean) return WBEM_E_TYPE_MISMATCH;
       return V_BOOL(value) == VARIANT_TRUE || V_BOOL(value) == VARIANT_FALSE ? WBEM_S_NO_ERROR : WBEM_E_INVALID_PARAMETER;
-    default:
-      return WBEM_E_TYPE_MISMATCH;
+    default: return WBEM_E_TYPE_MISMATCH;
   }
 }
 
 std::wstring Described(const VARIANT* value) {
   const VARTYPE type = value ? V_VT(value) : VARTYPE{VT_EMPTY};
   switch (type) {
-    case VT_BSTR:
-      return V_BSTR(value) ? L"\"" + std::wstring(V_BSTR(value)) + L"\"" : L"null text";
-    case VT_BOOL:
-      return V_BOOL(value) ? L"true" : L"false";
-    case VT_NULL:
-      return L"null";
-    default:
-      return L"variant of type " + std::to_wstring(type);
+    case VT_BSTR: return V_BSTR(value) ? L"\"" + std::wstring(V_BSTR(value)) + L"\"" : L"null text";
+    case VT_BOOL: return V_BOOL(value) ? L"true" : L"false";
+    case VT_NULL: return L"null";
+    default: return L"variant of type " + std::to_wstring(type);
   }
 }
 

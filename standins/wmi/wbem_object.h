@@ -13,7 +13,7 @@ namespace crv::standins {
 
 class WbemObject final : public ComObject<PartialObject> {
  public:
-  explicit WbemObject(const WmiClass& wmi_class);                           // the class
+  explicit WbemObject(const WmiClass& wmi_class);                          // the class
   WbemObject(const WmiClass& wmi_class, const WmiProperties& properties);  // an instance of it
 
   // The object behind an interface pointer, which keeps its reference; null when another server made it.

@@ -22,8 +22,8 @@ std::vector<std::unique_ptr<ChangeRegistration>> registrations;  // under the mu
 // Takes the registration of that handle out of the list; null when there is none.
 std::unique_ptr<ChangeRegistration> Take(HANDLE handle) {
   const std::lock_guard lock(mutex);
-  const auto found =
-      std::find_if(registrations.begin(), registrations.end(), [&](const auto& registration) { return registration.get() == handle; });
+  const auto found = std::find_if(registrations.begin(), registrations.end(),
+                                  [&](const auto& registration) { return registration.get() == handle; });
   if (found == registrations.end()) return nullptr;
   std::unique_ptr<ChangeRegistration> taken = std::move(*found);
   registrations.erase(found);

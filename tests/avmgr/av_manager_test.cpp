@@ -54,12 +54,12 @@ class AvManagerTest : public testing::Test {
   int releases_ = 0;  // of blocks of the process heap
 
  private:
-  const test::ImportFake<decltype(HeapFree)> free_{
-      "kernel32.dll", "HeapFree", [this](auto* real, HANDLE heap, DWORD flags, void* block) {
-        EXPECT_EQ(GetProcessHeap(), heap);
-        ++releases_;
-        return real(heap, flags, block);
-      }};
+  const test::ImportFake<decltype(HeapFree)> free_{"kernel32.dll", "HeapFree",
+                                                   [this](auto* real, HANDLE heap, DWORD flags, void* block) {
+                                                     EXPECT_EQ(GetProcessHeap(), heap);
+                                                     ++releases_;
+                                                     return real(heap, flags, block);
+                                                   }};
   const test::ImportFake<decltype(LoadLibraryExW)> load_{
       "kernel32.dll", "LoadLibraryExW", [this](auto* real, const wchar_t* path, HANDLE file, DWORD flags) {
         EXPECT_EQ(program_folder_ + kLibrary, path);
@@ -86,12 +86,38 @@ TEST_F(AvManagerTest, BringsTheProvidersIntoTheWantedStateUntilACallFails) {
       {true, {2, 0}, L"CavmStart", {L"0xffffffff"}, "error ffffffff CavmStart failed", "", 0, {2, 0}},
       {true, {2, 0}, L"CavmGetProviderInfoList", {L"0x8"}, "error 00000008 provider info failes", "Stop(); ", 0, {2, 0}},
       {true, {2, 0}, L"CavmGetProviderInfoList", {L"null"}, "error ffffffff no providers returned", "Stop(); ", 0, {2, 0}},
-      {true, {2, 0, 2, 0}, L"CavmProviderResume", {L"ok", L"0x80000001"}, "error 80000001 provider resume",
-       "ProviderResume(a); ProviderStart(b); ProviderResume(c) = 0x80000001; Stop(); ", 1, {1, 1, 2, 0}},
-      {true, {0}, L"CavmProviderStart", {L"0x15"}, "error 00000015 provider start", "ProviderStart(a) = 0x00000015; Stop(); ", 1, {0}},
-      {false, {2, 0, 2}, L"CavmProviderStop", {L"0x9"}, "error 00000009 provider stop",
-       "ProviderStop(a) = 0x00000009; Stop(); ", 1, {2, 0, 2}},
-      {true, {0}, L"CavmStop", {L"0x80000001"}, "nothing", "ProviderStart(a); Stop() = 0x80000001; ", 1, {1},
+      {true,
+       {2, 0, 2, 0},
+       L"CavmProviderResume",
+       {L"ok", L"0x80000001"},
+       "error 80000001 provider resume",
+       "ProviderResume(a); ProviderStart(b); ProviderResume(c) = 0x80000001; Stop(); ",
+       1,
+       {1, 1, 2, 0}},
+      {true,
+       {0},
+       L"CavmProviderStart",
+       {L"0x15"},
+       "error 00000015 provider start",
+       "ProviderStart(a) = 0x00000015; Stop(); ",
+       1,
+       {0}},
+      {false,
+       {2, 0, 2},
+       L"CavmProviderStop",
+       {L"0x9"},
+       "error 00000009 provider stop",
+       "ProviderStop(a) = 0x00000009; Stop(); ",
+       1,
+       {2, 0, 2}},
+      {true,
+       {0},
+       L"CavmStop",
+       {L"0x80000001"},
+       "nothing",
+       "ProviderStart(a); Stop() = 0x80000001; ",
+       1,
+       {1},
        {"wide 4 wsc: cavmstop failed -2147483647"}},
   };
   for (const auto& c : cases) {

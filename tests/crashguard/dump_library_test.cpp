@@ -46,13 +46,15 @@ TEST(DumpLibrary, WithoutTheFunctionThereIsNoCrashGuard) {
   {
     const ImportFake<decltype(LoadLibraryExW)> own("kernel32.dll", "LoadLibraryExW",
                                                    [](auto*, auto...) -> HMODULE { return nullptr; });
-    const ImportFake<decltype(LoadLibraryW)> system("kernel32.dll", "LoadLibraryW", [](auto*, auto...) -> HMODULE { return nullptr; });
+    const ImportFake<decltype(LoadLibraryW)> system("kernel32.dll", "LoadLibraryW",
+                                                    [](auto*, auto...) -> HMODULE { return nullptr; });
     EXPECT_EQ(kFailure, test::Thrown([] { CrashGuardModule module; }));
     EXPECT_TRUE(freed.empty());
   }
-  const ImportFake<decltype(GetProcAddress)> function("kernel32.dll", "GetProcAddress", [](auto* real, HMODULE module, LPCSTR name) {
-    return std::string(name) == "MiniDumpWriteDump" ? nullptr : real(module, name);
-  });
+  const ImportFake<decltype(GetProcAddress)> function(
+      "kernel32.dll", "GetProcAddress", [](auto* real, HMODULE module, LPCSTR name) {
+        return std::string(name) == "MiniDumpWriteDump" ? nullptr : real(module, name);
+      });
   EXPECT_EQ(kFailure, test::Thrown([] { CrashGuardModule module; }));
   EXPECT_EQ(1u, freed.size());
   EXPECT_EQ(modules, mi::LiveCounts().modules);

@@ -21,8 +21,9 @@ TEST(CrashSignalAtExit, OnlyAHandleOfTenCharactersHoldsTheProcess) {
   const struct {
     const wchar_t* text;
     bool holds;
-  } rows[] = {{nullptr, false}, {L"0x0000000", false}, {L"0x000000001", false}, {L"0x00000000", false}, {L"no number!", false},
-              {valid, true},    {blank, true},         {L"FFFFFFFFFF", false},  {L"0x0000000000000000000000000001", false}};
+  } rows[] = {{nullptr, false},       {L"0x0000000", false},  {L"0x000000001", false},
+              {L"0x00000000", false}, {L"no number!", false}, {valid, true},
+              {blank, true},          {L"FFFFFFFFFF", false}, {L"0x0000000000000000000000000001", false}};
   for (const auto& row : rows) {
     SCOPED_TRACE(testing::Message() << "row " << (&row - rows));
     SetEnvironmentVariableW(kVariable, row.text);

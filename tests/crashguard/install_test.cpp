@@ -25,7 +25,9 @@ LONG WINAPI OtherFilter(EXCEPTION_POINTERS*) { return EXCEPTION_CONTINUE_SEARCH;
 class Install : public test::DumpStage {
  protected:
   // Whose filter is set now. Asking for it through a locked function gives null.
-  static LPTOP_LEVEL_EXCEPTION_FILTER Exchange(LPTOP_LEVEL_EXCEPTION_FILTER filter) { return SetUnhandledExceptionFilter(filter); }
+  static LPTOP_LEVEL_EXCEPTION_FILTER Exchange(LPTOP_LEVEL_EXCEPTION_FILTER filter) {
+    return SetUnhandledExceptionFilter(filter);
+  }
 
   const LPTOP_LEVEL_EXCEPTION_FILTER before_ = SetUnhandledExceptionFilter(&OtherFilter);
   const UINT error_mode_ = SetErrorMode(0);
@@ -106,11 +108,10 @@ TEST_F(Install, WithoutADumpFolderThereAreNoHooksToTakeBack) {
   EXPECT_EQ(&OtherFilter, Exchange(&OtherFilter));
   EXPECT_FALSE(handler_.Uninstall());
   EXPECT_EQ(1u, handler_.Install(folder_, folder_, 0, 3));
-  EXPECT_THAT(log_.lines(),
-              ElementsAre("variadic 4 crashguard: Dump path '" + narrow +
-                              "\\missing' does not exist. Directory should be already created.",
-                          "narrow 4 crashguard: Call to UninstallGlobalHandler without being installed first",
-                          "narrow 4 crashguard: Failed to uninstall crash hooks", kHooked, kInternal));
+  EXPECT_THAT(log_.lines(), ElementsAre("variadic 4 crashguard: Dump path '" + narrow +
+                                            "\\missing' does not exist. Directory should be already created.",
+                                        "narrow 4 crashguard: Call to UninstallGlobalHandler without being installed first",
+                                        "narrow 4 crashguard: Failed to uninstall crash hooks", kHooked, kInternal));
 }
 
 TEST_F(Install, TheProcessIsHeldAtItsExitOnceThereIsADumpFolder) {
@@ -127,11 +128,12 @@ TEST_F(Install, TheProcessIsHeldAtItsExitOnceThereIsADumpFolder) {
 
 TEST_F(Install, ReportsWhatTheSystemRefuses) {
   {
-    const ImportFake<decltype(GetModuleFileNameW)> fake("kernel32.dll", "GetModuleFileNameW", [](auto*, HMODULE, LPWSTR, DWORD size) {
-      EXPECT_EQ(260u, size);
-      SetLastError(ERROR_GEN_FAILURE);
-      return DWORD{0};
-    });
+    const ImportFake<decltype(GetModuleFileNameW)> fake("kernel32.dll", "GetModuleFileNameW",
+                                                        [](auto*, HMODULE, LPWSTR, DWORD size) {
+                                                          EXPECT_EQ(260u, size);
+                                                          SetLastError(ERROR_GEN_FAILURE);
+                                                          return DWORD{0};
+                                                        });
     EXPECT_EQ(6u, handler_.Install(folder_, L"", kEverything, 3));
     EXPECT_THAT(log_.lines(), ElementsAre("narrow 4 crashguard: Install failed: cannot get filename of current process due to "
                                           "error: 31"));
@@ -143,8 +145,8 @@ TEST_F(Install, ReportsWhatTheSystemRefuses) {
                                                                  [](auto*, auto...) -> void* { return nullptr; });
     EXPECT_EQ(5u, handler_.Install(folder_, folder_, kEverything, 3));
     EXPECT_TRUE(handler_.Uninstall()) << "the filter was installed";
-    EXPECT_THAT(log_.lines(), ElementsAre(kHooked, "narrow 4 crashguard: Failed to install vectored handler.", kHooksFailed,
-                                          kUnhooked));
+    EXPECT_THAT(log_.lines(),
+                ElementsAre(kHooked, "narrow 4 crashguard: Failed to install vectored handler.", kHooksFailed, kUnhooked));
   }
   log_.clear();
   {
@@ -152,8 +154,8 @@ TEST_F(Install, ReportsWhatTheSystemRefuses) {
         "kernel32.dll", "RemoveVectoredExceptionHandler", [](auto* real, void* handler) { return real(handler), ULONG{0}; });
     EXPECT_EQ(1u, handler_.Install(folder_, folder_, kEverything, 3));
     EXPECT_TRUE(handler_.Uninstall());
-    EXPECT_THAT(log_.lines(), ElementsAre(kHooked, kInternal, kUnhooked,
-                                          "narrow 4 crashguard: Failed to uninstall vectored handler."));
+    EXPECT_THAT(log_.lines(),
+                ElementsAre(kHooked, kInternal, kUnhooked, "narrow 4 crashguard: Failed to uninstall vectored handler."));
   }
 }
 

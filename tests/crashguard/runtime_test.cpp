@@ -73,9 +73,11 @@ struct Counted {
 };
 
 TEST_F(RuntimeHooks, ATypeWithALongNameIsCut) {
-  struct ALocalTypeWithANameThatIsLongerThanTheRoomInTheRecord_0123456789012345678901234567890123456789012345678901234567890123456789
+  struct
+      ALocalTypeWithANameThatIsLongerThanTheRoomInTheRecord_0123456789012345678901234567890123456789012345678901234567890123456789
       : std::vector<std::vector<std::vector<std::vector<std::string>>>> {};
-  using Long = ALocalTypeWithANameThatIsLongerThanTheRoomInTheRecord_0123456789012345678901234567890123456789012345678901234567890123456789;
+  using Long =
+      ALocalTypeWithANameThatIsLongerThanTheRoomInTheRecord_0123456789012345678901234567890123456789012345678901234567890123456789;
   struct Longer {};
   try {
     throw std::pair<Long, std::vector<std::vector<std::vector<Long>>>>();

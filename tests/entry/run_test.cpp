@@ -74,9 +74,9 @@ TEST_F(Run, RefusesWrongRequestsWithTheirCodeAndOneRecord) {
     log_.clear();
     EXPECT_EQ(c.result, ::run(c.text));
     const std::string text(c.text, c.text + std::char_traits<wchar_t>::length(c.text));
-    EXPECT_THAT(log_.module_lines(), ElementsAre(EndsWith("\\CORVID Software\\Corvid\\log\\wsc.log 4194304 true"),
-                                          "narrow 1 wsc: wsc started: '" + text + "'",
-                                          std::string("exception 0 wsc: run: ") + c.failure));
+    EXPECT_THAT(log_.module_lines(),
+                ElementsAre(EndsWith("\\CORVID Software\\Corvid\\log\\wsc.log 4194304 true"),
+                            "narrow 1 wsc: wsc started: '" + text + "'", std::string("exception 0 wsc: run: ") + c.failure));
   }
 }
 

@@ -71,9 +71,9 @@ TEST_F(SystemScenario, ADisabledSecurityCenterIsWaitedForUntilSomebodyStartsIt) 
   standins::RequestStart(kCenterService);
   const test::HostRun run = host.get();
   EXPECT_EQ(0u, run.result);
-  EXPECT_THAT(run.log, ElementsAre(HasSubstr("wsc started"), "info wsc: Registering struct IWscFWStatus",
-                                   "debug wsc: wscsvc state 4", "info wsc: service state at the end of wait is started",
-                                   "info wsc: Register succeeded: 0x00000000"));
+  EXPECT_THAT(run.log,
+              ElementsAre(HasSubstr("wsc started"), "info wsc: Registering struct IWscFWStatus", "debug wsc: wscsvc state 4",
+                          "info wsc: service state at the end of wait is started", "info wsc: Register succeeded: 0x00000000"));
   EXPECT_FALSE(standins::SomebodyListens());
 }
 

@@ -80,8 +80,8 @@ TEST_F(FolderLookup, TouchesTheFileSystemWithoutRedirection) {
   const auto note = [&](char call) { calls += redirection ? '!' : call; };
   const ImportFake<decltype(GetFileAttributesW)> look(
       "kernel32.dll", "GetFileAttributesW", [&](auto...) { return note('l'), SetLastError(5), INVALID_FILE_ATTRIBUTES; });
-  const ImportFake<decltype(CreateDirectoryW)> make(
-      "kernel32.dll", "CreateDirectoryW", [&](auto...) { return note('m'), FALSE; });
+  const ImportFake<decltype(CreateDirectoryW)> make("kernel32.dll", "CreateDirectoryW",
+                                                    [&](auto...) { return note('m'), FALSE; });
   EXPECT_FALSE(VerifyFolder(L"C:\\x", kMarkers, 1));
   EXPECT_EQ(5u, GetLastError());
   EXPECT_FALSE(VerifyFolder(L"C:\\x", {}, kCreateIfMissing));

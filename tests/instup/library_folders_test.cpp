@@ -32,12 +32,12 @@ class LibraryFoldersTest : public test::StageTest {
   Made made_;  // every folder that the product makes, and with which attributes
 
  private:
-  crv::test::ImportFake<decltype(CreateDirectoryW)> create_{
-      "kernel32.dll", "CreateDirectoryW", [this](auto real, auto path, auto attributes) {
-        const BOOL result = real(path, attributes);
-        if (result) made_[path] = attributes;
-        return result;
-      }};
+  crv::test::ImportFake<decltype(CreateDirectoryW)> create_{"kernel32.dll", "CreateDirectoryW",
+                                                            [this](auto real, auto path, auto attributes) {
+                                                              const BOOL result = real(path, attributes);
+                                                              if (result) made_[path] = attributes;
+                                                              return result;
+                                                            }};
 };
 
 TEST_F(LibraryFoldersTest, TempFolderOfTheRegistryIsMadeOnceAndDefaultsToTheSystems) {

@@ -40,9 +40,8 @@ TEST_F(RegistryText, ReadsAnyTypeAndSizeAsText) {
   }
   for (const auto& [size, code] : {std::pair(0x7FFFFFFEu, 8), {0xFFFFFFFEu, 8}, {520u, 234}}) {  // no memory; fits already
     const crv::test::ImportFake<decltype(RegQueryValueExW)> never_enough(
-        "advapi32.dll", "RegQueryValueExW", [&](auto, auto, auto, auto, auto, auto, DWORD* bytes) {
-          return *bytes = size, ERROR_MORE_DATA;
-        });
+        "advapi32.dll", "RegQueryValueExW",
+        [&](auto, auto, auto, auto, auto, auto, DWORD* bytes) { return *bytes = size, ERROR_MORE_DATA; });
     EXPECT_EQ(Answer(code, L""), Read());
   }
 }

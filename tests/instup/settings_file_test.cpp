@@ -35,8 +35,8 @@ TEST(DecodeSettings, FollowsTheFirstBytes) {
       {"\xEF\xBB\xBF" + utf8, text},
       {"\xFF\xFE" + Utf16(text), text},
       {"\xFE\xFF" + Utf16(text, true) + "y", text},  // half a character at the end
-      {"\xEF\xBB\xBF\xEF\xBB\xBF", L"\xFEFF"},  // one signature, once
-      {"\xFF\xFE", L"\xFFFD\xFFFD"},            // too short for a signature: invalid UTF-8
+      {"\xEF\xBB\xBF\xEF\xBB\xBF", L"\xFEFF"},       // one signature, once
+      {"\xFF\xFE", L"\xFFFD\xFFFD"},                 // too short for a signature: invalid UTF-8
       {"a\xFFx", L"a\xFFFDx"},
   };
   for (const auto& c : cases) {

@@ -18,9 +18,9 @@ TEST(SettingsTree, ReadsLinesAsTheInstallerWritesThem) {
       {L"[Common]\nNewDirectoryName =New_1\n NewDirectoryName=New_2", L"New"},
       {L"[Common]\nnewdirectoryname=1\n[Other]\n[COMMON]\nNewDirectoryName=2", L"2"},
       {L"[Common]\r\nNewDirectoryName=New_1\r\r\n", L"New_1\r"},  // one carriage return alone belongs to the line's end
-      {L"NewDirectoryName=New_1\n[Common]", L"New"},  // before the first section
+      {L"NewDirectoryName=New_1\n[Common]", L"New"},              // before the first section
       {L"[Common]\n;NewDirectoryName=New_1\n#NewDirectoryName=New_2", L"New"},
-      {L"[Common] \nNewDirectoryName=New_1", L"New"},  // no section: a line without "="
+      {L"[Common] \nNewDirectoryName=New_1", L"New"},        // no section: a line without "="
       {L"[Common]\n[a=b]\nNewDirectoryName=New_1", L"New"},  // a section all the same
       {L"[Common]\n[\nNewDirectoryName=New_1", L"New_1"},    // "[" alone opens none
       {L"[Common]\nx\0=1\nNewDirectoryName=a\0b\n"s, L"a\0b"s},

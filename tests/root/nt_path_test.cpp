@@ -40,13 +40,12 @@ class NtPath : public testing::Test {
 
   decltype(kMachine)::const_iterator next_;
   int open_searches_ = 0;
-  test::ImportFake<decltype(FindFirstVolumeW)> first_{
-      "kernel32.dll", "FindFirstVolumeW", [this](auto, wchar_t* name, DWORD) {
-        next_ = kMachine.begin();
-        return NextVolume(name), ++open_searches_, HANDLE{&open_searches_};
-      }};
-  test::ImportFake<decltype(FindNextVolumeW)> following_{
-      "kernel32.dll", "FindNextVolumeW", [this](auto, HANDLE, wchar_t* name, DWORD) { return NextVolume(name); }};
+  test::ImportFake<decltype(FindFirstVolumeW)> first_{"kernel32.dll", "FindFirstVolumeW", [this](auto, wchar_t* name, DWORD) {
+                                                        next_ = kMachine.begin();
+                                                        return NextVolume(name), ++open_searches_, HANDLE{&open_searches_};
+                                                      }};
+  test::ImportFake<decltype(FindNextVolumeW)> following_{"kernel32.dll", "FindNextVolumeW",
+                                                         [this](auto, HANDLE, wchar_t* name, DWORD) { return NextVolume(name); }};
   test::ImportFake<decltype(FindVolumeClose)> close_{
       "kernel32.dll", "FindVolumeClose", [this](auto, HANDLE) { return --open_searches_, SetLastError(0xBAD), TRUE; }};
   test::ImportFake<decltype(QueryDosDeviceW)> devices_{

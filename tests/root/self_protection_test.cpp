@@ -18,11 +18,11 @@ TEST(SelfProtection, TheDumpNoticeGoesThroughADeviceOfItsOwn) {
     SetLastError(ERROR_BAD_UNIT);
     return missing ? INVALID_HANDLE_VALUE : (++open_devices, kDevice);
   });
-  const test::ImportFake<decltype(DeviceIoControl)> request(
-      "kernel32.dll", "DeviceIoControl", [&](auto, HANDLE device, DWORD code, auto...) {
-        EXPECT_TRUE(device == kDevice && code == 0xB2D601B0);
-        return SetLastError(ERROR_GEN_FAILURE), success;
-      });
+  const test::ImportFake<decltype(DeviceIoControl)> request("kernel32.dll", "DeviceIoControl",
+                                                            [&](auto, HANDLE device, DWORD code, auto...) {
+                                                              EXPECT_TRUE(device == kDevice && code == 0xB2D601B0);
+                                                              return SetLastError(ERROR_GEN_FAILURE), success;
+                                                            });
   const test::ImportFake<decltype(CloseHandle)> close("kernel32.dll", "CloseHandle", [&](auto real, HANDLE handle) {
     return handle == kDevice ? --open_devices, TRUE : real(handle);
   });

@@ -37,17 +37,16 @@ class ServiceControl : public testing::Test {
 
  private:
   test::RedirectedHive hive_;
-  test::ImportFake<decltype(StartServiceW)> start_{
-      "advapi32.dll", "StartServiceW", [this](auto real, auto... arguments) {
-        key_ = Key();
-        SHSetValueW(HKEY_LOCAL_MACHINE, (kServiceKey + L"\\Enum\\0").c_str(), L"somebody's", REG_SZ, L"", 2);
-        return real(arguments...);
-      }};
-  test::ImportFake<decltype(Sleep)> sleep_{
-      "kernel32.dll", "Sleep", [this](auto, DWORD time) {
-        EXPECT_EQ(100u, time);
-        key_ += "| " + Key();
-      }};
+  test::ImportFake<decltype(StartServiceW)> start_{"advapi32.dll", "StartServiceW", [this](auto real, auto... arguments) {
+                                                     key_ = Key();
+                                                     SHSetValueW(HKEY_LOCAL_MACHINE, (kServiceKey + L"\\Enum\\0").c_str(),
+                                                                 L"somebody's", REG_SZ, L"", 2);
+                                                     return real(arguments...);
+                                                   }};
+  test::ImportFake<decltype(Sleep)> sleep_{"kernel32.dll", "Sleep", [this](auto, DWORD time) {
+                                             EXPECT_EQ(100u, time);
+                                             key_ += "| " + Key();
+                                           }};
 };
 
 TEST_F(ServiceControl, FailuresNameTheServiceAndLeaveNothingBehind) {

@@ -46,12 +46,11 @@ class Token : public testing::Test {
       "advapi32.dll", "AllocateAndInitializeSid", [this](auto real, auto... arguments) {
         return Hold(!Fails("make") && real(arguments...), std::get<10>(std::tuple(arguments...)));
       }};
-  test::ImportFake<decltype(FreeSid)> free_{
-      "advapi32.dll", "FreeSid", [this](auto real, PSID sid) { return held_.erase(sid), real(sid); }};
-  test::ImportFake<decltype(CloseHandle)> close_{
-      "kernel32.dll", "CloseHandle", [this](auto real, HANDLE handle) {
-        return held_.erase(handle), SetLastError(0xBAD), real(handle);
-      }};
+  test::ImportFake<decltype(FreeSid)> free_{"advapi32.dll", "FreeSid",
+                                            [this](auto real, PSID sid) { return held_.erase(sid), real(sid); }};
+  test::ImportFake<decltype(CloseHandle)> close_{"kernel32.dll", "CloseHandle", [this](auto real, HANDLE handle) {
+                                                   return held_.erase(handle), SetLastError(0xBAD), real(handle);
+                                                 }};
 };
 
 TEST_F(Token, FailuresAreNestedInTheNameOfTheQuestion) {

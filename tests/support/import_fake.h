@@ -41,8 +41,7 @@ template <typename Function, typename Place = decltype([] {})>
 class ImportFake;
 
 template <typename Place, typename Result, typename... Arguments>
-class ImportFake<Result WINAPI(Arguments...), Place>
-    : ImportFakeBase<Result WINAPI(Arguments...), Place, Result, Arguments...> {
+class ImportFake<Result WINAPI(Arguments...), Place> : ImportFakeBase<Result WINAPI(Arguments...), Place, Result, Arguments...> {
  public:
   ImportFake(const char* dll, const char* function, typename ImportFake::Call call)
       : ImportFake::ImportFakeBase(dll, function, std::move(call), &Thunk) {}

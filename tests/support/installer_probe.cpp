@@ -26,7 +26,8 @@ int main() {
     std::getline(words, step, '\t');
     std::getline(words, first, '\t');
     std::getline(words, rest, '\t');
-    if (step == "write") std::ofstream(crv::FromUtf8(first).c_str(), std::ios::binary) << "[Common]\nNewDirectoryName=" << rest << '\n';
+    if (step == "write")
+      std::ofstream(crv::FromUtf8(first).c_str(), std::ios::binary) << "[Common]\nNewDirectoryName=" << rest << '\n';
     if (step == "delete") DeleteFileW(crv::FromUtf8(first).c_str());
     if (step == "exit") return static_cast<int>(std::strtoul(first.c_str(), nullptr, 0));
   }

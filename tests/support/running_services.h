@@ -61,15 +61,15 @@ class RunningServices {
   std::vector<std::pair<std::string, int>> calls_;
   int open_handles_ = 0;
 
-  ImportFake<decltype(OpenSCManagerW), struct OpenManagerPlace> open_manager_{
-      "advapi32.dll", "OpenSCManagerW", [this](auto*, auto...) { return Open("manager"); }};
-  ImportFake<decltype(OpenServiceW), struct OpenPlace> open_service_{
-      "advapi32.dll", "OpenServiceW", [this](auto*, SC_HANDLE, std::wstring name, DWORD access) {
-        char rights[16];
-        _snprintf(rights, sizeof(rights), "/%lx", access);
-        Note(std::string(name.begin(), name.end()) + rights);
-        return Open("open");
-      }};
+  ImportFake<decltype(OpenSCManagerW), struct OpenManagerPlace> open_manager_{"advapi32.dll", "OpenSCManagerW",
+                                                                              [this](auto*, auto...) { return Open("manager"); }};
+  ImportFake<decltype(OpenServiceW), struct OpenPlace> open_service_{"advapi32.dll", "OpenServiceW",
+                                                                     [this](auto*, SC_HANDLE, std::wstring name, DWORD access) {
+                                                                       char rights[16];
+                                                                       _snprintf(rights, sizeof(rights), "/%lx", access);
+                                                                       Note(std::string(name.begin(), name.end()) + rights);
+                                                                       return Open("open");
+                                                                     }};
   ImportFake<decltype(QueryServiceStatus), struct QueryPlace> query_{
       "advapi32.dll", "QueryServiceStatus", [this](auto*, SC_HANDLE, SERVICE_STATUS* status) { return Answer("query", status); }};
   ImportFake<decltype(StartServiceW), struct StartPlace> start_{
@@ -78,8 +78,8 @@ class RunningServices {
       "advapi32.dll", "ControlService", [this](auto*, SC_HANDLE, DWORD control, SERVICE_STATUS* status) {
         return Answer("control " + std::to_string(control), status);
       }};
-  ImportFake<decltype(CloseServiceHandle), struct ClosePlace> close_{
-      "advapi32.dll", "CloseServiceHandle", [this](auto*, auto...) { return --open_handles_, TRUE; }};
+  ImportFake<decltype(CloseServiceHandle), struct ClosePlace> close_{"advapi32.dll", "CloseServiceHandle",
+                                                                     [this](auto*, auto...) { return --open_handles_, TRUE; }};
 };
 
 }  // namespace crv::test

@@ -38,7 +38,8 @@ TEST_F(Wmi, EveryOperationWritesOrDeletesTheInstanceOfItsClass) {
   } cases[] = {
       {register_av, kAntiVirusClass, {{L"productUptoDate", true}, {L"onAccessScanningEnabled", true}}},
       {[] { update_av(off, fresh); }, kAntiVirusClass, {{L"productUptoDate", true}, {L"onAccessScanningEnabled", false}}},
-      {[] { update_av(on, SignatureStatus{2}); }, kAntiVirusClass,
+      {[] { update_av(on, SignatureStatus{2}); },
+       kAntiVirusClass,
        {{L"productUptoDate", false}, {L"onAccessScanningEnabled", true}}},
       {[] { update_as(snoozed, fresh); }, kAntiSpywareClass, {{L"productUptoDate", true}, {L"productEnabled", false}}},
       {register_fw, kFirewallClass, {{L"enabled", true}}},
@@ -53,10 +54,11 @@ TEST_F(Wmi, EveryOperationWritesOrDeletesTheInstanceOfItsClass) {
     c.operation();
     expected.erase(c.class_name);
     if (!c.properties.empty()) {
-      expected.insert({c.class_name, c.properties})->second.insert({{L"instanceGuid", L"{5e2b8c14-a7d3-4f09-9c61-3b8e0f4d7a25}"},
-                                                                    {L"displayName", L"Corvid Antivirus"},
-                                                                    {L"companyName", L"CORVID Software"},
-                                                                    {L"versionNumber", L"1.20.300.65535"}});
+      expected.insert({c.class_name, c.properties})
+          ->second.insert({{L"instanceGuid", L"{5e2b8c14-a7d3-4f09-9c61-3b8e0f4d7a25}"},
+                           {L"displayName", L"Corvid Antivirus"},
+                           {L"companyName", L"CORVID Software"},
+                           {L"versionNumber", L"1.20.300.65535"}});
     }
     std::multimap<std::wstring, Properties> instances;
     for (const auto& instance : standins::WmiInstances()) instances.insert({instance.class_name, instance.properties});

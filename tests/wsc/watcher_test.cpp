@@ -44,11 +44,11 @@ class Watcher : public testing::Test {
   std::atomic<std::int64_t> now_ = 0x01D80000'00000000;
   std::vector<DWORD> sleeps_;                     // ms, of the worker
   std::function<void()> while_sleeping_ = [] {};  // at the start of a sleep
-  test::ImportFake<decltype(GetSystemTimeAsFileTime)> time_{
-      "kernel32.dll", "GetSystemTimeAsFileTime", [this](auto*, FILETIME* time) {
-        const std::int64_t now = now_;
-        *time = {static_cast<DWORD>(now), static_cast<DWORD>(now >> 32)};
-      }};
+  test::ImportFake<decltype(GetSystemTimeAsFileTime)> time_{"kernel32.dll", "GetSystemTimeAsFileTime",
+                                                            [this](auto*, FILETIME* time) {
+                                                              const std::int64_t now = now_;
+                                                              *time = {static_cast<DWORD>(now), static_cast<DWORD>(now >> 32)};
+                                                            }};
   test::ImportFake<decltype(Sleep)> sleep_{"kernel32.dll", "Sleep", [this](auto* real, DWORD milliseconds) {
                                              if (milliseconds < 1000) return real(milliseconds);
                                              const std::int64_t end = now_ + milliseconds * (kSecond / 1000);
