@@ -4,8 +4,8 @@
 
 #include <cstring>
 
-#include "control/av_manager_control.h"
-#include "control/status_calls.h"
+#include "av_manager/control.h"
+#include "shared/status_calls.h"
 
 namespace crv::standins {
 namespace {

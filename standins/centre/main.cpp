@@ -8,18 +8,11 @@
 
 #include "base/exceptions.h"
 #include "base/format_message.h"
-#include "centre/area.h"
-#include "centre/console.h"
+#include "shared/area.h"
+#include "shared/console.h"
 #include "centre/run_command.h"
 
 namespace crv::standins::centre {
-
-const std::vector<const Area*>& Areas() {
-  static const std::vector<const Area*> areas = {
-      &SecurityCenterArea(), &WmiArea(),      &ServiceArea(), &ChangesArea(), &DefenderArea(),     &DriverArea(),
-      &AvManagerArea(),      &FirewallArea(), &LogArea(),     &ProductArea(), &InstallationArea(), &DumperArea()};
-  return areas;
-}
 
 namespace {
 
@@ -113,7 +106,7 @@ int Run(Words words) {
   if (name == kRun) return RunHost(Tail(GetCommandLineW(), 2));
   if (name == kWaitAnd && words.size() > 1) {
     Sleep(NumberFrom(words[0]));
-    return Run(Words(words.begin() + 1, words.end()));
+    return centre::Run(Words(words.begin() + 1, words.end()));
   }
   for (const Command& command : AllCommands()) {
     if (name != command.name) continue;
@@ -130,14 +123,14 @@ int Run(Words words) {
 }  // namespace crv::standins::centre
 
 int main() {
-  using namespace crv::standins::centre;
+  using namespace crv::standins;
   int count = 0;
   wchar_t** const words = CommandLineToArgvW(GetCommandLineW(), &count);
   try {
     return Run(Words(words + std::min(count, 1), words + count));
   } catch (const UsageError& error) {
     PrintError(error.text);
-    Help({});
+    centre::Help({});
     return 2;
   } catch (const crv::exceptions::fatal& error) {
     PrintError(crv::FromUtf8(error.what()));

@@ -9,9 +9,9 @@
 
 #include "base/exceptions.h"
 #include "base/format_message.h"
-#include "centre/area.h"
-#include "centre/console.h"
-#include "centre/places.h"
+#include "shared/area.h"
+#include "shared/console.h"
+#include "shared/places.h"
 #include "root/scoped_handle.h"
 
 namespace crv::standins::centre {

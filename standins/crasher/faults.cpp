@@ -7,7 +7,7 @@
 
 #include "base/exceptions.h"
 #include "crasher/stage.h"
-#include "control/installer_control.h"
+#include "installer/control.h"
 #include "entry/run.h"
 #include "platform/throw_record.h"
 

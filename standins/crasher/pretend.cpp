@@ -1,7 +1,7 @@
 // Other circumstances than this machine's, by exchanging entries of the program's own import table.
 #include <windows.h>
 
-#include "control/import_table.h"
+#include "shared/import_table.h"
 #include "crasher/stage.h"
 
 namespace crv::standins::crasher {

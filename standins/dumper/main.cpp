@@ -13,7 +13,7 @@
 #include <string>
 
 #include "base/exceptions.h"
-#include "control/dumper_control.h"
+#include "dumper/control.h"
 #include "root/scoped_handle.h"
 
 using namespace crv;

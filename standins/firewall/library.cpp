@@ -2,8 +2,8 @@
 // operations are nobody's to call here; each reports a fault.
 #include <windows.h>
 
-#include "control/firewall_control.h"
-#include "control/status_calls.h"
+#include "firewall/control.h"
+#include "shared/status_calls.h"
 
 namespace crv::standins {
 namespace {

@@ -6,8 +6,8 @@
 
 #include "base/command_line.h"
 #include "base/exceptions.h"
-#include "control/installation_control.h"
-#include "control/installer_control.h"
+#include "installation/control.h"
+#include "installer/control.h"
 
 using namespace crv;
 using namespace crv::standins;

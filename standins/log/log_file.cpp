@@ -2,7 +2,7 @@
 
 #include <cwctype>
 
-#include "control/named_lock.h"
+#include "shared/named_lock.h"
 #include "root/scoped_handle.h"
 
 namespace crv::standins::log {

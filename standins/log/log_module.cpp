@@ -1,6 +1,6 @@
 // The one export of log.dll and the module object behind it.
 #include "base/log_library.h"
-#include "control/log_control.h"
+#include "log/control.h"
 #include "log/logger.h"
 #include "log/scripted_failure.h"
 

@@ -5,7 +5,7 @@
 #include <utility>
 
 #include "base/format_message.h"
-#include "control/log_control.h"
+#include "log/control.h"
 #include "log/printf_text.h"
 #include "log/record.h"
 #include "log/scripted_failure.h"

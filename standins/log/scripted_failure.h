@@ -4,7 +4,7 @@
 #include <stdexcept>
 
 #include "base/exceptions.h"
-#include "control/log_control.h"
+#include "log/control.h"
 
 namespace crv::standins::log {
 

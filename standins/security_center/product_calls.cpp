@@ -5,7 +5,7 @@
 #include <cwchar>
 #include <string>
 
-#include "control/security_center_control.h"
+#include "security_center/control.h"
 
 namespace crv::standins {
 namespace {

@@ -4,9 +4,9 @@
 
 #include <new>
 
-#include "com/class_object.h"
-#include "com/com_object.h"
-#include "control/security_center_control.h"
+#include "shared/class_object.h"
+#include "shared/com_object.h"
+#include "security_center/control.h"
 #include "security_center/interfaces.h"
 #include "security_center/product_calls.h"
 

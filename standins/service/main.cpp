@@ -6,7 +6,7 @@
 
 #include <string>
 
-#include "control/service_control_panel.h"
+#include "service/control.h"
 #include "root/scoped_handle.h"
 
 namespace crv::standins {

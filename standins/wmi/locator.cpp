@@ -5,10 +5,10 @@
 
 #include <new>
 
-#include "com/class_object.h"
-#include "com/com_object.h"
-#include "control/wmi_control.h"
-#include "control/wmi_schema.h"
+#include "shared/class_object.h"
+#include "shared/com_object.h"
+#include "wmi/control.h"
+#include "wmi/schema.h"
 #include "wmi/wbem_object.h"
 #include "wmi/wbem_services.h"
 

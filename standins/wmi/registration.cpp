@@ -5,8 +5,8 @@
 #include <string>
 
 #include "base/exceptions.h"
-#include "control/own_path.h"
-#include "control/registry.h"
+#include "shared/own_path.h"
+#include "shared/registry.h"
 
 namespace {
 

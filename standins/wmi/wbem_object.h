@@ -4,9 +4,9 @@
 
 #include <string>
 
-#include "control/wmi_control.h"
-#include "control/wmi_schema.h"
-#include "com/com_object.h"
+#include "wmi/control.h"
+#include "wmi/schema.h"
+#include "shared/com_object.h"
 #include "wmi/partial_interfaces.h"
 
 namespace crv::standins {

@@ -3,8 +3,8 @@
 #include <cwchar>
 #include <new>
 
-#include "control/wmi_control.h"
-#include "control/wmi_schema.h"
+#include "wmi/control.h"
+#include "wmi/schema.h"
 #include "wmi/object_path.h"
 #include "wmi/wbem_object.h"
 

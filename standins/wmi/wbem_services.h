@@ -2,7 +2,7 @@
 // Every instance lies where all processes see it. Any thread.
 #pragma once
 
-#include "com/com_object.h"
+#include "shared/com_object.h"
 #include "wmi/partial_interfaces.h"
 
 namespace crv::standins {

@@ -7,7 +7,7 @@
 #include <vector>
 
 #include "base/exceptions.h"
-#include "control/changes_control.h"
+#include "wscapi/control.h"
 #include "wscapi/registration.h"
 
 namespace crv::standins {

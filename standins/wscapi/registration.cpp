@@ -1,8 +1,8 @@
 #include "wscapi/registration.h"
 
 #include "base/exceptions.h"
-#include "control/security_center_control.h"
-#include "control/service_control_panel.h"
+#include "security_center/control.h"
+#include "service/control.h"
 
 namespace crv::standins {
 namespace {

@@ -7,7 +7,7 @@
 #include <optional>
 #include <string>
 
-#include "control/changes_control.h"
+#include "wscapi/control.h"
 #include "root/scoped_handle.h"
 
 namespace crv::standins {

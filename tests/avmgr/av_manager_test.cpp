@@ -2,7 +2,7 @@
 
 #include <gtest/gtest.h>
 
-#include "control/av_manager_control.h"
+#include "av_manager/control.h"
 #include "instup/stage.h"
 #include "support/captured_log.h"
 #include "support/import_fake.h"

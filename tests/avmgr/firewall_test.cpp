@@ -2,7 +2,7 @@
 #include <gtest/gtest.h>
 
 #include "avmgr/actions.h"
-#include "control/firewall_control.h"
+#include "firewall/control.h"
 #include "support/captured_log.h"
 #include "support/import_fake.h"
 #include "support/redirected_hive.h"

@@ -3,7 +3,7 @@
 #include <windows.h>
 #include <shellapi.h>
 
-#include "control/firewall_control.h"
+#include "firewall/control.h"
 #include "entry/run.h"
 #include "support/captured_log.h"
 #include "support/import_fake.h"

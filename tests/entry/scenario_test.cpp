@@ -2,9 +2,9 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "control/log_control.h"
-#include "control/security_center_control.h"
-#include "control/service_control_panel.h"
+#include "log/control.h"
+#include "security_center/control.h"
+#include "service/control.h"
 #include "support/installed_suite.h"
 #include "wsc/product.h"
 
@@ -32,7 +32,7 @@ class Scenario : public testing::Test {
 // The journal without the classes' creation, without paths and names, and without what was answered.
 std::vector<std::string> SentCalls() {
   std::vector<std::string> calls;
-  for (const std::wstring& line : standins::Calls()) {
+  for (const std::wstring& line : standins::SecurityCenterCalls().Journal()) {
     const std::string call(line.begin(), line.begin() + line.find(L" = "));
     if (call.find(".Create(") == std::string::npos) calls.push_back(call.substr(0, call.find("(\"")));
   }

@@ -6,11 +6,11 @@
 
 #include <future>
 
-#include "control/changes_control.h"
-#include "control/driver_control.h"
-#include "control/security_center_control.h"
-#include "control/service_control_panel.h"
-#include "control/wmi_control.h"
+#include "wscapi/control.h"
+#include "driver/control.h"
+#include "security_center/control.h"
+#include "service/control.h"
+#include "wmi/control.h"
 #include "root/file_version.h"
 #include "support/installed_suite.h"
 #include "wsc/product.h"
@@ -109,7 +109,7 @@ TEST_F(SystemScenario, WindowsXpIsServedThroughWmi) {
     EXPECT_EQ(L"root\\SecurityCenter", instance.name_space);
     EXPECT_EQ(standins::WmiValue(std::wstring(text)), instance.properties.at(L"versionNumber")) << "not the host's";
   }
-  EXPECT_THAT(standins::Calls(), IsEmpty());
+  EXPECT_THAT(standins::SecurityCenterCalls().Journal(), IsEmpty());
 
   EXPECT_EQ(0u, test::RunHost(L"/svc /unregister /antivirus /antispyware /firewall").result);
   EXPECT_THAT(standins::WmiInstances(), IsEmpty());

@@ -2,7 +2,7 @@
 
 #include <gtest/gtest.h>
 
-#include "control/import_table.h"
+#include "shared/import_table.h"
 
 namespace crv::test {
 

@@ -6,7 +6,7 @@
 
 #include <functional>
 
-#include "control/security_center_control.h"
+#include "security_center/control.h"
 #include "root/module_path.h"
 #include "support/captured_log.h"
 #include "support/redirected_hive.h"
@@ -46,7 +46,7 @@ void RecordName(const std::wstring& value, const std::wstring& text) {
 std::string Sent() {
   const std::wstring registration = L"\"" + root::GetModulePath(nullptr) + L"\", \"" + kName + L"\", 0, 0";
   std::string text;
-  for (std::wstring call : standins::Calls()) {
+  for (std::wstring call : standins::SecurityCenterCalls().Journal()) {
     for (const std::wstring& usual : {registration, std::wstring(L" = 0x00000000")}) {
       if (const std::size_t at = call.find(usual); at != std::wstring::npos) call.erase(at, usual.size());
     }
@@ -150,7 +150,7 @@ TEST_F(Client, RequestsSendTheirCallsAndSaySo) {
     log_.clear();
     const std::wstring value = c.call.substr(0, c.call.find(L'.'));
     if (c.recorded != kNoName) RecordName(value, c.recorded);
-    standins::Script(c.call, c.answers);
+    standins::SecurityCenterCalls().Script(c.call, c.answers);
     EXPECT_EQ(c.thrown, test::Thrown(c.request));
     EXPECT_EQ(c.sent, Sent());
     EXPECT_EQ(c.log, Log());
@@ -161,7 +161,7 @@ TEST_F(Client, RequestsSendTheirCallsAndSaySo) {
 
 TEST_F(Client, PendingForeverEndsAfter18000Repeats) {
   RecordName(L"IWscAVStatus", kName);
-  standins::Script(L"IWscAVStatus.UpdateStatus", Answers{L"forever 0x8000000a"});
+  standins::SecurityCenterCalls().Script(L"IWscAVStatus.UpdateStatus", Answers{L"forever 0x8000000a"});
   EXPECT_EQ("error 8000000a WSC UpdateStatus: struct IWscAVStatus", test::Thrown([] { update_av(kOn, kFresh); }));
   EXPECT_EQ(std::vector<DWORD>(18000, 50), sleeps_);
   EXPECT_EQ(1u + 180u + 1u, log_.lines().size());
@@ -170,10 +170,10 @@ TEST_F(Client, PendingForeverEndsAfter18000Repeats) {
 }
 
 TEST_F(Client, AnInterfaceThatIsNotHandedOutIsAnError) {
-  standins::Script(L"IWscASStatus.Create", Answers{L"0x8007000e"});
+  standins::SecurityCenterCalls().Script(L"IWscASStatus.Create", Answers{L"0x8007000e"});
   EXPECT_THAT(test::Thrown(unregister_as),
               testing::AllOf(testing::StartsWith("error 8007000e CoCreateInstance CLSID_WscIsv: "), HasSubstr("IWscASStatus")));
-  standins::Script(L"IWscAVStatus.Create", Answers{L"null"});
+  standins::SecurityCenterCalls().Script(L"IWscAVStatus.Create", Answers{L"null"});
   EXPECT_THROW(register_av(), _com_error);
 }
 
@@ -190,7 +190,7 @@ TEST_F(Client, TheServiceIsMadeToRunBeforeEveryCreation) {
   standins::ClearSecurityCenter();
   services_.Fail("open", ERROR_SERVICE_DOES_NOT_EXIST);
   EXPECT_EQ("error 00000424 Unable to open the service 'wscsvc'!", test::Thrown(register_fw));
-  EXPECT_EQ(Answers(), standins::Calls()) << "no interface was created";
+  EXPECT_EQ(Answers(), standins::SecurityCenterCalls().Journal()) << "no interface was created";
 }
 
 TEST_F(Client, DefenderFollowsTheSuiteOnWindows7) {
@@ -213,7 +213,7 @@ TEST_F(Client, DefenderFollowsTheSuiteOnWindows7) {
   for (const wchar_t* kind : standins::kProductInterfaces) RecordName(kind, kName);
   for (const auto& c : cases) {
     SCOPED_TRACE(testing::Message() << "row " << (&c - cases));
-    if (!c.refused.empty()) standins::Script(c.refused, Answers{L"0x80004005"});
+    if (!c.refused.empty()) standins::SecurityCenterCalls().Script(c.refused, Answers{L"0x80004005"});
     // Security Center runs; Defender, asked after it, is in the state in which the request has something to do.
     services_.States({SERVICE_RUNNING, c.defender == kDefenderOn ? DWORD{SERVICE_STOPPED} : DWORD{SERVICE_RUNNING}});
     EXPECT_EQ(c.refused.empty(), test::Thrown(c.request) == "nothing");

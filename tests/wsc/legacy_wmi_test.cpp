@@ -5,7 +5,7 @@
 
 #include <functional>
 
-#include "control/wmi_control.h"
+#include "wmi/control.h"
 #include "support/captured_log.h"
 #include "support/import_fake.h"
 #include "support/redirected_hive.h"

@@ -1,0 +1,44 @@
+// One area of the stand-ins as centre.exe shows it: its commands, the calls that it can script, and its part of the commands that
+// concern every area. What an area has nothing to say about stays null. Functions report failures by throwing
+// crv::exceptions::error, and words that they do not understand by throwing UsageError.
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "shared/words.h"
+#include "shared/scripted_calls.h"
+
+namespace crv::standins {
+
+using Words = std::vector<std::wstring>;
+
+struct UsageError {
+  std::wstring text;
+};
+
+struct Command {
+  const wchar_t* name;
+  const wchar_t* arguments;  // as the usage shows them
+  const wchar_t* purpose;
+  std::size_t fewest_words;
+  std::size_t most_words;
+  void (*run)(const Words& words);
+};
+
+inline constexpr std::size_t kAnyNumber = static_cast<std::size_t>(-1);
+
+struct Area {
+  std::vector<Command> commands = {};
+  const ScriptedCalls* calls = nullptr;  // what `script` reaches and `journal` shows
+  void (*install)() = nullptr;
+  void (*uninstall)() = nullptr;
+  void (*show)() = nullptr;
+  bool show_after_run = false;  // also when the run changed nothing of it
+  void (*clear)() = nullptr;
+};
+
+// All of them, in the order in which they are installed, shown and cleared.
+const std::vector<const Area*>& Areas();
+
+}  // namespace crv::standins

@@ -1,0 +1,103 @@
+// The calls of one stand-in: how each one is told to answer, and the journal of what was asked. Both lie in the registry, so they
+// reach every process. Failures to reach the registry throw crv::exceptions::error. Any thread, any process; what says so has to
+// be done while holding the lock.
+//
+//   <key>\Script    one list of answers per call, named as the call
+//   <key>\Journal
+//     Calls         list, one line per call
+//
+// Each call takes the first answer of its list and behaves normally once the list is empty. A call "A.b" without answers of its
+// own takes those of the call "A", where there is one. An answer is
+//
+//   ok            behave normally
+//   0x8000000a    answer this code; a failure changes nothing, a success code is given after performing the call
+//   null          succeed with a null interface pointer; only for calls that hand one out
+//   crash         write to address 0
+//
+// optionally with "forever " before it (never used up) or " xN" behind it (good for N calls).
+#pragma once
+
+#include <windows.h>
+
+#include <cstdio>
+#include <iterator>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "base/exceptions.h"
+#include "shared/named_lock.h"
+
+namespace crv::standins {
+
+struct Answer {
+  std::optional<HRESULT> code;  // absent: behave normally
+  bool null_pointer = false;
+};
+
+class ScriptedCalls {
+ public:
+  struct Call {
+    std::wstring name;
+    bool hands_out_interface = false;
+  };
+
+  // `lock_name` and the name of each call stay the same for all processes.
+  ScriptedCalls(const wchar_t* key, const wchar_t* lock_name, std::vector<Call> calls);
+
+  const wchar_t* lock_name() const { return lock_name_; }
+  std::vector<std::wstring> Names() const;
+
+  // Replaces the answers of one call; an empty list lets it behave normally. A name or an answer that is none throws
+  // crv::exceptions::fatal with code 87.
+  void Script(const std::wstring& name, const std::vector<std::wstring>& answers) const;
+  std::vector<std::wstring> ScriptedAnswers(const std::wstring& name) const;  // those still to come
+
+  // The journal: the last 2,000 lines, oldest first. A call that repeats the one before it adds to that line's " xN".
+  std::vector<std::wstring> Journal() const;
+
+  // For the stand-in, under the lock: the answer that the call has to give now, used up; and a line of the journal.
+  Answer Take(const std::wstring& name) const;
+  void Append(const std::wstring& line) const;
+
+  // For the stand-in: one call from its answer to its line in the journal, under the lock. A `refusal` is answered at once and
+  // uses up no answer. `perform` gets the answer, changes the state and gives the normal result. Never throws; 0x80070102 when
+  // another process holds the lock for too long.
+  template <typename Perform>
+  HRESULT Answered(const std::wstring& name, const std::wstring& arguments, HRESULT refusal, Perform perform) const;
+
+ private:
+  const Call* Find(const std::wstring& name) const;  // null: there is no such call
+
+  std::wstring script_key_;
+  std::wstring journal_key_;
+  const wchar_t* lock_name_;
+  std::vector<Call> calls_;
+};
+
+template <typename Perform>
+HRESULT ScriptedCalls::Answered(const std::wstring& name, const std::wstring& arguments, HRESULT refusal, Perform perform) const {
+  try {
+    const NamedLock lock(lock_name_);
+    if (!lock.held()) return HRESULT_FROM_WIN32(WAIT_TIMEOUT);
+    HRESULT result = refusal;
+    if (SUCCEEDED(refusal)) {
+      const Answer answer = Take(name);
+      result = answer.code.value_or(S_OK);
+      if (SUCCEEDED(result)) {
+        const HRESULT performed = perform(answer);
+        if (!answer.code) result = performed;
+      }
+    }
+    wchar_t code[16];
+    _snwprintf(code, std::size(code), L"0x%08x", static_cast<unsigned>(result));
+    Append(name + L"(" + arguments + L") = " + code);
+    return result;
+  } catch (const exceptions::error& error) {
+    return HRESULT_FROM_WIN32(error.code());
+  } catch (...) {
+    return E_UNEXPECTED;
+  }
+}
+
+}  // namespace crv::standins
