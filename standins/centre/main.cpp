@@ -127,7 +127,7 @@ int main() {
   int count = 0;
   wchar_t** const words = CommandLineToArgvW(GetCommandLineW(), &count);
   try {
-    return Run(Words(words + std::min(count, 1), words + count));
+    return centre::Run(Words(words + std::min(count, 1), words + count));
   } catch (const UsageError& error) {
     PrintError(error.text);
     centre::Help({});
