@@ -131,7 +131,7 @@ void SystemRows() {
   PrintRow("readiness check of a running wscsvc / one QueryServiceStatus", 100, &wsc::sc::ensure_running, &QueryBare);
   PrintRow(
       "trusted-start check without a driver / NtQueryInformationProcess", 1000,
-      [] { root::IsTrustedProcess(root::GetParentProcessId()); },
+      [] { static_cast<void>(root::IsTrustedProcess(root::GetParentProcessId())); },
       [] {
         PROCESS_BASIC_INFORMATION information;
         NtQueryInformationProcess(GetCurrentProcess(), ProcessBasicInformation, &information, sizeof(information), nullptr);

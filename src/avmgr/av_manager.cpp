@@ -3,10 +3,10 @@
 #include <cstddef>
 #include <string>
 
-#include "avmgr/library_function.h"
 #include "base/exceptions.h"
 #include "base/log.h"
 #include "instup/folders.h"
+#include "root/proc_address.h"
 
 namespace crv::wsc {
 namespace {
@@ -28,12 +28,12 @@ AvManager::AvManager() {
   const std::wstring path = instup::GetProgramFolder() + L"\\cavm4h.dll";
   library_.reset(LoadLibraryExW(path.c_str(), nullptr, LOAD_WITH_ALTERED_SEARCH_PATH));
   if (!library_) throw exceptions::error("cannot load %ls", path.c_str());
-  start_ = ResolveFunction<Start>(library_.get(), "CavmStart");
-  stop_ = ResolveFunction<Stop>(library_.get(), "CavmStop");
-  get_provider_info_list_ = ResolveFunction<GetProviderInfoList>(library_.get(), "CavmGetProviderInfoList");
-  provider_resume_ = ResolveFunction<ProviderCall>(library_.get(), "CavmProviderResume");
-  provider_start_ = ResolveFunction<ProviderCall>(library_.get(), "CavmProviderStart");
-  provider_stop_ = ResolveFunction<ProviderCall>(library_.get(), "CavmProviderStop");
+  start_ = root::GetProcAddressOrThrow<Start>(library_.get(), "CavmStart");
+  stop_ = root::GetProcAddressOrThrow<Stop>(library_.get(), "CavmStop");
+  get_provider_info_list_ = root::GetProcAddressOrThrow<GetProviderInfoList>(library_.get(), "CavmGetProviderInfoList");
+  provider_resume_ = root::GetProcAddressOrThrow<ProviderCall>(library_.get(), "CavmProviderResume");
+  provider_start_ = root::GetProcAddressOrThrow<ProviderCall>(library_.get(), "CavmProviderStart");
+  provider_stop_ = root::GetProcAddressOrThrow<ProviderCall>(library_.get(), "CavmProviderStop");
   Check(start_(kLocalHost, 0, 0), "CavmStart failed");
 }
 

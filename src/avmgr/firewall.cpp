@@ -2,9 +2,9 @@
 
 #include "avmgr/actions.h"
 #include "avmgr/firewall_object.h"
-#include "avmgr/library_function.h"
 #include "base/exceptions.h"
 #include "base/log.h"
+#include "root/proc_address.h"
 #include "root/scoped_handle.h"
 
 namespace crv::wsc {
@@ -34,8 +34,8 @@ void start_firewall() {
   log::Info(tag, L"Starting FW.");
   const root::ScopedModule library(LoadLibraryW(L"crvData.dll"));
   if (!library) throw exceptions::error("cannot load crvData.dll");
-  GetFirewall* const get_firewall = ResolveFunction<GetFirewall>(library.get(), "crvGetFirewall");
-  FreeFirewall* const free_firewall = ResolveFunction<FreeFirewall>(library.get(), "crvFreeFirewall");
+  GetFirewall* const get_firewall = root::GetProcAddressOrThrow<GetFirewall>(library.get(), "crvGetFirewall");
+  FreeFirewall* const free_firewall = root::GetProcAddressOrThrow<FreeFirewall>(library.get(), "crvFreeFirewall");
 
   IFirewall* firewall = nullptr;
   if (const std::uint32_t status = get_firewall(0, &firewall)) throw exceptions::error(status, "cannot get firewall");

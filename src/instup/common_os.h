@@ -15,7 +15,7 @@ namespace crv::instup {
 
 // Takes a reference. `flags` are those of root::OptionalTableInit. Returns 0, or the error code of the step that failed (8 when
 // memory runs out), after which no reference is held.
-DWORD CmnOsInitialize(std::uint32_t flags);
+[[nodiscard]] DWORD CmnOsInitialize(std::uint32_t flags);
 
 // Gives a reference back. Returns 0. Without a reference it does nothing.
 DWORD CmnOsUninitialize();

@@ -20,6 +20,6 @@ struct InstallationInfo {
 // one, and fills `info` from the first key that names all of its folders. Returns false when no key does; the folders may then
 // hold what was read from incomplete keys. Start from a fresh `info`. The last error is 0 after success, otherwise that of the
 // last read.
-bool FindInstallation(InstallationInfo& info);
+[[nodiscard]] bool FindInstallation(InstallationInfo& info);
 
 }  // namespace crv::instup

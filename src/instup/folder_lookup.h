@@ -27,14 +27,14 @@ struct FolderQuery {
 // Finds the folder: the registry value; the default base and its sub-folder; the default base alone. Returns 0 with the folder,
 // normalised, in `out`, or ERROR_PATH_NOT_FOUND (3) with `out` empty, and leaves that code in the last error. Throws
 // std::bad_alloc.
-DWORD LookupFolder(std::wstring& out, const FolderQuery& query);
+[[nodiscard]] DWORD LookupFolder(std::wstring& out, const FolderQuery& query);
 
 // Whether the folder passes the check of the mode. Throws std::bad_alloc.
-bool VerifyFolder(const std::wstring& folder, Markers markers, int mode);
+[[nodiscard]] bool VerifyFolder(const std::wstring& folder, Markers markers, int mode);
 
-bool PathExists(const std::wstring& path);       // a file or a directory
-bool FileExists(const std::wstring& path);       // and is no directory
-bool DirectoryExists(const std::wstring& path);  // and is a directory
+[[nodiscard]] bool PathExists(const std::wstring& path);       // a file or a directory
+[[nodiscard]] bool FileExists(const std::wstring& path);       // and is no directory
+[[nodiscard]] bool DirectoryExists(const std::wstring& path);  // and is a directory
 
 // Makes one folder; its parent has to exist. Null attributes mean the default security. A failure is not told: callers look
 // whether the folder is there.

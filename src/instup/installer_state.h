@@ -14,7 +14,7 @@ struct SetupRecord {
 
   // Points the record at the folder and reads its file. Returns false, with the last error of LoadSettingsFile, when the file
   // cannot be read; the name then stays as it was.
-  bool Read(const std::wstring& setup_folder);
+  [[nodiscard]] bool Read(const std::wstring& setup_folder);
 };
 
 class State {
@@ -27,7 +27,7 @@ class State {
   // Fills the State from the registry and "setup.ini". When the file cannot be read, runs the current installer once without
   // arguments, which repairs it, and waits for it without a limit. Returns false when no installation is registered or the file
   // is unreadable after that; installers that an earlier call located then stay.
-  bool Locate();
+  [[nodiscard]] bool Locate();
 
   const std::wstring& program_folder() const { return program_folder_; }
   const std::wstring& data_folder() const { return data_folder_; }
@@ -52,6 +52,6 @@ class State {
 // Locates a fresh State, which may run the installer, and returns what Locate returned. `reboot` is set when the persistent data
 // folder holds the file "Reboot.txt" and cleared otherwise; it means something only when the result is true. Throws what
 // GetPersistentDataFolder throws.
-bool CheckRebootMarker(bool& reboot);
+[[nodiscard]] bool CheckRebootMarker(bool& reboot);
 
 }  // namespace crv::instup

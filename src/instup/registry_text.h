@@ -13,9 +13,9 @@ namespace crv::instup {
 // "HKEY_USERS"), or below `parent` when that is given; the name then does not matter. The caller closes `*key`, which is written
 // only on success. Another name (case matters), a null `key` or `subkey`, and neither a name nor a parent are
 // ERROR_INVALID_PARAMETER (87).
-DWORD OpenRegistryKey(const wchar_t* root_name, const wchar_t* subkey, REGSAM access, HKEY parent, HKEY* key);
+[[nodiscard]] DWORD OpenRegistryKey(const wchar_t* root_name, const wchar_t* subkey, REGSAM access, HKEY parent, HKEY* key);
 
 // Reads a value of whatever type as text: whole characters, without trailing NULs. On failure `out` is empty.
-DWORD ReadRegistryString(HKEY key, const wchar_t* name, std::wstring& out);
+[[nodiscard]] DWORD ReadRegistryString(HKEY key, const wchar_t* name, std::wstring& out);
 
 }  // namespace crv::instup

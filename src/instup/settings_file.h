@@ -16,6 +16,6 @@ std::wstring DecodeSettings(const std::vector<char>& bytes);
 // Replaces the tree by the parse of the file. Waits without a limit while another process holds an exclusive lock on any part of
 // it. Returns false on failure and leaves the tree as it was; the last error is that of the failed step, 223 for a file of 4 GiB
 // or more, 8 when memory runs out, 0 after success.
-bool LoadSettingsFile(const std::wstring& path, SettingsTree& tree);
+[[nodiscard]] bool LoadSettingsFile(const std::wstring& path, SettingsTree& tree);
 
 }  // namespace crv::instup

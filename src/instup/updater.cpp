@@ -35,7 +35,7 @@ bool RunUpdater(std::uint32_t* exit_code, std::uint8_t* reboot) {
   }
 
   // The first run may have moved the new installer; when it cannot be located anew, the earlier place counts.
-  state.Locate();
+  static_cast<void>(state.Locate());
   const bool started = RunInstaller(state.new_installer(), L"update_vps_and_program", code);
   Store(exit_code, code);
   if (started && reboot) {

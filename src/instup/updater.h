@@ -11,6 +11,6 @@ namespace crv::instup {
 // - `exit_code` receives the exit code of the last run that ended, 0 when none did;
 // - `reboot` (one byte, 0 or 1) receives whether a restart of the system is due, only after the second run was started.
 // Throws what CheckRebootMarker throws, when `reboot` is given.
-bool RunUpdater(std::uint32_t* exit_code, std::uint8_t* reboot);
+[[nodiscard]] bool RunUpdater(std::uint32_t* exit_code, std::uint8_t* reboot);
 
 }  // namespace crv::instup

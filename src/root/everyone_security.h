@@ -13,7 +13,7 @@ class EveryoneSecurity {
   EveryoneSecurity& operator=(const EveryoneSecurity&) = delete;
 
   // Builds everything anew. Fails only when memory runs out.
-  bool Build();
+  [[nodiscard]] bool Build();
 
   // Null unless the last Build succeeded. Handles made with the attributes are not inherited.
   SECURITY_ATTRIBUTES* get() { return attributes_.nLength != 0 ? &attributes_ : nullptr; }

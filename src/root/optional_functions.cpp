@@ -3,6 +3,7 @@
 #include <clocale>
 
 #include "root/os_class.h"
+#include "root/proc_address.h"
 
 namespace crv::root {
 namespace {
@@ -30,7 +31,7 @@ class TableLock {
 
 template <typename Function>
 void LookUp(HMODULE module, const char* name, Function*& entry) {
-  entry = reinterpret_cast<Function*>(reinterpret_cast<void*>(GetProcAddress(module, name)));
+  entry = FindFunction<Function>(module, name);
 }
 
 void ReadSizes(OptionalFunctionTable& table) {
@@ -54,7 +55,7 @@ void ReadVersion(OptionalFunctionTable& table) {
   table.version = reported;
 
   if (!table.rtl_get_version) {
-    if (const HMODULE ntdll = GetModuleHandleW(L"NTDLL.DLL")) LookUp(ntdll, "RtlGetVersion", table.rtl_get_version);
+    LookUp(GetModuleHandleW(L"NTDLL.DLL"), "RtlGetVersion", table.rtl_get_version);
   }
   OSVERSIONINFOEXW true_version = {};
   true_version.dwOSVersionInfoSize = sizeof(true_version);

@@ -73,12 +73,12 @@ const OptionalFunctionTable& OptionalFunctions();
 
 // Takes a reference on the first stage: the first one reads the system's version and sizes. Returns 0, or the code with which
 // the table's lock could not be made; then no reference is taken.
-DWORD OsInfoAcquire();
+[[nodiscard]] DWORD OsInfoAcquire();
 
 // Takes a reference on the table: the first one fills it, and takes a reference on the first stage if there is none. `flags` is
 // 0 or kTableWithoutSideEffects. Returns 0, the code of OsInfoAcquire, or ERROR_NOT_ENOUGH_MEMORY (8); after a failure no
 // reference on the table is held.
-DWORD OptionalTableInit(std::uint32_t flags);
+[[nodiscard]] DWORD OptionalTableInit(std::uint32_t flags);
 
 // Gives a reference on the table back; the last one closes the self-protection device. Needs an OptionalTableInit that
 // succeeded. Returns 0.

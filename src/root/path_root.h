@@ -34,6 +34,6 @@ inline constexpr std::uint32_t kPathEmpty = 123;  // ERROR_INVALID_NAME
 
 // Fills `info`, which may be null when only the result matters, and returns 0; kPathNull for a null path and kPathEmpty for an
 // empty one leave it all zeros. "\" and "/" are separators alike; names are compared without regard to the case of ASCII letters.
-std::uint32_t GetPathRootInfo(const wchar_t* path, PathRootInfo* info) noexcept;
+[[nodiscard]] std::uint32_t GetPathRootInfo(const wchar_t* path, PathRootInfo* info) noexcept;
 
 }  // namespace crv::root

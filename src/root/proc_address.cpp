@@ -4,12 +4,12 @@
 
 namespace crv::root {
 
-FARPROC GetProcAddressOrThrow(const wchar_t* module, const char* function) {
+HMODULE GetModuleOrThrow(const wchar_t* module) {
   const HMODULE handle = GetModuleHandleW(module);
   if (!handle) throw exceptions::error(GetLastError(), L"GetModuleHandleW (%s)", module);
-  const FARPROC address = GetProcAddress(handle, function);
-  if (!address) throw exceptions::error(GetLastError(), "GetProcAddress (%s)", function);
-  return address;
+  return handle;
 }
+
+void ThrowMissingFunction(const char* name) { throw exceptions::error(GetLastError(), "GetProcAddress (%s)", name); }
 
 }  // namespace crv::root

@@ -4,6 +4,7 @@
 #include <exception>
 #include <utility>
 
+#include "root/proc_address.h"
 #include "root/scoped_handle.h"
 
 namespace crv::root {
@@ -105,9 +106,7 @@ LSTATUS WriteDword(const wchar_t* subkey, const wchar_t* name, std::uint32_t val
 // RegDeleteKeyExW came with the 64-bit editions of Windows; a Windows XP without it has one view only.
 LSTATUS DeleteEmptyKey(HKEY root, const wchar_t* subkey, REGSAM view) {
   using RegDeleteKeyExFunction = LSTATUS WINAPI(HKEY, const wchar_t*, REGSAM, DWORD);
-  const HMODULE advapi32 = GetModuleHandleW(L"advapi32");
-  const FARPROC address = advapi32 ? GetProcAddress(advapi32, "RegDeleteKeyExW") : nullptr;
-  auto* const delete_in_view = reinterpret_cast<RegDeleteKeyExFunction*>(reinterpret_cast<void*>(address));
+  auto* const delete_in_view = FindFunction<RegDeleteKeyExFunction>(GetModuleHandleW(L"advapi32"), "RegDeleteKeyExW");
   return delete_in_view ? delete_in_view(root, subkey, view, 0) : RegDeleteKeyW(root, subkey);
 }
 

@@ -17,25 +17,25 @@ namespace crv::root {
 
 // Whether the key below HKEY_LOCAL_MACHINE can be opened for reading its values. A missing key is an answer and not an error:
 // false with last error 0.
-bool KeyExists(const wchar_t* subkey, REGSAM view) noexcept;
+[[nodiscard]] bool KeyExists(const wchar_t* subkey, REGSAM view) noexcept;
 
 // The value's bytes as they are stored, and its type. A value that grows while it is read is read again. Not for
 // HKEY_PERFORMANCE_DATA, which does not tell the size of a value.
-bool QueryValue(HKEY root, const wchar_t* subkey, const wchar_t* name, std::vector<std::uint8_t>& data, DWORD& type,
-                REGSAM view) noexcept;
+[[nodiscard]] bool QueryValue(HKEY root, const wchar_t* subkey, const wchar_t* name, std::vector<std::uint8_t>& data, DWORD& type,
+                              REGSAM view) noexcept;
 
 // The text of a REG_SZ or REG_EXPAND_SZ value up to its first NUL or its end; the environment variables that a REG_EXPAND_SZ
 // value names are expanded. Another type or an odd number of bytes is ERROR_INVALID_DATA (13).
-bool QueryString(HKEY root, const wchar_t* subkey, const wchar_t* name, std::wstring& value, REGSAM view) noexcept;
+[[nodiscard]] bool QueryString(HKEY root, const wchar_t* subkey, const wchar_t* name, std::wstring& value, REGSAM view) noexcept;
 
 // A 4-byte REG_DWORD value below HKEY_LOCAL_MACHINE. Another type or size is ERROR_INVALID_DATA (13).
-bool QueryDword(const wchar_t* subkey, const wchar_t* name, std::uint32_t& value, REGSAM view) noexcept;
+[[nodiscard]] bool QueryDword(const wchar_t* subkey, const wchar_t* name, std::uint32_t& value, REGSAM view) noexcept;
 
 // Writes a REG_DWORD value below HKEY_LOCAL_MACHINE; a missing key is made.
-bool SetDword(const wchar_t* subkey, const wchar_t* name, std::uint32_t value, REGSAM view) noexcept;
+[[nodiscard]] bool SetDword(const wchar_t* subkey, const wchar_t* name, std::uint32_t value, REGSAM view) noexcept;
 
 // Deletes the key and everything below it, the deepest keys first. The first key that cannot be deleted ends it with that key's
 // code; what was deleted until then stays deleted.
-bool DeleteKeyTree(HKEY root, const wchar_t* subkey, REGSAM view) noexcept;
+[[nodiscard]] bool DeleteKeyTree(HKEY root, const wchar_t* subkey, REGSAM view) noexcept;
 
 }  // namespace crv::root

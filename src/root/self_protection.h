@@ -21,7 +21,7 @@ class SelfProtectionClient {
 
   // Whether the driver trusts the process: 0 if not, otherwise the driver's own non-zero answer. Without a driver that answers
   // properly every process is trusted: 1.
-  std::uint32_t IsTrustedProcess(std::uint32_t process_id) const noexcept;
+  [[nodiscard]] std::uint32_t IsTrustedProcess(std::uint32_t process_id) const noexcept;
 
  private:
   void OpenDevices();
@@ -33,10 +33,10 @@ class SelfProtectionClient {
 };
 
 // SelfProtectionClient::IsTrustedProcess of the process-wide client.
-std::uint32_t IsTrustedProcess(std::uint32_t process_id) noexcept;
+[[nodiscard]] std::uint32_t IsTrustedProcess(std::uint32_t process_id) noexcept;
 
 // Tells the driver, through a device handle of its own, that the dump of a fatal crash was written. Returns 0, or the last error
 // when the device cannot be opened or refuses. For a crashing process: it takes neither a lock nor memory itself.
-std::uint32_t SendFatalDumpNotice() noexcept;
+[[nodiscard]] std::uint32_t SendFatalDumpNotice() noexcept;
 
 }  // namespace crv::root

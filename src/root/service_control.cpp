@@ -64,13 +64,13 @@ class TemporaryServiceKey {
     Set(L"Type", service_type);
   }
   ~TemporaryServiceKey() {
-    if (created_) DeleteKeyTree(HKEY_LOCAL_MACHINE, path_.c_str(), KEY_WOW64_32KEY);
+    if (created_) static_cast<void>(DeleteKeyTree(HKEY_LOCAL_MACHINE, path_.c_str(), KEY_WOW64_32KEY));
   }
   TemporaryServiceKey(const TemporaryServiceKey&) = delete;
   TemporaryServiceKey& operator=(const TemporaryServiceKey&) = delete;
 
  private:
-  void Set(const wchar_t* value, DWORD number) { SetDword(path_.c_str(), value, number, KEY_WOW64_32KEY); }
+  void Set(const wchar_t* value, DWORD number) { static_cast<void>(SetDword(path_.c_str(), value, number, KEY_WOW64_32KEY)); }
 
   const std::wstring path_;
   const bool created_;

@@ -14,7 +14,7 @@ namespace crv::root {
 inline constexpr std::uint32_t kControlStart = 0;  // the control code that stands for starting the service
 
 // The state at this moment.
-std::uint32_t QueryServiceState(const std::wstring& name);
+[[nodiscard]] std::uint32_t QueryServiceState(const std::wstring& name);
 
 // Starts the service (kControlStart) or sends it a SERVICE_CONTROL_... code, unless it is in `skip_state` or `target_state`
 // already; somebody else's start that came first counts as this one's. `extra_access` is the right that the request needs. Then
@@ -25,7 +25,7 @@ std::uint32_t QueryServiceState(const std::wstring& name);
 //
 // A service whose registry key cannot be opened in the 32-bit view gets a minimal one for the length of the request; that key is
 // deleted afterwards with everything below it. Two calls for the same service at a time may get in each other's way there.
-bool ControlServiceAndWait(const std::wstring& name, std::uint32_t extra_access, std::uint32_t control, std::uint32_t skip_state,
-                           std::uint32_t target_state, std::uint32_t timeout_ms);
+[[nodiscard]] bool ControlServiceAndWait(const std::wstring& name, std::uint32_t extra_access, std::uint32_t control,
+                                         std::uint32_t skip_state, std::uint32_t target_state, std::uint32_t timeout_ms);
 
 }  // namespace crv::root

@@ -33,16 +33,16 @@ class ScopedSid {
 // Whether the token acts for BUILTIN\Administrators; the filtered token that User Account Control gives an administrator does
 // not. `token` needs TOKEN_DUPLICATE and TOKEN_QUERY and stays the caller's. Throws with "AllocateAndInitializeSid", "Unable to
 // duplicate the access token!" or "Unable to check token membership!".
-bool IsAdministrator(HANDLE token);
+[[nodiscard]] bool IsAdministrator(HANDLE token);
 
 // The two questions about the caller throw an error with code 0xFFFFFFFF and their own name, in which the failure itself is
 // nested: "Unable to open current thread token!", "Unable to open default process token!", or what is said at each.
 
 // IsAdministrator of the caller's token; nested as it throws.
-bool RunningUnderAdminAccount();
+[[nodiscard]] bool RunningUnderAdminAccount();
 
 // Whether the caller is LocalSystem, LocalService or NetworkService. Nested: "Unable to retrieve the size of user SID!", "Unable
 // to retrieve the user SID!", "AllocateAndInitializeSid".
-bool RunningUnderServiceAccount();
+[[nodiscard]] bool RunningUnderServiceAccount();
 
 }  // namespace crv::root

@@ -38,8 +38,8 @@ void SwitchOn() {
   if (root::KeyExists(kPolicyKey, 0) && !root::DeleteKeyTree(HKEY_LOCAL_MACHINE, kPolicyKey, 0)) {
     throw exceptions::error(GetLastError(), "registry delete");
   }
-  root::ControlServiceAndWait(kServiceName, SERVICE_START, root::kControlStart, SERVICE_START_PENDING, SERVICE_RUNNING,
-                              kDoNotWait);
+  static_cast<void>(root::ControlServiceAndWait(kServiceName, SERVICE_START, root::kControlStart, SERVICE_START_PENDING,
+                                                SERVICE_RUNNING, kDoNotWait));
   log::Info(tag, "windows defender operation succeeded");
 }
 
@@ -49,8 +49,8 @@ void SwitchOff() {
   if (!root::SetDword(kPolicyKey, kPolicyValue, kDisabledByPolicy, 0)) {
     throw exceptions::error(GetLastError(), "registry write");
   }
-  root::ControlServiceAndWait(kServiceName, SERVICE_STOP, SERVICE_CONTROL_STOP, SERVICE_STOP_PENDING, SERVICE_STOPPED,
-                              kDoNotWait);
+  static_cast<void>(root::ControlServiceAndWait(kServiceName, SERVICE_STOP, SERVICE_CONTROL_STOP, SERVICE_STOP_PENDING,
+                                                SERVICE_STOPPED, kDoNotWait));
   log::Info(tag, "windows defender operation succeeded");
 }
 

@@ -33,7 +33,7 @@ std::wstring registered_name_value(const std::string& interface_type_name) {
 
 bool registered_name_differs(const std::wstring& value_name) {
   std::wstring name;  // a failed read leaves it empty, and so different
-  root::QueryString(HKEY_LOCAL_MACHINE, kModuleKey, value_name.c_str(), name, 0);
+  static_cast<void>(root::QueryString(HKEY_LOCAL_MACHINE, kModuleKey, value_name.c_str(), name, 0));
   return name != kDisplayName;
 }
 

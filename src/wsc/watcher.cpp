@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "base/exceptions.h"
+#include "root/proc_address.h"
 
 namespace crv::wsc {
 namespace {
@@ -32,20 +33,13 @@ void KeepThisLibraryLoaded() {
                      reinterpret_cast<const wchar_t*>(&KeepThisLibraryLoaded), &module);
 }
 
-template <typename Function>
-Function* Resolve(HMODULE library, const char* name) {
-  const FARPROC address = GetProcAddress(library, name);
-  if (!address) throw exceptions::error(GetLastError(), "GetProcAddress (%s)", name);
-  return reinterpret_cast<Function*>(reinterpret_cast<void*>(address));
-}
-
 }  // namespace
 
 watcher::watcher(std::int64_t delay) : delay_(delay) {
   library_.reset(LoadLibraryW(L"wscapi.dll"));
   if (!library_) throw exceptions::error(GetLastError(), L"cannot load wscapi.dll");
-  register_ = Resolve<RegisterFunction>(library_.get(), "WscRegisterForChanges");
-  unregister_ = Resolve<UnregisterFunction>(library_.get(), "WscUnRegisterChanges");
+  register_ = root::GetProcAddressOrThrow<RegisterFunction>(library_.get(), "WscRegisterForChanges");
+  unregister_ = root::GetProcAddressOrThrow<UnregisterFunction>(library_.get(), "WscUnRegisterChanges");
   const HRESULT result = register_(nullptr, &registration_, &on_security_center_change, this);
   if (FAILED(result)) throw exceptions::error(result, "WscRegisterForChanges");
 }
