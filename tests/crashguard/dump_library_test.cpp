@@ -4,9 +4,9 @@
 
 #include <string>
 
+#include "crashguard/crash_guard_module.h"
 #include "instup/common_os.h"
 #include "mi/module_counts.h"
-#include "crashguard/crash_guard_module.h"
 #include "support/import_fake.h"
 #include "support/thrown.h"
 
@@ -15,10 +15,13 @@ namespace {
 
 using test::ImportFake;
 
-constexpr char kFailure[] = "error 0000007f Failed to bind with dbghelp!MiniDumpWriteDump";
-
-TEST(DumpLibrary, TriesTheSuitesOwnFirst) {
+// The suite's own comes first; without the function there is no crash guard, and no library stays loaded.
+TEST(DumpLibrary, IsBoundOrThereIsNoCrashGuard) {
+  constexpr char kFailure[] = "error 0000007f Failed to bind with dbghelp!MiniDumpWriteDump";
+  const std::uint32_t modules = mi::LiveCounts().modules;
   std::wstring loads;
+  bool there = true;
+  int freed = 0;
   const ImportFake<decltype(LoadLibraryExW)> own("kernel32.dll", "LoadLibraryExW",
                                                  [&](auto*, LPCWSTR path, HANDLE, DWORD flags) -> HMODULE {
                                                    EXPECT_EQ(8u, flags);
@@ -27,36 +30,26 @@ TEST(DumpLibrary, TriesTheSuitesOwnFirst) {
                                                  });
   const ImportFake<decltype(LoadLibraryW)> system("kernel32.dll", "LoadLibraryW", [&](auto* real, LPCWSTR name) {
     loads += name;
-    return real(name);
+    return there ? real(name) : nullptr;
   });
-  const DumpLibrary library;
-  EXPECT_NE(nullptr, library.write());
+  const ImportFake<decltype(FreeLibrary)> free("kernel32.dll", "FreeLibrary",
+                                               [&](auto* real, HMODULE module) { return ++freed, real(module); });
+  EXPECT_NE(nullptr, DumpLibrary().write());
   const std::wstring folder = instup::CmnOsProgramFolder();
   ASSERT_FALSE(folder.empty());
   EXPECT_EQ(folder + (folder.back() == L'\\' ? L"" : L"\\") + L"dbghelp.dll; dbghelp.dll", loads);
-}
+  EXPECT_EQ(1, freed);
 
-TEST(DumpLibrary, WithoutTheFunctionThereIsNoCrashGuard) {
-  const std::uint32_t modules = mi::LiveCounts().modules;
-  std::vector<HMODULE> freed;
-  const ImportFake<decltype(FreeLibrary)> free("kernel32.dll", "FreeLibrary", [&](auto* real, HMODULE module) {
-    freed.push_back(module);
-    return real(module);
-  });
-  {
-    const ImportFake<decltype(LoadLibraryExW)> own("kernel32.dll", "LoadLibraryExW",
-                                                   [](auto*, auto...) -> HMODULE { return nullptr; });
-    const ImportFake<decltype(LoadLibraryW)> system("kernel32.dll", "LoadLibraryW",
-                                                    [](auto*, auto...) -> HMODULE { return nullptr; });
-    EXPECT_EQ(kFailure, test::Thrown([] { CrashGuardModule module; }));
-    EXPECT_TRUE(freed.empty());
-  }
+  there = false;
+  EXPECT_EQ(kFailure, test::Thrown([] { CrashGuardModule module; }));
+  EXPECT_EQ(1, freed);
+  there = true;
   const ImportFake<decltype(GetProcAddress)> function(
       "kernel32.dll", "GetProcAddress", [](auto* real, HMODULE module, LPCSTR name) {
         return std::string(name) == "MiniDumpWriteDump" ? nullptr : real(module, name);
       });
   EXPECT_EQ(kFailure, test::Thrown([] { CrashGuardModule module; }));
-  EXPECT_EQ(1u, freed.size());
+  EXPECT_EQ(2, freed);
   EXPECT_EQ(modules, mi::LiveCounts().modules);
 }
 

@@ -1,15 +1,11 @@
 #include "crashguard/exit_signal.h"
 
-#include <windows.h>
-
 #include <gtest/gtest.h>
 
 #include "support/import_fake.h"
 
 namespace crv::crashguard {
 namespace {
-
-constexpr wchar_t kVariable[] = L"CRV_CRASH_SIGNAL_EVENT";
 
 TEST(CrashSignalAtExit, OnlyAHandleOfTenCharactersHoldsTheProcess) {
   DWORD slept = 0;
@@ -26,14 +22,14 @@ TEST(CrashSignalAtExit, OnlyAHandleOfTenCharactersHoldsTheProcess) {
               {blank, true},          {L"FFFFFFFFFF", false}, {L"0x0000000000000000000000000001", false}};
   for (const auto& row : rows) {
     SCOPED_TRACE(testing::Message() << "row " << (&row - rows));
-    SetEnvironmentVariableW(kVariable, row.text);
+    SetEnvironmentVariableW(L"CRV_CRASH_SIGNAL_EVENT", row.text);
     ResetEvent(event);
     slept = 0;
     CrashSignalAtExit();
     EXPECT_EQ(row.holds ? INFINITE : 0, slept);
     EXPECT_EQ(row.holds ? WAIT_OBJECT_0 : static_cast<DWORD>(WAIT_TIMEOUT), WaitForSingleObject(event, 0));
   }
-  SetEnvironmentVariableW(kVariable, nullptr);
+  SetEnvironmentVariableW(L"CRV_CRASH_SIGNAL_EVENT", nullptr);
   CloseHandle(event);
 }
 

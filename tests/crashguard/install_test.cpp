@@ -1,11 +1,9 @@
-#include "crashguard/crash_handler.h"
-
 #include <cstdlib>
 #include <cstring>
+#include <fstream>
 
 #include "crashguard/crash_guard.h"
 #include "crashguard/stage.h"
-#include "support/import_fake.h"
 
 namespace crv::crashguard {
 namespace {
@@ -17,48 +15,27 @@ constexpr std::uint32_t kEverything = 0x3FD;
 constexpr char kHooked[] = "narrow 1 crashguard: CrashGuard global exception handler installed";
 constexpr char kUnhooked[] = "narrow 1 crashguard: CrashGuard global exception handler uninstalled";
 constexpr char kInternal[] = "narrow 1 crashguard: CrashGuard initialized successfully, only internal dumping available";
-constexpr char kExternal[] = "narrow 1 crashguard: CrashGuard initialized successfully, external dumping enabled";
 constexpr char kHooksFailed[] = "narrow 4 crashguard: Failed to install crash hooks";
 
 LONG WINAPI OtherFilter(EXCEPTION_POINTERS*) { return EXCEPTION_CONTINUE_SEARCH; }
 
-class Install : public test::DumpStage {
+class Install : public DumpStage {
  protected:
-  // Whose filter is set now. Asking for it through a locked function gives null.
-  static LPTOP_LEVEL_EXCEPTION_FILTER Exchange(LPTOP_LEVEL_EXCEPTION_FILTER filter) {
-    return SetUnhandledExceptionFilter(filter);
-  }
-
-  const LPTOP_LEVEL_EXCEPTION_FILTER before_ = SetUnhandledExceptionFilter(&OtherFilter);
-  const UINT error_mode_ = SetErrorMode(0);
-  CrashHandler handler_;
-
   ~Install() override {
     handler_.Uninstall();
     SetUnhandledExceptionFilter(before_);
     SetErrorMode(error_mode_);
   }
-};
 
-TEST_F(Install, LocksTheFilterUntilUninstallPutsTheOldOneBack) {
-  EXPECT_EQ(1u, handler_.Install(folder_, folder_, kEverything, 3));
-  EXPECT_TRUE(handler_.IsInstalled());
-  EXPECT_EQ(nullptr, Exchange(nullptr));
-  const void* const locked = reinterpret_cast<void*>(&SetUnhandledExceptionFilter);
-  MEMORY_BASIC_INFORMATION page = {};
-  VirtualQuery(locked, &page, sizeof(page));
-  EXPECT_EQ(DWORD{PAGE_EXECUTE_READ}, page.Protect);
-  EXPECT_EQ(0, std::memcmp(locked, "\x31\xC0\xC2\x04", 5)) << "it pops its argument";
-  EXPECT_EQ(0x8003u, SetErrorMode(0x8003));
-  EXPECT_EQ(2u, handler_.Install(folder_, folder_, 0, 3));
-  EXPECT_TRUE(handler_.Uninstall());
-  EXPECT_FALSE(handler_.IsInstalled());
-  EXPECT_EQ(&OtherFilter, Exchange(&OtherFilter));
-  EXPECT_FALSE(handler_.Uninstall());
-  EXPECT_EQ(0x8003u, SetErrorMode(0)) << "the error mode stays";
-  EXPECT_THAT(log_.lines(), ElementsAre(kHooked, kInternal,
-                                        "narrow 3 crashguard: Attempting to install crashguard twice, ignored.", kUnhooked));
-}
+  std::uint32_t InstallHere(std::uint32_t flags) { return handler_.Install(folder_, folder_, flags, 3); }
+
+  // Whether another filter than the guard's is set. A locked function answers null.
+  static bool OtherFilterIsSet() { return SetUnhandledExceptionFilter(&OtherFilter) == &OtherFilter; }
+
+  const LPTOP_LEVEL_EXCEPTION_FILTER before_ = SetUnhandledExceptionFilter(&OtherFilter);
+  const UINT error_mode_ = SetErrorMode(0);
+  CrashHandler handler_;
+};
 
 TEST_F(Install, TheFlagsChooseTheHooks) {
   int handlers = 0;
@@ -73,45 +50,48 @@ TEST_F(Install, TheFlagsChooseTheHooks) {
     bool locked;
     int handlers;
     UINT error_mode;
-  } rows[] = {{0, false, 0, 0}, {0x1, true, 0, 0}, {0x100, false, 1, 0}, {0x200, false, 0, 0x8003}, {0xFC, false, 0, 0}};
+  } rows[] = {{0, false, 0, 0},          {0x1, true, 0, 0},   {0x100, false, 1, 0},
+              {0x200, false, 0, 0x8003}, {0xFC, false, 0, 0}, {kEverything, true, 1, 0x8003}};
   for (const auto& row : rows) {
     SCOPED_TRACE(row.flags);
     handlers = 0;
-    handler_.Install(folder_, folder_, row.flags, 3);
+    EXPECT_EQ(1u, InstallHere(row.flags));
     EXPECT_EQ(row.handlers, handlers);
-    const LPTOP_LEVEL_EXCEPTION_FILTER ours = Exchange(&OtherFilter);
+    const void* const function = reinterpret_cast<void*>(&SetUnhandledExceptionFilter);
+    MEMORY_BASIC_INFORMATION page = {};
+    VirtualQuery(function, &page, sizeof(page));
+    EXPECT_EQ(DWORD{PAGE_EXECUTE_READ}, page.Protect);
+    EXPECT_EQ(row.locked, std::memcmp(function, "\x31\xC0\xC2\x04", 5) == 0) << "it pops its argument";
+    const LPTOP_LEVEL_EXCEPTION_FILTER ours = SetUnhandledExceptionFilter(&OtherFilter);
     EXPECT_EQ(row.locked, ours == nullptr);
-    if (!row.locked) Exchange(ours);
-    EXPECT_EQ(row.error_mode, SetErrorMode(0));
-    handler_.Uninstall();
-    EXPECT_EQ(&OtherFilter, Exchange(&OtherFilter));
+    if (!row.locked) SetUnhandledExceptionFilter(ours);
+    EXPECT_EQ(2u, InstallHere(row.flags));
+    EXPECT_TRUE(handler_.Uninstall());
+    EXPECT_FALSE(handler_.IsInstalled());
+    EXPECT_TRUE(OtherFilterIsSet());
+    EXPECT_EQ(row.error_mode, SetErrorMode(0)) << "it stays";
   }
 }
 
-TEST_F(Install, SaysWhetherTheDumperIsThere) {
+TEST_F(Install, LooksForTheDumperAndTheDumpFolder) {
   const std::wstring dumper = folder_ + L"\\cvDump32.exe";
-  CreateDirectoryW(dumper.c_str(), nullptr);
-  EXPECT_EQ(1u, handler_.Install(folder_, folder_, 0, 3)) << "a folder is no dumper";
-  RemoveDirectoryW(dumper.c_str());
+  std::filesystem::create_directory(dumper);
+  EXPECT_EQ(1u, InstallHere(0)) << "a folder is no dumper";
   handler_.Uninstall();
-  CloseHandle(CreateFileW(dumper.c_str(), GENERIC_WRITE, 0, nullptr, CREATE_NEW, 0, nullptr));
+  std::filesystem::remove(dumper);
+  std::ofstream{std::filesystem::path(dumper)};
   EXPECT_EQ(0u, handler_.Install(folder_, folder_ + L"\\", 0, 3));
-  EXPECT_THAT(log_.lines(), ElementsAre(kHooked, kInternal, kUnhooked, kHooked, kExternal));
   handler_.Uninstall();
-  EXPECT_EQ(3u, handler_.Install(dumper, folder_, 0, 3)) << "a file is no folder";
-}
-
-TEST_F(Install, WithoutADumpFolderThereAreNoHooksToTakeBack) {
-  const std::string narrow(folder_.begin(), folder_.end());
-  EXPECT_EQ(3u, handler_.Install(folder_ + L"\\missing", folder_, kEverything, 3));
+  log_.clear();
+  const std::string narrow(dumper.begin(), dumper.end());
+  EXPECT_EQ(3u, handler_.Install(dumper, folder_, kEverything, 3)) << "a file is no folder";
   EXPECT_TRUE(handler_.IsInstalled());
-  EXPECT_EQ(&OtherFilter, Exchange(&OtherFilter));
+  EXPECT_TRUE(OtherFilterIsSet());
   EXPECT_FALSE(handler_.Uninstall());
-  EXPECT_EQ(1u, handler_.Install(folder_, folder_, 0, 3));
   EXPECT_THAT(log_.lines(), ElementsAre("variadic 4 crashguard: Dump path '" + narrow +
-                                            "\\missing' does not exist. Directory should be already created.",
+                                            "' does not exist. Directory should be already created.",
                                         "narrow 4 crashguard: Call to UninstallGlobalHandler without being installed first",
-                                        "narrow 4 crashguard: Failed to uninstall crash hooks", kHooked, kInternal));
+                                        "narrow 4 crashguard: Failed to uninstall crash hooks"));
 }
 
 TEST_F(Install, TheProcessIsHeldAtItsExitOnceThereIsADumpFolder) {
@@ -143,46 +123,44 @@ TEST_F(Install, ReportsWhatTheSystemRefuses) {
   {
     const ImportFake<decltype(AddVectoredExceptionHandler)> fake("kernel32.dll", "AddVectoredExceptionHandler",
                                                                  [](auto*, auto...) -> void* { return nullptr; });
-    EXPECT_EQ(5u, handler_.Install(folder_, folder_, kEverything, 3));
+    EXPECT_EQ(5u, InstallHere(kEverything));
     EXPECT_TRUE(handler_.Uninstall()) << "the filter was installed";
-    EXPECT_THAT(log_.lines(),
-                ElementsAre(kHooked, "narrow 4 crashguard: Failed to install vectored handler.", kHooksFailed, kUnhooked));
   }
+  EXPECT_THAT(log_.lines(),
+              ElementsAre(kHooked, "narrow 4 crashguard: Failed to install vectored handler.", kHooksFailed, kUnhooked));
   log_.clear();
-  {
-    const ImportFake<decltype(RemoveVectoredExceptionHandler)> fake(
-        "kernel32.dll", "RemoveVectoredExceptionHandler", [](auto* real, void* handler) { return real(handler), ULONG{0}; });
-    EXPECT_EQ(1u, handler_.Install(folder_, folder_, kEverything, 3));
-    EXPECT_TRUE(handler_.Uninstall());
-    EXPECT_THAT(log_.lines(),
-                ElementsAre(kHooked, kInternal, kUnhooked, "narrow 4 crashguard: Failed to uninstall vectored handler."));
-  }
+  const ImportFake<decltype(RemoveVectoredExceptionHandler)> fake(
+      "kernel32.dll", "RemoveVectoredExceptionHandler", [](auto* real, void* handler) { return real(handler), ULONG{0}; });
+  EXPECT_EQ(1u, InstallHere(kEverything));
+  EXPECT_TRUE(handler_.Uninstall());
+  EXPECT_THAT(log_.lines(),
+              ElementsAre(kHooked, kInternal, kUnhooked, "narrow 4 crashguard: Failed to uninstall vectored handler."));
 }
 
 TEST_F(Install, GoesOnWithoutCtrlRoutineAndWithoutTheLock) {
   {
     const ImportFake<decltype(GetProcAddress)> fake("kernel32.dll", "GetProcAddress",
                                                     [](auto*, auto...) -> FARPROC { return nullptr; });
-    EXPECT_EQ(1u, handler_.Install(folder_, folder_, kEverything, 3));
+    EXPECT_EQ(1u, InstallHere(kEverything));
     EXPECT_EQ(0u, handler_.ctrl_routine());
   }
   EXPECT_THAT(log_.lines(), ElementsAre("narrow 4 crashguard: Failed to get address of CtrlRoutine", kHooked, kInternal));
   EXPECT_TRUE(handler_.Uninstall());
   const ImportFake<decltype(VirtualProtect)> fake("kernel32.dll", "VirtualProtect", [](auto*, auto...) { return FALSE; });
-  EXPECT_EQ(1u, handler_.Install(folder_, folder_, kEverything, 3));
-  const LPTOP_LEVEL_EXCEPTION_FILTER ours = Exchange(&OtherFilter);
+  EXPECT_EQ(1u, InstallHere(kEverything));
+  const LPTOP_LEVEL_EXCEPTION_FILTER ours = SetUnhandledExceptionFilter(nullptr);
   EXPECT_NE(nullptr, ours) << "not locked";
-  Exchange(ours);
+  SetUnhandledExceptionFilter(ours);
   EXPECT_TRUE(handler_.Uninstall());
-  EXPECT_EQ(&OtherFilter, Exchange(&OtherFilter));
+  EXPECT_TRUE(OtherFilterIsSet());
 }
 
 TEST_F(Install, ALogLibraryThatThrowsCostsNothingElse) {
   log_.Behave(test::CapturedLog::Behaviour::throws);
-  EXPECT_EQ(1u, handler_.Install(folder_, folder_, kEverything, 3));
+  EXPECT_EQ(1u, InstallHere(kEverything));
   EXPECT_TRUE(handler_.Uninstall());
   EXPECT_EQ(3u, handler_.Install(folder_ + L"\\missing", folder_, kEverything, 3));
-  EXPECT_EQ(&OtherFilter, Exchange(&OtherFilter));
+  EXPECT_TRUE(OtherFilterIsSet());
 }
 
 }  // namespace

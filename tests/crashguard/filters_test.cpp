@@ -5,7 +5,6 @@
 #include "base/exceptions.h"
 #include "crashguard/crash_guard_module.h"
 #include "crashguard/stage.h"
-#include "support/import_fake.h"
 
 namespace crv::crashguard {
 namespace {
@@ -13,8 +12,8 @@ namespace {
 using testing::ElementsAre;
 using testing::HasSubstr;
 
-struct Repair : test::DumpStage {
-  Repair() {
+struct Filters : DumpStage {
+  Filters() {
     AcquireCrashGuardModule()->Install(folder_, folder_, 0, 0);
     const std::uintptr_t here = AcquireCrashGuardModule()->handler().ctrl_routine();
     EXPECT_NE(0u, here);
@@ -51,29 +50,25 @@ struct Repair : test::DumpStage {
   CONTEXT context = {};
 };
 
-TEST_F(Repair, GoesOnAtThisProcesssAddress) {
+TEST_F(Filters, AControlThreadGoesOnAtThisProcesssAddress) {
   for (const DWORD argument : {0x80000000u, 0x80000008u}) {
     stack[1] = argument;
+    log_.clear();
     EXPECT_EQ(EXCEPTION_CONTINUE_EXECUTION, Filter());
     EXPECT_EQ(AcquireCrashGuardModule()->handler().ctrl_routine(), context.Eip);
+    EXPECT_THAT(log_.lines(), ElementsAre("narrow 2 crashguard: Entering TopLevelExceptionFilter...",
+                                          "narrow 3 crashguard: Warning: Relocated kernel32 detected."));
   }
-  EXPECT_THAT(log_.lines(), ElementsAre("narrow 2 crashguard: Entering TopLevelExceptionFilter...",
-                                        "narrow 3 crashguard: Warning: Relocated kernel32 detected.",
-                                        "narrow 2 crashguard: Entering TopLevelExceptionFilter...",
-                                        "narrow 3 crashguard: Warning: Relocated kernel32 detected."));
   int fatal_dumps = 0;
   const auto connection = AcquireCrashGuard()->ConnectFatalDumpWritten([&] { ++fatal_dumps; });
   AcquireCrashGuard()->WriteDumpInternal(nullptr, L"no\\such\\folder.mdmp", nullptr);
   EXPECT_EQ(0, fatal_dumps) << "what is repaired is no crash";
 }
 
-TEST_F(Repair, TheVectoredHandlerKeepsTheLastError) {
+TEST_F(Filters, TheVectoredHandlerKeepsTheLastErrorAndLeavesAloneWhatItsOwnWorkThrows) {
   SetLastError(77);
   EXPECT_EQ(EXCEPTION_CONTINUE_SEARCH, Filter(&VectoredExceptionHandler));
   EXPECT_EQ(77u, GetLastError());
-}
-
-TEST_F(Repair, AFatalErrorWhileAnotherOneIsDumpedIsLeftAlone) {
   const auto fail = [] { EXPECT_THROW(throw exceptions::fatal(1, "x"), exceptions::fatal); };
   const test::ImportFake<decltype(CreateProcessW)> dumper("kernel32.dll", "CreateProcessW",
                                                           [&](auto*, auto...) { return fail(), FALSE; });
@@ -85,17 +80,17 @@ TEST_F(Repair, AFatalErrorWhileAnotherOneIsDumpedIsLeftAlone) {
   AcquireCrashGuard()->Uninstall();
 }
 
-TEST_F(Repair, NeedsEveryCondition) {
+TEST_F(Filters, TheRepairNeedsEveryCondition) {
   const struct {
     const char* description;
-    void (*spoil)(Repair& repair);
+    void (*spoil)(Filters& filters);
   } rows[] = {
-      {"another code", [](Repair& r) { r.record.ExceptionCode = static_cast<DWORD>(EXCEPTION_GUARD_PAGE); }},
-      {"another offset", [](Repair& r) { r.record.ExceptionAddress = static_cast<char*>(r.record.ExceptionAddress) + 1; }},
-      {"an argument too large", [](Repair& r) { r.stack[1] = 0x80000009; }},
-      {"an argument too small", [](Repair& r) { r.stack[1] = 0x7FFFFFFF; }},
-      {"no stack to read", [](Repair& r) { r.context.Esp = 0x10; }},
-      {"no address of this process", [](Repair& r) { r.ForgetCtrlRoutine(); }},
+      {"another code", [](Filters& r) { r.record.ExceptionCode = static_cast<DWORD>(EXCEPTION_GUARD_PAGE); }},
+      {"another offset", [](Filters& r) { r.record.ExceptionAddress = static_cast<char*>(r.record.ExceptionAddress) + 1; }},
+      {"an argument too large", [](Filters& r) { r.stack[1] = 0x80000009; }},
+      {"an argument too small", [](Filters& r) { r.stack[1] = 0x7FFFFFFF; }},
+      {"no stack to read", [](Filters& r) { r.context.Esp = 0x10; }},
+      {"no address of this process", [](Filters& r) { r.ForgetCtrlRoutine(); }},
   };
   for (const auto& row : rows) {
     SCOPED_TRACE(row.description);
