@@ -3,22 +3,13 @@
 #include "root/os_version.h"
 
 namespace crv::wsc {
-namespace {
 
-bool SupportsIsv(const OSVERSIONINFOEXW& version) {
-  return supports_isv(version.dwMajorVersion, version.dwMinorVersion, version.wServicePackMajor);
+bool isv_available() {
+  const OSVERSIONINFOEXW& version = root::OsVersionRecord();
+  if (version.dwMajorVersion != 6) return version.dwMajorVersion > 6;
+  return version.dwMinorVersion >= 1 || version.wServicePackMajor >= 1;
 }
 
-}  // namespace
-
-bool supports_isv(std::uint32_t major, std::uint32_t minor, std::uint32_t service_pack_major) {
-  if (major != 6) return major > 6;
-  return minor >= 1 || service_pack_major >= 1;
-}
-
-bool wmi_has_antispyware(std::uint32_t major) { return major >= 6; }
-
-// Asking through the function fills the version record first, whatever the order of initialisation.
-const bool isv_available = SupportsIsv(root::OsVersionRecord());
+bool wmi_has_security_center2() { return root::OsVersionRecord().dwMajorVersion >= 6; }
 
 }  // namespace crv::wsc

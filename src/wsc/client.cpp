@@ -1,6 +1,5 @@
 #include "wsc/client.h"
 
-#include "root/os_version.h"
 #include "wsc/back_end.h"
 #include "wsc/defender.h"
 #include "wsc/isv_client.h"
@@ -13,58 +12,57 @@ namespace {
 constexpr ProductState kRegisteredState = ProductState::on;
 constexpr SignatureStatus kRegisteredSignatures = SignatureStatus::up_to_date;
 
-// Without it, anti-spyware operations on WMI have nothing to do and succeed.
-bool WmiHasAntiSpyware() { return wmi_has_antispyware(root::OsVersionRecord().dwMajorVersion); }
-
 }  // namespace
 
 void register_av() {
-  if (isv_available) return isv_client<IWscAVStatus>::register_product();
+  if (isv_available()) return isv_client<IWscAVStatus>::register_product();
   update_xp(kAntiVirusClass, kRegisteredState, kRegisteredSignatures);
 }
 
 void unregister_av() {
-  if (!isv_available) return unregistration_xp(kAntiVirusClass);
+  if (!isv_available()) return unregistration_xp(kAntiVirusClass);
   isv_client<IWscAVStatus>::unregister_product();
   change_defender_status(true);
 }
 
 void update_av(ProductState state, SignatureStatus signatures) {
-  if (isv_available) return isv_client<IWscAVStatus>::update_status(state, signatures);
+  if (isv_available()) return isv_client<IWscAVStatus>::update_status(state, signatures);
   update_xp(kAntiVirusClass, state, signatures);
 }
 
+// On a system whose WMI has no anti-spyware class, there is nothing to do, and that succeeds.
+
 void register_as() {
-  if (isv_available) return isv_client<IWscASStatus>::register_product();
-  if (WmiHasAntiSpyware()) update_xp(kAntiSpywareClass, kRegisteredState, kRegisteredSignatures);
+  if (isv_available()) return isv_client<IWscASStatus>::register_product();
+  if (wmi_has_security_center2()) update_xp(kAntiSpywareClass, kRegisteredState, kRegisteredSignatures);
 }
 
 void unregister_as() {
-  if (isv_available) {
+  if (isv_available()) {
     isv_client<IWscASStatus>::unregister_product();
     change_defender_status(true);
-  } else if (WmiHasAntiSpyware()) {
+  } else if (wmi_has_security_center2()) {
     unregistration_xp(kAntiSpywareClass);
   }
 }
 
 void update_as(ProductState state, SignatureStatus signatures) {
-  if (isv_available) return isv_client<IWscASStatus>::update_status(state, signatures);
-  if (WmiHasAntiSpyware()) update_xp(kAntiSpywareClass, state, signatures);
+  if (isv_available()) return isv_client<IWscASStatus>::update_status(state, signatures);
+  if (wmi_has_security_center2()) update_xp(kAntiSpywareClass, state, signatures);
 }
 
 void register_fw() {
-  if (isv_available) return isv_client<IWscFWStatus>::register_product();
+  if (isv_available()) return isv_client<IWscFWStatus>::register_product();
   update_xp(kFirewallClass, kRegisteredState, kRegisteredSignatures);
 }
 
 void unregister_fw() {
-  if (isv_available) return isv_client<IWscFWStatus>::unregister_product();
+  if (isv_available()) return isv_client<IWscFWStatus>::unregister_product();
   unregistration_xp(kFirewallClass);
 }
 
 void update_fw(ProductState state) {
-  if (isv_available) return isv_client<IWscFWStatus>::update_status(state);
+  if (isv_available()) return isv_client<IWscFWStatus>::update_status(state);
   update_xp(kFirewallClass, state, kRegisteredSignatures);
 }
 

@@ -62,13 +62,16 @@ void LogFailure(const std::exception& failure) noexcept {
   }
 }
 
+// Only before Windows 8 do the suite's products replace it.
+bool IsSwitchedHere() {
+  const OSVERSIONINFOEXW& version = root::OsVersionRecord();
+  return version.dwMajorVersion < 6 || (version.dwMajorVersion == 6 && version.dwMinorVersion < 2);
+}
+
 }  // namespace
 
-bool defender_is_switched(std::uint32_t major, std::uint32_t minor) { return major < 6 || (major == 6 && minor < 2); }
-
 void change_defender_status(bool enable) noexcept {
-  const OSVERSIONINFOEXW& version = root::OsVersionRecord();
-  if (!defender_is_switched(version.dwMajorVersion, version.dwMinorVersion)) return;
+  if (!IsSwitchedHere()) return;
   try {
     enable ? SwitchOn() : SwitchOff();
   } catch (const std::exception& failure) {

@@ -2,12 +2,7 @@
 // Windows 8. Runs on the calling thread, keeps no state.
 #pragma once
 
-#include <cstdint>
-
 namespace crv::wsc {
-
-// Whether a Windows of this version is one of them.
-bool defender_is_switched(std::uint32_t major, std::uint32_t minor);
 
 // Off: writes the policy and stops the service, unless the administrator's opt-out value forbids it. On: deletes the whole policy
 // key and starts the service. Does not wait for the service. Never throws: a failure is logged at error level under the context

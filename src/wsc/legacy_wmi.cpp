@@ -4,7 +4,7 @@
 #include "base/log.h"
 #include "root/file_version.h"
 #include "root/module_path.h"
-#include "root/os_version.h"
+#include "wsc/back_end.h"
 #include "wsc/product.h"
 
 namespace crv::wsc {
@@ -56,10 +56,8 @@ void PutProperties(IWbemClassObject& instance, const std::wstring& class_name, P
 
 }  // namespace
 
-const wchar_t* wmi_namespace(std::uint32_t major) { return major >= 6 ? L"root\\SecurityCenter2" : L"root\\SecurityCenter"; }
-
 IWbemServicesPtr wmi_connect() {
-  const wchar_t* const name = wmi_namespace(root::OsVersionRecord().dwMajorVersion);
+  const wchar_t* const name = wmi_has_security_center2() ? L"root\\SecurityCenter2" : L"root\\SecurityCenter";
   IWbemLocatorPtr locator;
   HRESULT result =
       CoCreateInstance(CLSID_WbemLocator, nullptr, CLSCTX_INPROC_SERVER, IID_IWbemLocator, reinterpret_cast<void**>(&locator));

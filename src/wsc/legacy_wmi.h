@@ -7,7 +7,6 @@
 #include <comdef.h>
 #include <wbemcli.h>
 
-#include <cstdint>
 #include <string>
 
 #include "avmgr/product_state.h"
@@ -29,11 +28,8 @@ void update_xp(const std::wstring& class_name, ProductState state, SignatureStat
 // Deletes the class's instance; one that does not exist is a failure.
 void unregistration_xp(const std::wstring& class_name);
 
-// Security Center's namespace on a Windows of this major version.
-const wchar_t* wmi_namespace(std::uint32_t major);
-
-// Connects to that namespace on this machine, as the calling user.
-IWbemServicesPtr wmi_connect();
+// Connects to Security Center's namespace on this machine (back_end.h), as the calling user.
+[[nodiscard]] IWbemServicesPtr wmi_connect();
 
 // Sets one property. The value is cleared at the end, also when the property is rejected.
 void put_property(IWbemClassObject& instance, const wchar_t* name, _variant_t value);

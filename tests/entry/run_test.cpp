@@ -13,7 +13,6 @@
 #include "mi/module_counts.h"
 #include "support/captured_log.h"
 #include "support/import_fake.h"
-#include "support/import_patch.h"
 #include "support/redirected_hive.h"
 
 namespace crv::wsc {
@@ -22,30 +21,23 @@ namespace {
 using testing::ElementsAre;
 using testing::EndsWith;
 
-int com_balance = 0;
-
-HRESULT WINAPI CountingInitialize(void*, DWORD model) {
-  EXPECT_EQ(static_cast<DWORD>(COINIT_MULTITHREADED), model);
-  ++com_balance;
-  return S_FALSE;
-}
-void WINAPI CountingUninitialize() { --com_balance; }
-
 // Runs with COM's initialisation counted instead of done, so that the balance shows.
 class Run : public testing::Test {
  protected:
-  Run() {
-    com_balance = 0;
-    SetErrorMode(0);
-  }
+  Run() { SetErrorMode(0); }
   ~Run() override {
-    EXPECT_EQ(0, com_balance);
+    EXPECT_EQ(0, com_balance_);
     crashguard::AcquireCrashGuard()->Uninstall();
   }
 
   test::CapturedLog log_;
-  test::ImportPatch initialize_{"ole32.dll", "CoInitializeEx", reinterpret_cast<void*>(&CountingInitialize)};
-  test::ImportPatch uninitialize_{"ole32.dll", "CoUninitialize", reinterpret_cast<void*>(&CountingUninitialize)};
+  int com_balance_ = 0;
+  const test::ImportFake<decltype(CoInitializeEx)> initialize_{"ole32.dll", "CoInitializeEx", [this](auto*, void*, DWORD model) {
+                                                                 EXPECT_EQ(DWORD{COINIT_MULTITHREADED}, model);
+                                                                 return ++com_balance_, S_FALSE;
+                                                               }};
+  const test::ImportFake<decltype(CoUninitialize)> uninitialize_{"ole32.dll", "CoUninitialize",
+                                                                 [this](auto*) { --com_balance_; }};
 };
 
 TEST_F(Run, RefusesWrongRequestsWithTheirCodeAndOneRecord) {
@@ -119,37 +111,28 @@ TEST_F(Run, WithoutAFolderForItsDumpsNothingBegins) {
   EXPECT_FALSE(crashguard::AcquireCrashGuard()->IsInstalled());
 }
 
-HRESULT WINAPI ExhaustedInitialize(void*, DWORD) { throw std::bad_alloc(); }
-HRESULT WINAPI OddInitialize(void*, DWORD) { throw 42; }
-
 TEST_F(Run, OtherStandardExceptionsAre31AndForeignOnesLeave) {
-  {
-    const test::ImportPatch exhaust("ole32.dll", "CoInitializeEx", reinterpret_cast<void*>(&ExhaustedInitialize));
-    EXPECT_EQ(31u, ::run(L"host /av"));
-    EXPECT_THAT(log_.module_lines(), ElementsAre("exception 0 wsc: run: std::bad_alloc"));
-  }
-  const test::ImportPatch odd("ole32.dll", "CoInitializeEx", reinterpret_cast<void*>(&OddInitialize));
+  bool exhausted = true;
+  const test::ImportFake<decltype(CoInitializeEx)> throws("ole32.dll", "CoInitializeEx", [&](auto*, auto...) -> HRESULT {
+    if (exhausted) throw std::bad_alloc();
+    throw 42;
+  });
+  EXPECT_EQ(31u, ::run(L"host /av"));
+  EXPECT_THAT(log_.module_lines(), ElementsAre("exception 0 wsc: run: std::bad_alloc"));
+  exhausted = false;
   EXPECT_THROW(::run(L"host /av"), int);
 }
 
-TEST(RunWithCom, RefusesAThreadOfASingleThreadedApartment) {
-  test::CapturedLog log;
-  std::thread([] {
-    ASSERT_EQ(S_OK, CoInitializeEx(nullptr, COINIT_APARTMENTTHREADED));
-    EXPECT_EQ(static_cast<std::uint32_t>(RPC_E_CHANGED_MODE), ::run(L"host /av"));
-    CoUninitialize();
-  }).join();
-  EXPECT_EQ("exception 0 wsc: run: CoInitializeEx [80010106]", log.module_lines().back());
-}
-
-TEST(RunWithCom, LeavesComAsItWas) {
-  test::CapturedLog log;
+TEST(RunWithCom, RefusesAThreadOfASingleThreadedApartmentAndLeavesOthersAsTheyWere) {
+  const test::CapturedLog log;
   std::thread([] {
     EXPECT_EQ(0u, ::run(L"host /av"));
     EXPECT_EQ(0xFFFFFFFFu, ::run(L"host /as"));
     EXPECT_EQ(S_OK, CoInitializeEx(nullptr, COINIT_APARTMENTTHREADED)) << "the thread still belongs to an apartment";
+    EXPECT_EQ(static_cast<std::uint32_t>(RPC_E_CHANGED_MODE), ::run(L"host /av"));
     CoUninitialize();
   }).join();
+  EXPECT_EQ("exception 0 wsc: run: CoInitializeEx [80010106]", log.module_lines().back());
 }
 
 }  // namespace

@@ -1,5 +1,7 @@
-// One imported function of the test program answered by a callable for the length of a scope; see import_patch.h for what the
-// import sees. The callable gets the real function and then the call's arguments:
+// Answers one imported function of the test program with a callable for the length of a scope, by exchanging its place in the
+// import table. It sees every call that the test program and the product's static libraries in it make; calls made inside DLLs are
+// untouched. Set it up and end it only while no other thread calls the function. The callable gets the real function and then the
+// call's arguments:
 //
 //   const test::ImportFake<decltype(GetFileSize)> fake("kernel32.dll", "GetFileSize", [](auto* real, auto... arguments) {
 //     return real(arguments...) + 1;
@@ -8,10 +10,13 @@
 // Each place in the source that names the type has a thunk of its own, so it holds one living object at a time.
 #pragma once
 
+#include <gtest/gtest.h>
+#include <windows.h>
+
 #include <functional>
 #include <utility>
 
-#include "support/import_patch.h"
+#include "shared/import_table.h"
 
 namespace crv::test {
 
@@ -24,17 +29,29 @@ class ImportFakeBase {
  protected:
   using Call = std::function<Result(Function*, Arguments...)>;
 
+  // `dll` as the import table names it, without regard to case. Fails the running test when the program does not import the
+  // function from there.
   ImportFakeBase(const char* dll, const char* function, Call call, Function* thunk)
-      : call_((active = this, std::move(call))), patch_(dll, function, reinterpret_cast<void*>(thunk)) {}
-
-  static Result Forward(Arguments... arguments) {
-    return active->call_(active->patch_.template original<Function*>(), arguments...);
+      : call_(std::move(call)), slot_(standins::FindImport(dll, function)) {
+    active = this;
+    if (!slot_) {
+      ADD_FAILURE() << "the test program does not import " << dll << "!" << function;
+      return;
+    }
+    real_ = reinterpret_cast<Function*>(*slot_);
+    standins::WriteImport(slot_, reinterpret_cast<void*>(thunk));
   }
+  ~ImportFakeBase() {
+    if (slot_) standins::WriteImport(slot_, reinterpret_cast<void*>(real_));
+  }
+
+  static Result Forward(Arguments... arguments) { return active->call_(active->real_, arguments...); }
 
  private:
   inline static const ImportFakeBase* active = nullptr;
-  Call call_;
-  ImportPatch patch_;
+  const Call call_;
+  void** const slot_;
+  Function* real_ = nullptr;
 };
 
 template <typename Function, typename Place = decltype([] {})>

@@ -9,7 +9,9 @@
 #include "support/captured_log.h"
 #include "support/import_fake.h"
 #include "support/redirected_hive.h"
+#include "support/running_services.h"
 #include "support/thrown.h"
+#include "wsc/back_end.h"
 #include "wsc/client.h"
 #include "wsc/defender.h"
 #include "wsc/pretended_system.h"
@@ -98,18 +100,24 @@ TEST_F(Wmi, NullPointersAreTheSupportLibrarysErrors) {
   }
 }
 
-TEST(WindowsVersions, DecideWhatSecurityCenterOffers) {
+TEST_F(Wmi, TheVersionOfWindowsDecidesWhatIsThere) {
+  const test::RunningServices services;
   const struct {
-    std::uint32_t major, minor, service_pack;
-    bool isv, defender, antispyware;  // COM class, Defender is switched, WMI class
+    WORD major, minor, service_pack;
+    bool isv, defender, newer_wmi;
   } cases[] = {{5, 2, 2, false, true, false}, {6, 0, 0, false, true, true}, {6, 0, 1, true, true, true},
                {6, 1, 0, true, true, true},   {6, 2, 0, true, false, true}, {10, 0, 0, true, false, true}};
   for (const auto& c : cases) {
     SCOPED_TRACE(testing::Message() << c.major << '.' << c.minor << " SP" << c.service_pack);
-    EXPECT_EQ(c.isv, supports_isv(c.major, c.minor, c.service_pack));
-    EXPECT_EQ(c.defender, defender_is_switched(c.major, c.minor));
-    EXPECT_EQ(c.antispyware, wmi_has_antispyware(c.major));
-    EXPECT_STREQ(c.antispyware ? L"root\\SecurityCenter2" : L"root\\SecurityCenter", wmi_namespace(c.major));
+    const test::PretendedWindows windows(c.major, c.minor, c.service_pack);
+    log_.clear();
+    EXPECT_EQ(c.isv, isv_available());
+    change_defender_status(true);
+    EXPECT_EQ(c.defender, !log_.lines().empty());
+    standins::ClearWmi();
+    update_xp(kFirewallClass, ProductState::on, SignatureStatus::up_to_date);
+    EXPECT_EQ(c.newer_wmi ? standins::kNewNamespace : standins::kOldNamespace, standins::WmiInstances().at(0).name_space);
+    EXPECT_EQ(c.newer_wmi, wmi_has_security_center2());
   }
 }
 

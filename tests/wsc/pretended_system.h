@@ -4,26 +4,16 @@
 #include <gtest/gtest.h>
 #include <objbase.h>
 
-#include "root/os_version.h"
-#include "wsc/back_end.h"
-
 namespace crv::test {
 
-// What was found out about Windows while the program was loaded is plain data.
+// What root/os_version.h tells the product in a test program that is linked with pretended_system.cpp.
 class PretendedWindows {
  public:
-  PretendedWindows(DWORD major, DWORD minor, WORD service_pack) {
-    record_.dwMajorVersion = major;
-    record_.dwMinorVersion = minor;
-    isv_available_ = wsc::supports_isv(major, minor, service_pack);
-  }
-  ~PretendedWindows() { record_ = true_record_, isv_available_ = truly_available_; }
+  PretendedWindows(DWORD major, DWORD minor, WORD service_pack);
+  ~PretendedWindows();
 
  private:
-  OSVERSIONINFOEXW& record_ = const_cast<OSVERSIONINFOEXW&>(root::OsVersionRecord());
-  bool& isv_available_ = const_cast<bool&>(wsc::isv_available);
-  const OSVERSIONINFOEXW true_record_ = record_;
-  const bool truly_available_ = isv_available_;
+  const OSVERSIONINFOEXW before_;
 };
 
 // A class in a library beside the test program, registered for this process alone, on a thread that joins COM's multithreaded
