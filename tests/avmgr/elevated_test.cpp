@@ -56,11 +56,9 @@ class Elevated : public testing::Test {
       "kernel32.dll", "WaitForSingleObject", [this](auto* real, HANDLE handle, DWORD limit) {
         return handle == kElevated && limit == INFINITE ? steps_ += ", wait", WAIT_OBJECT_0 : real(handle, limit);
       }};
-  const test::ImportFake<decltype(GetExitCodeProcess)> read_{"kernel32.dll", "GetExitCodeProcess",
-                                                             [this](auto*, HANDLE, DWORD* code) {
-                                                               *code = exit_code_;
-                                                               return SetLastError(ERROR_INVALID_HANDLE), readable_;
-                                                             }};
+  const test::ImportFake<decltype(GetExitCodeProcess)> read_{
+      "kernel32.dll", "GetExitCodeProcess",
+      [this](auto*, auto, DWORD* code) { return *code = exit_code_, SetLastError(ERROR_INVALID_HANDLE), readable_; }};
   const test::ImportFake<decltype(CloseHandle)> close_{"kernel32.dll", "CloseHandle", [this](auto* real, HANDLE handle) {
                                                          return handle == kElevated ? steps_ += ", close", TRUE : real(handle);
                                                        }};

@@ -70,9 +70,8 @@ class WscapiPatch {
 
   FARPROC Function(const std::string& name) const {
     if (failing_ == name) return SetLastError(ERROR_PROC_NOT_FOUND), nullptr;
-    const bool registers = name == "WscRegisterForChanges";
-    void* const function = registers ? reinterpret_cast<void*>(&Register) : reinterpret_cast<void*>(&Unregister);
-    return reinterpret_cast<FARPROC>(function);
+    if (name == "WscRegisterForChanges") return reinterpret_cast<FARPROC>(reinterpret_cast<void*>(&Register));
+    return reinterpret_cast<FARPROC>(reinterpret_cast<void*>(&Unregister));
   }
 
   BOOL Free() {
