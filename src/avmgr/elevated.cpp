@@ -4,6 +4,7 @@
 
 #include <shellapi.h>
 
+#include <cstdint>
 #include <string>
 
 #include "base/exceptions.h"
@@ -17,6 +18,29 @@ namespace {
 
 const log::Tag tag("wsc");
 
+constexpr std::uint32_t kElevationRequired = 740;  // ERROR_ELEVATION_REQUIRED, of Windows Vista's headers
+
+// Set in the environment of a restarted host alone, which tells it that restarting once more leads nowhere.
+constexpr wchar_t kRestartedMark[] = L"CRV_WSC_RESTARTED";
+
+// Whether this host is a restarted one. The mark goes, so that programs started from here do not take themselves for one.
+bool TakeRestartedMark() {
+  wchar_t mark;
+  if (GetEnvironmentVariableW(kRestartedMark, &mark, 1) == 0) return false;
+  SetEnvironmentVariableW(kRestartedMark, nullptr);
+  return true;
+}
+
+// ShellExecuteExW with the mark in the environment that the new process is given, which is this process's own meanwhile.
+bool ExecuteMarked(SHELLEXECUTEINFOW& execute) {
+  if (!SetEnvironmentVariableW(kRestartedMark, L"1")) return false;
+  const bool started = ShellExecuteExW(&execute);
+  const DWORD error = GetLastError();
+  SetEnvironmentVariableW(kRestartedMark, nullptr);
+  SetLastError(error);
+  return started;
+}
+
 // The elevated host; empty when the system handed back no process.
 root::ScopedKernelHandle RestartElevated(const CommandLine& command_line) {
   const std::wstring host = root::GetModulePath(nullptr);
@@ -28,7 +52,7 @@ root::ScopedKernelHandle RestartElevated(const CommandLine& command_line) {
   execute.lpFile = host.c_str();
   execute.lpParameters = arguments.c_str();
   execute.nShow = SW_SHOWNORMAL;
-  if (!ShellExecuteExW(&execute)) {
+  if (!ExecuteMarked(execute)) {
     const DWORD error = GetLastError();
     throw exceptions::error(error, L"cannot run elevated process '%ls'", command_line.text().c_str());
   }
@@ -38,11 +62,14 @@ root::ScopedKernelHandle RestartElevated(const CommandLine& command_line) {
 }  // namespace
 
 void run_elevated(const CommandLine& command_line, const std::function<void()>& action) {
+  const bool restarted = TakeRestartedMark();
   if (root::RunningUnderAdminAccount()) return action();
+  if (restarted) throw exceptions::error(kElevationRequired, "restarted wsc_proxy has no administrator rights");
   log::Info(tag, L"Restarting wsc_proxy.exe elevated.");
   const root::ScopedKernelHandle process = RestartElevated(command_line);
   if (!process) return;
-  WaitForSingleObject(process.get(), INFINITE);
+  if (WaitForSingleObject(process.get(), INFINITE) != WAIT_OBJECT_0)
+    throw exceptions::error(GetLastError(), "WaitForSingleObject");
   DWORD exit_code = 0;
   if (!GetExitCodeProcess(process.get(), &exit_code)) throw exceptions::error(GetLastError(), "GetExitCodeProcess");
   if (exit_code != 0) throw exceptions::error(exit_code, "elevated wsc_proxy ended with error");

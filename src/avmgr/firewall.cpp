@@ -12,7 +12,7 @@ namespace {
 
 const log::Tag tag("wsc");
 
-// The library's functions use the C calling convention.
+// The library's exports use the C calling convention.
 using GetFirewall = std::uint32_t __cdecl(std::uint32_t argument, IFirewall** firewall);
 using FreeFirewall = void __cdecl(std::uint32_t argument);
 

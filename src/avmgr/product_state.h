@@ -12,7 +12,7 @@ enum class SignatureStatus : std::uint32_t { out_of_date = 0, up_to_date = 1 };
 
 // The value of exactly this word ("on", "off", "snoozed"; "out_of_date", "up_to_date"). Any other word, the empty one included,
 // throws `crv::exceptions::fatal` with code 160 and a message that names the word.
-ProductState to_prod_state(const std::wstring& word);
-SignatureStatus to_signature_status(const std::wstring& word);
+[[nodiscard]] ProductState to_prod_state(const std::wstring& word);
+[[nodiscard]] SignatureStatus to_signature_status(const std::wstring& word);
 
 }  // namespace crv::wsc

@@ -6,9 +6,9 @@
 namespace crv::wsc {
 
 // Errors of the known-folder query pass through.
-std::wstring LogFolder();
+[[nodiscard]] std::wstring LogFolder();
 
 // `wsc.log` in the log folder.
-std::wstring LogFile();
+[[nodiscard]] std::wstring LogFile();
 
 }  // namespace crv::wsc

@@ -8,6 +8,7 @@
 #include "base/log.h"
 #include "crashguard/crash_guard.h"
 #include "entry/com_apartment.h"
+#include "entry/library_search.h"
 #include "entry/log_folder.h"
 #include "entry/modes.h"
 #include "root/self_protection.h"
@@ -80,6 +81,7 @@ void LogFailure(const std::exception& failure) {
 extern "C" std::uint32_t __stdcall run(const wchar_t* command_line) {
   using namespace crv;
   try {
+    wsc::LeaveCurrentFolderOutOfLibrarySearch();  // before anything is loaded
     {
       const wsc::CrashGuard crash_guard;
       wsc::RunBody(command_line);

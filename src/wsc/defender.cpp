@@ -33,11 +33,15 @@ bool OptedOut() {
   return root::QueryDword(kModuleKey, kOptOutValue, value, 0) && value == kOptOut;
 }
 
+// Whether there is no policy key any more; otherwise the last error says why. One that cannot be opened still is there.
+bool DeletePolicy() {
+  if (root::KeyExists(kPolicyKey, 0)) return root::DeleteKeyTree(HKEY_LOCAL_MACHINE, kPolicyKey, 0);
+  return GetLastError() == ERROR_SUCCESS;
+}
+
 void SwitchOn() {
   log::Info(tag, "enabling windows defender");
-  if (root::KeyExists(kPolicyKey, 0) && !root::DeleteKeyTree(HKEY_LOCAL_MACHINE, kPolicyKey, 0)) {
-    throw exceptions::error(GetLastError(), "registry delete");
-  }
+  if (!DeletePolicy()) throw exceptions::error(GetLastError(), "registry delete");
   static_cast<void>(root::ControlServiceAndWait(kServiceName, SERVICE_START, root::kControlStart, SERVICE_START_PENDING,
                                                 SERVICE_RUNNING, kDoNotWait));
   log::Info(tag, "windows defender operation succeeded");

@@ -18,7 +18,7 @@ class isv_client {
   using Pointer = typename InterfacePointer<Interface>::Type;
 
   // A new interface pointer, after Security Center's service was made to run (security_center_service.h, whose failures pass).
-  static Pointer create();
+  [[nodiscard]] static Pointer create();
 
   // Registers the host executable under the display name and records the name.
   static void register_product();
@@ -34,7 +34,7 @@ class isv_client {
   static void update_status(ProductState state) requires(std::same_as<Interface, IWscFWStatus>);
 
   // The record of the kind's registered name (registered_name.h).
-  static bool registered_name_differs();
+  [[nodiscard]] static bool registered_name_differs();
   static void write_registered_name();
 
  private:
@@ -42,11 +42,11 @@ class isv_client {
 
   // Creates the interface and makes one call through call_while_pending.
   template <typename Call>
-  static HRESULT CallOnce(Call call);
+  [[nodiscard]] static HRESULT CallOnce(Call call);
 
   // Registers again if the recorded name differs, then makes the call; registers and repeats it once if the product is unknown.
   template <typename Call>
-  static HRESULT PushStatus(Call update);
+  [[nodiscard]] static HRESULT PushStatus(Call update);
 };
 
 extern template class isv_client<IWscAVStatus>;

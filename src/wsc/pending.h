@@ -14,7 +14,7 @@ inline constexpr int kPendingLogInterval = 100;   // repeats between two log rec
 // Makes the call and repeats it while it answers E_PENDING, at most 18,000 times 50 ms apart (some 15 minutes). Returns the last
 // answer, which is still E_PENDING when the limit was reached. Blocks the calling thread.
 template <typename Call>
-HRESULT call_while_pending(const log::Tag& tag, Call call) {
+[[nodiscard]] HRESULT call_while_pending(const log::Tag& tag, Call call) {
   HRESULT result = call();
   for (int counter = 0; result == E_PENDING; ++counter) {
     if (counter >= kPendingRetryLimit) {

@@ -7,10 +7,10 @@
 namespace crv::wsc {
 
 // The name of the kind's value: the text behind the last blank of the interface's type name ("struct IWscAVStatus").
-std::wstring registered_name_value(const std::string& interface_type_name);
+[[nodiscard]] std::wstring registered_name_value(const std::string& interface_type_name);
 
 // Whether the record is missing, unreadable or holds another text than the display name, letter case included.
-bool registered_name_differs(const std::wstring& value_name);
+[[nodiscard]] bool registered_name_differs(const std::wstring& value_name);
 
 // Writes the display name. A failure is logged at error level and otherwise ignored: the registration itself stands.
 void write_registered_name(const std::wstring& value_name);

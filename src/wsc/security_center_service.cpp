@@ -23,10 +23,9 @@ constexpr std::int64_t kMillisecondsPerSecond = 1000;
 bool IsRunning() { return root::QueryServiceState(kServiceName) == SERVICE_RUNNING; }
 
 std::uint32_t StartType() {
+  const std::wstring key = kServicesKey + kServiceName;
   std::uint32_t type = 0;
-  if (!root::QueryDword((kServicesKey + kServiceName).c_str(), L"Start", type, 0)) {
-    throw exceptions::error(GetLastError(), "cannot get wscsvc status");
-  }
+  if (!root::QueryDword(key.c_str(), L"Start", type, 0)) throw exceptions::error(GetLastError(), "cannot get wscsvc status");
   return type;
 }
 
@@ -54,19 +53,20 @@ void ensure_running() {
   }
 }
 
-wscsvc::wscsvc() : watcher(kSettleDelay) {
-  event_.reset(CreateEventW(nullptr, FALSE, FALSE, nullptr));
-  if (!event_) throw exceptions::error(GetLastError(), "cannot create event");
+detail::ChangeEvent::ChangeEvent() : event(CreateEventW(nullptr, FALSE, FALSE, nullptr)) {
+  if (!event) throw exceptions::error(GetLastError(), "cannot create event");
 }
+
+wscsvc::wscsvc() : watcher(kSettleDelay) {}
 
 wscsvc::~wscsvc() { stop(); }
 
-void wscsvc::changed() { SetEvent(event_.get()); }
+void wscsvc::changed() { SetEvent(event.get()); }
 
 void wscsvc::wait(std::int64_t seconds) {
   started_ = IsRunning();
   while (!started_) {
-    const DWORD result = WaitForSingleObject(event_.get(), static_cast<DWORD>(seconds * kMillisecondsPerSecond));
+    const DWORD result = WaitForSingleObject(event.get(), static_cast<DWORD>(seconds * kMillisecondsPerSecond));
     if (result == WAIT_TIMEOUT) {
       log::Warning(tag, "waiting for wsc timeouted");
       break;

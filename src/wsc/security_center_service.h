@@ -15,14 +15,24 @@ namespace crv::wsc::sc {
 // and "cannot get wscsvc status" when the start type cannot be read, or as the class below does.
 void ensure_running();
 
+namespace detail {
+
+// Made before the watcher and gone after it: the first change may be reported while the watcher still registers.
+struct ChangeEvent {
+  ChangeEvent();                         // throws with the last error and "cannot create event"
+  const root::ScopedKernelHandle event;  // unnamed, auto-reset
+};
+
+}  // namespace detail
+
 // The wait for a disabled service: looks at it again whenever Security Center reports a change. Used by one thread, on whose
 // stack it lives; only the event is shared with the watcher's worker.
-class wscsvc : private watcher {
+class wscsvc : private detail::ChangeEvent, private watcher {
  public:
-  // Throws as the watcher does, or with the last error and "cannot create event".
+  // Throws as the event above and the watcher do.
   wscsvc();
 
-  // Stops the watcher before the event is closed, so that no worker signals a closed event.
+  // Stops the watcher first, as a subclass has to.
   ~wscsvc() override;
 
   // Waits until the service runs; `seconds` (at most 4,294,967) without a change end the wait, which is no failure. Throws as
@@ -30,15 +40,12 @@ class wscsvc : private watcher {
   void wait(std::int64_t seconds);
 
   // Whether the service ran when it was last looked at.
-  bool started() const { return started_; }
+  [[nodiscard]] bool started() const { return started_; }
 
  private:
   void changed() override;
 
   bool started_ = false;
-  // Unnamed, auto-reset. Null until the watcher is registered: a change before that signals nothing and is lost, and `wait` looks
-  // at the service before it waits.
-  root::ScopedKernelHandle event_;
 };
 
 }  // namespace crv::wsc::sc

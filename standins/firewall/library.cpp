@@ -20,28 +20,28 @@ DWORD Fault(int operation) {
   return kFault;
 }
 
-// One virtual operation for each number, in their order.
+// One virtual operation for each number, in their order; each takes one 32-bit argument, as ordinary C++ members do (thiscall).
 template <int number>
 struct Slot {};
 
 template <int count>
 class Operations : public Operations<count - 1> {
  public:
-  virtual DWORD __cdecl Call(Slot<count>*) { return Fault(count); }
+  virtual DWORD Call(Slot<count>*) { return Fault(count); }
 };
 template <>
 class Operations<0> {};
 
 class Firewall : public Operations<kBeforeStart> {
  public:
-  virtual DWORD __cdecl Start(DWORD argument) {
+  virtual DWORD Start(DWORD argument) {
     if (this != &the_firewall) return Fault(kBeforeStart + 1);
     return AnsweredStatus(FirewallCalls(), L"Firewall.Start", std::to_wstring(argument), [](const Answer&) {
       SetFirewallOn(true);
       return DWORD{0};
     });
   }
-  virtual DWORD __cdecl AfterStart(DWORD) { return Fault(kBeforeStart + 2); }
+  virtual DWORD AfterStart(DWORD) { return Fault(kBeforeStart + 2); }
 
   static Firewall the_firewall;
 };

@@ -16,6 +16,9 @@ namespace crv::wsc {
 namespace {
 
 const HANDLE kElevated = reinterpret_cast<HANDLE>(0xE1E0);
+constexpr wchar_t kMark[] = L"CRV_WSC_RESTARTED";
+
+bool IsMarked() { return GetEnvironmentVariableW(kMark, nullptr, 0) != 0; }
 
 // A token that is an administrator's or not, and a shell that pretends to start the elevated host.
 class Elevated : public testing::Test {
@@ -25,15 +28,21 @@ class Elevated : public testing::Test {
     CommandLine command_line;
     command_line.parse(L"\"C:\\h h\\h\u017e\" w /x:\"a b\" /AV /disable");
     steps_.clear();
-    const auto action = [this] { steps_ += ", action", disable(); };
-    return test::Thrown([&] { run_elevated(command_line, action); }) + steps_;
+    const auto action = [this] {
+      EXPECT_FALSE(IsMarked()) << "what the action starts would take itself for a restarted host";
+      steps_ += ", action", disable();
+    };
+    const std::string thrown = test::Thrown([&] { run_elevated(command_line, action); });
+    EXPECT_FALSE(IsMarked());
+    return thrown + steps_;
   }
 
   test::CapturedLog log_;
   bool administrator_ = false;
   DWORD refusal_ = 0;          // the shell's error; 0: it starts the host
   HANDLE handed_ = kElevated;  // by the shell
-  BOOL readable_ = TRUE;       // the exit code
+  DWORD waited_ = WAIT_OBJECT_0;
+  BOOL readable_ = TRUE;  // the exit code
   DWORD exit_code_ = 0;
 
  private:
@@ -44,7 +53,7 @@ class Elevated : public testing::Test {
       [this](auto*, HANDLE, PSID, BOOL* member) { return *member = administrator_, TRUE; }};
   const test::ImportFake<decltype(ShellExecuteExW)> execute_{
       "shell32.dll", "ShellExecuteExW", [this](auto*, SHELLEXECUTEINFOW* given) -> BOOL {
-        steps_ += ", restart";
+        steps_ += IsMarked() ? ", restart" : ", unmarked restart";
         EXPECT_EQ(0x4140u, given->fMask);
         EXPECT_STREQ(L"runas", given->lpVerb);
         EXPECT_EQ(root::GetModulePath(nullptr), given->lpFile);
@@ -54,7 +63,8 @@ class Elevated : public testing::Test {
       }};
   const test::ImportFake<decltype(WaitForSingleObject)> wait_{
       "kernel32.dll", "WaitForSingleObject", [this](auto* real, HANDLE handle, DWORD limit) {
-        return handle == kElevated && limit == INFINITE ? steps_ += ", wait", WAIT_OBJECT_0 : real(handle, limit);
+        if (handle != kElevated || limit != INFINITE) return real(handle, limit);
+        return steps_ += ", wait", SetLastError(ERROR_ACCESS_DENIED), waited_;
       }};
   const test::ImportFake<decltype(GetExitCodeProcess)> read_{
       "kernel32.dll", "GetExitCodeProcess",
@@ -77,10 +87,28 @@ TEST_F(Elevated, AnybodyElseRestartsTheHostWhoseExitCodeIsTheResult) {
   EXPECT_EQ("error fffffffe elevated wsc_proxy ended with error, restart, wait, close", Run());
   readable_ = FALSE;
   EXPECT_EQ("error 00000006 GetExitCodeProcess, restart, wait, close", Run());
+  waited_ = WAIT_FAILED;
+  EXPECT_EQ("error 00000005 WaitForSingleObject, restart, wait, close", Run());
   handed_ = nullptr;
   EXPECT_EQ("nothing, restart", Run());
   refusal_ = ERROR_CANCELLED;
   EXPECT_EQ("error 000004c7 cannot run elevated process '\"C:\\h h\\h\xC5\xBE\" /AV /disable \"/x:a b\" \"w\"', restart", Run());
+}
+
+TEST_F(Elevated, ARestartedHostStartsNoOther) {
+  SetEnvironmentVariableW(kMark, L"1");
+  EXPECT_EQ("error 000002e4 restarted wsc_proxy has no administrator rights", Run());
+  EXPECT_THAT(log_.lines(), testing::IsEmpty());
+  SetEnvironmentVariableW(kMark, L"1");
+  administrator_ = true;
+  EXPECT_EQ("error ffffffff wsc disable refused, action", Run());
+}
+
+TEST_F(Elevated, AHostThatCannotBeMarkedIsNotStarted) {
+  const test::ImportFake<decltype(SetEnvironmentVariableW)> refuse(
+      "kernel32.dll", "SetEnvironmentVariableW", [](auto*, auto...) { return SetLastError(ERROR_NOT_ENOUGH_MEMORY), FALSE; });
+  EXPECT_THAT(Run(), testing::StartsWith("error 00000008 cannot run elevated process '"));
+  EXPECT_THAT(Run(), testing::Not(testing::HasSubstr("restart")));
 }
 
 }  // namespace

@@ -11,10 +11,10 @@ namespace {
 TEST(ProductStateWords, AnyOtherWordIsRefusedAndNamed) {
   for (const std::wstring word : {L"", L"On", L"on ", L"o", L"onn", L"expired"}) {
     const std::string text(word.begin(), word.end());
-    EXPECT_EQ("fatal 000000a0 to_prod_state " + text, test::Thrown([&] { to_prod_state(word); }));
-    EXPECT_EQ("fatal 000000a0 to_signature_status " + text, test::Thrown([&] { to_signature_status(word); }));
+    EXPECT_EQ("fatal 000000a0 to_prod_state " + text, test::Thrown([&] { return to_prod_state(word); }));
+    EXPECT_EQ("fatal 000000a0 to_signature_status " + text, test::Thrown([&] { return to_signature_status(word); }));
   }
-  EXPECT_NE("nothing", test::Thrown([] { to_prod_state(std::wstring(L"on\0x", 4)); })) << "the whole word counts";
+  EXPECT_NE("nothing", test::Thrown([] { return to_prod_state(std::wstring(L"on\0x", 4)); })) << "the whole word counts";
 }
 
 }  // namespace

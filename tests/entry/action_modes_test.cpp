@@ -72,5 +72,32 @@ TEST(ActionModes, AnUpdateGivesTheCodeOfTheInstallersRun) {
   EXPECT_EQ("exception 0 wsc: run: setup run failed [c0000005]", log.module_lines().back());
 }
 
+// A library that is missing where it belongs is not taken from the folder where the host was started.
+TEST(ActionModes, TheCurrentFolderIsNoPlaceToLoadFrom) {
+  const instup::test::Stage stage;
+  const test::CapturedLog log;
+  wchar_t before[MAX_PATH], own[MAX_PATH];
+  GetCurrentDirectoryW(MAX_PATH, before);
+  GetModuleFileNameW(nullptr, own, MAX_PATH);
+  const std::wstring library = std::filesystem::path(own).replace_filename(L"crvData.dll").wstring();
+  ASSERT_TRUE(CopyFileW(library.c_str(), stage.Path(L"planted.dll").c_str(), FALSE));
+  SetCurrentDirectoryW(stage.Path(L"").c_str());
+  const test::ImportFake<decltype(LoadLibraryW)> missing("kernel32.dll", "LoadLibraryW", [](auto* real, std::wstring name) {
+    return real(name == L"crvData.dll" ? L"planted.dll" : name.c_str());
+  });
+  const auto enable = [](const wchar_t* search) { return SetDllDirectoryW(search), ::run(L"host /fw /enable"); };
+  {
+    const test::ImportFake<decltype(GetProcAddress)> old_xp(
+        "kernel32.dll", "GetProcAddress",
+        [](auto* real, auto dll, std::string name) { return name == "SetDllDirectoryW" ? nullptr : real(dll, name.c_str()); });
+    EXPECT_EQ(0u, enable(nullptr)) << "found where the system looks by itself";
+  }
+  EXPECT_EQ(0xFFFFFFFF, enable(nullptr));
+  EXPECT_EQ("exception 0 wsc: run: cannot load crvData.dll [ffffffff]", log.module_lines().back());
+  EXPECT_EQ(0u, enable(stage.Path(L"").c_str())) << "the host's own choice of a folder holds";
+  SetDllDirectoryW(nullptr);
+  SetCurrentDirectoryW(before);
+}
+
 }  // namespace
 }  // namespace crv::wsc

@@ -96,8 +96,17 @@ TEST_F(Defender, OnlyTheNumber42OptsOutOfSwitchingOff) {
 }
 
 TEST_F(Defender, APolicyThatCannotBeChangedLeavesTheServiceAlone) {
-  const test::ImportFake<decltype(RegCreateKeyExW)> refuse("advapi32.dll", "RegCreateKeyExW", [](auto*, auto...) { return 5; });
+  auto refuse = std::make_unique<test::ImportFake<decltype(RegCreateKeyExW)>>("advapi32.dll", "RegCreateKeyExW",
+                                                                              [](auto*, auto...) { return 5; });
   EXPECT_THAT(Change(false), ElementsAre(kDisabling, kFailed + std::string("registry write [00000005]")));
+  refuse.reset();
+  for (const int refused : {1, 2}) {  // opening it to see whether it is there, and to delete it
+    SetPolicy(L"", L"DisableAntiSpyware", 1);
+    int opened = 0;
+    const test::ImportFake<decltype(RegOpenKeyExW)> refuse_opening(
+        "advapi32.dll", "RegOpenKeyExW", [&](auto* real, auto... given) { return ++opened == refused ? 5 : real(given...); });
+    EXPECT_THAT(Change(true), ElementsAre(kEnabling, kFailed + std::string("registry delete [00000005]")));
+  }
   EXPECT_EQ("", services_.TakeCalls());
 }
 

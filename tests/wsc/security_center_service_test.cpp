@@ -69,6 +69,8 @@ TEST_F(Readiness, AServiceThatIsNotDisabledIsMadeToRun) {
 }
 
 TEST_F(Readiness, AnUnknownStartTypeIsAnErrorAndNothingIsStarted) {
+  const test::ImportFake<decltype(free)> spoils_the_last_error(
+      "msvcrt.dll", "free", [](auto* real, void* block) { real(block), SetLastError(ERROR_INVALID_FUNCTION); });
   ensure_running();  // it runs: its start type does not matter
   services_.States({SERVICE_STOPPED});
   EXPECT_EQ("error 00000002 cannot get wscsvc status", test::Thrown(ensure_running));
@@ -110,6 +112,16 @@ TEST_F(Readiness, ADisabledServiceIsNeverStartedButWaitedFor) {
     EXPECT_EQ(lines, log_.lines());
     EXPECT_EQ(std::string::npos, services_.TakeCalls().find("start"));
   }
+}
+
+// The first change may be reported while the watcher still registers: by then there is an event to signal.
+TEST_F(Readiness, WithoutAnEventNobodyRegistersForChanges) {
+  SetStart(REG_DWORD, SERVICE_DISABLED);
+  services_.States({SERVICE_STOPPED});
+  const test::ImportFake<decltype(CreateEventW)> refuse(
+      "kernel32.dll", "CreateEventW", [](auto*, auto...) { return SetLastError(ERROR_NO_SYSTEM_RESOURCES), nullptr; });
+  EXPECT_EQ("error 000005aa cannot create event", test::Thrown(ensure_running));
+  EXPECT_EQ("", wscapi_.TakeCalls());
 }
 
 }  // namespace
