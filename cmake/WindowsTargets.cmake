@@ -9,7 +9,9 @@ add_compile_definitions(UNICODE _UNICODE WIN32_LEAN_AND_MEAN NOMINMAX STRICT _GL
 # Frame pointers let a dump's stack be walked where there is no debug information.
 add_compile_options(-gdwarf-4 "-ffile-prefix-map=${CMAKE_SOURCE_DIR}/=" -fno-omit-frame-pointer)
 # Two builds of the same sources are byte-identical. libstdc++ and the thread library are linked in; libgcc is shared, so that an
-# exception thrown in one DLL can be caught in another.
+# exception thrown in one DLL can be caught in another. Each image counts its uncaught exceptions for itself, so what
+# std::uncaught_exceptions says must never be compared across DLLs: a throw that comes from another one is not counted in this one,
+# and the catch clause that ends it counts one too few.
 add_link_options(-Wl,--no-insert-timestamp -Wl,--dynamicbase -Wl,--nxcompat -static-libstdc++ -shared-libgcc -Wl,-Bstatic)
 set(CMAKE_CXX_STANDARD_LIBRARIES "-lstdc++ -lwinpthread ${CMAKE_CXX_STANDARD_LIBRARIES}")
 

@@ -106,10 +106,13 @@ LogStream::LogStream(LogLevel level, const Tag& tag)
 
 LogStream::~LogStream() noexcept(false) {
   if (!logger_) return;
+  // Asked before the call: the library's throw is counted in its own runtime but ended in this one, whose count is wrong from then
+  // on until the catch clause ends.
+  const bool may_throw = std::uncaught_exceptions() == exceptions_at_start_;
   try {
     logger_->LogWideVariadic(level_, tag_.text(), L"%s", text_.str().c_str());
   } catch (...) {
-    if (std::uncaught_exceptions() == exceptions_at_start_) throw;
+    if (may_throw) throw;
   }
 }
 

@@ -2,6 +2,7 @@
 
 #include <windows.h>
 
+#include "instup/folder_value.h"
 #include "instup/path_text.h"
 #include "instup/product_key.h"
 #include "root/registry.h"
@@ -26,18 +27,16 @@ constexpr ProductKey kProductKeys[] = {
 constexpr REGSAM kOwnView = 0;
 constexpr REGSAM kViews[] = {kOwnView, KEY_WOW64_64KEY};
 
-bool ReadText(const ProductKey& key, const wchar_t* name, std::wstring& value, REGSAM view) {
-  return root::QueryString(HKEY_LOCAL_MACHINE, key.path, name, value, view);
-}
-
 bool ReadFolders(const ProductKey& key, REGSAM view, InstallationInfo& info) {
-  if (!ReadText(key, key.program_folder_value, info.program_folder, view)) return false;
-  return !key.data_folder_value || ReadText(key, key.data_folder_value, info.data_folder, view);
+  if (!ReadFolderValue(key.path, key.program_folder_value, info.program_folder, view)) return false;
+  return !key.data_folder_value || ReadFolderValue(key.path, key.data_folder_value, info.data_folder, view);
 }
 
 void ReadSetup(const ProductKey& key, REGSAM view, InstallationInfo& info) {
-  if (!ReadText(key, L"SetupFolder", info.setup_folder, view)) info.setup_folder = JoinPath(info.program_folder, L"setup");
-  if (!ReadText(key, L"Version", info.version, view)) info.version.clear();
+  if (!ReadFolderValue(key.path, L"SetupFolder", info.setup_folder, view)) {
+    info.setup_folder = JoinPath(info.program_folder, L"setup");
+  }
+  if (!root::QueryString(HKEY_LOCAL_MACHINE, key.path, L"Version", info.version, view)) info.version.clear();
   if (!root::QueryDword(key.path, L"SetupVersion", info.setup_version, view)) info.setup_version = kNoSetupVersion;
 }
 

@@ -18,7 +18,7 @@ DWORD Attributes(const std::wstring& path) {
 bool ReadValue(const FolderQuery& query, std::wstring& value) {
   root::ScopedRegistryKey key;
   if (OpenRegistryKey(L"HKEY_LOCAL_MACHINE", query.key_path, KEY_READ, nullptr, key.put()) != ERROR_SUCCESS) return false;
-  return ReadRegistryString(key.get(), query.value_name, value) == ERROR_SUCCESS;
+  return ReadRegistryString(key.get(), query.value_name, value) == ERROR_SUCCESS && IsWholePath(value);
 }
 
 bool Find(const FolderQuery& query, std::wstring& folder) {

@@ -5,9 +5,9 @@
 #include <shlobj.h>
 
 #include "base/exceptions.h"
+#include "instup/folder_value.h"
 #include "instup/product_key.h"
 #include "root/known_folder.h"
-#include "root/registry.h"
 
 namespace crv::instup {
 
@@ -19,7 +19,7 @@ std::wstring GetPersistentDataFolder() {
 
 std::wstring GetProgramFolder() {
   std::wstring folder;
-  if (!root::QueryString(HKEY_LOCAL_MACHINE, kProductKey, kProgramFolderValue, folder, KEY_WOW64_32KEY)) {
+  if (!ReadFolderValue(kProductKey, kProgramFolderValue, folder, KEY_WOW64_32KEY)) {
     throw exceptions::error(GetLastError(), "Unable to retrieve path of the program directory!");
   }
   return folder;

@@ -14,7 +14,7 @@ std::wstring GetDataFolder();
 std::wstring GetPersistentDataFolder();
 
 // The suite's program folder as the installer wrote it into the registry's 32-bit view. Throws `crv::exceptions::error` with the
-// registry's error code and "Unable to retrieve path of the program directory!".
+// error code of ReadFolderValue (folder_value.h) and "Unable to retrieve path of the program directory!".
 std::wstring GetProgramFolder();
 
 }  // namespace crv::instup

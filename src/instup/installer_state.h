@@ -25,8 +25,9 @@ class State {
   State& operator=(const State&) = delete;
 
   // Fills the State from the registry and "setup.ini". When the file cannot be read, runs the current installer once without
-  // arguments, which repairs it, and waits for it without a limit. Returns false when no installation is registered or the file
-  // is unreadable after that; installers that an earlier call located then stay.
+  // arguments, which repairs it, and waits for it without a limit. Returns false when no installation is registered, the file is
+  // unreadable after that or the name in it leads out of the setup folder; new installers that an earlier call located then
+  // stay. Throws as LaunchProcess does.
   [[nodiscard]] bool Locate();
 
   const std::wstring& program_folder() const { return program_folder_; }

@@ -1,5 +1,7 @@
 #include "instup/path_text.h"
 
+#include <algorithm>
+
 #include "root/path_root.h"
 
 namespace crv::instup {
@@ -7,8 +9,9 @@ namespace {
 
 bool IsSeparator(wchar_t c) { return c == L'\\' || c == L'/'; }
 
+constexpr const wchar_t* kBlanks = L" \t";
+
 std::wstring TrimBlanks(const std::wstring& text) {
-  constexpr const wchar_t* kBlanks = L" \t";
   const std::size_t first = text.find_first_not_of(kBlanks);
   if (first == std::wstring::npos) return {};
   return text.substr(first, text.find_last_not_of(kBlanks) - first + 1);
@@ -34,6 +37,13 @@ std::wstring JoinPath(const std::wstring& folder, const std::wstring& component)
     joined += component;
   }
   return quoted ? L'"' + joined + L'"' : joined;
+}
+
+bool IsWholePath(const std::wstring& folder) noexcept {
+  const wchar_t* text = folder.c_str() + std::min(folder.find_first_not_of(kBlanks), folder.size());
+  if (*text == L'"') ++text;
+  root::PathRootInfo info;
+  return root::GetPathRootInfo(text, &info) == 0 && (info.flags & root::kPathAbsolute) != 0;
 }
 
 std::wstring AppendPath(const std::wstring& text, const std::wstring& component) {

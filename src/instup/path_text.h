@@ -15,6 +15,10 @@ std::wstring JoinPath(const std::wstring& folder, const std::wstring& component)
 // JoinPath it takes the text as it is, does not know "/", and leaves a trailing "\" when the component is empty.
 std::wstring AppendPath(const std::wstring& text, const std::wstring& component);
 
+// Whether the folder names one place whatever the current folder and drive are: it begins with a drive and a separator, is a drive
+// alone, or begins with two separators. Blanks and quotes around it do not matter, as for JoinPath.
+[[nodiscard]] bool IsWholePath(const std::wstring& folder) noexcept;
+
 // The text without trailing separators. Only a volume's root keeps one: "C:" and "\\?\Volume{...}" get a "\", since without it
 // they name something else (the drive's current directory, the device). A text of separators alone becomes "\".
 std::wstring NormalizeFolderPath(const std::wstring& text);

@@ -1,5 +1,6 @@
 #include "instup/registry_text.h"
 
+#include <algorithm>
 #include <cstring>
 #include <memory>
 #include <new>
@@ -38,7 +39,7 @@ HKEY FindRoot(const wchar_t* name) {
 void AssignText(std::wstring& out, const BYTE* data, DWORD bytes) {
   out.resize(bytes / sizeof(wchar_t));
   std::memcpy(out.data(), data, out.size() * sizeof(wchar_t));
-  out.erase(out.find_last_not_of(L'\0') + 1);
+  out.resize(std::min(out.size(), out.find(L'\0')));
 }
 
 LONG Read(HKEY key, const wchar_t* name, std::wstring& out) {

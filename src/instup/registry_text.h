@@ -15,7 +15,7 @@ namespace crv::instup {
 // ERROR_INVALID_PARAMETER (87).
 [[nodiscard]] DWORD OpenRegistryKey(const wchar_t* root_name, const wchar_t* subkey, REGSAM access, HKEY parent, HKEY* key);
 
-// Reads a value of whatever type as text: whole characters, without trailing NULs. On failure `out` is empty.
+// Reads a value of whatever type as text: whole characters up to the first NUL. On failure `out` is empty.
 [[nodiscard]] DWORD ReadRegistryString(HKEY key, const wchar_t* name, std::wstring& out);
 
 }  // namespace crv::instup

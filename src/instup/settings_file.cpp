@@ -68,17 +68,23 @@ DWORD ReadWhole(HANDLE file, std::vector<char>& bytes) {
   return ERROR_SUCCESS;
 }
 
-// The error of the failed step, or 0 with the file's parse in `tree`. The file stays locked until it is parsed.
+// The same with the file's text, whose bytes are given back by then: a large file needs the memory for its tree.
+DWORD ReadText(HANDLE file, std::wstring& text) {
+  std::vector<char> bytes;
+  if (const DWORD error = ReadWhole(file, bytes)) return error;
+  text = DecodeSettings(bytes);
+  return ERROR_SUCCESS;
+}
+
+// The same with the parse. The file stays locked until it is parsed.
 DWORD Load(const std::wstring& path, SettingsTree& tree) {
   const root::ScopedFile file(CreateFileW(path.c_str(), FILE_READ_DATA, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE,
                                           nullptr, OPEN_EXISTING, FILE_FLAG_SEQUENTIAL_SCAN, nullptr));
   if (!file) return GetLastError();
   const SharedLock lock(file.get());
   if (!lock.locked()) return GetLastError();
-  std::vector<char> bytes;
-  if (const DWORD error = ReadWhole(file.get(), bytes)) return error;
-  const std::wstring text = DecodeSettings(bytes);
-  bytes = {};  // a large file's bytes would otherwise lie beside its tree
+  std::wstring text;
+  if (const DWORD error = ReadText(file.get(), text)) return error;
   tree = SettingsTree::Parse(text);
   return ERROR_SUCCESS;
 }

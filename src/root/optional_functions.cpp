@@ -150,13 +150,13 @@ DWORD OptionalTableRelease() {
 SECURITY_ATTRIBUTES* OpenSecurityAttributes() { return TheState().table.open_security.get(); }
 
 FsRedirectionOff::FsRedirectionOff() : switch_(TheState().table.redirection_switch) {
-  if (switch_) before_ = switch_(FALSE);
+  if (switch_) worked_ = switch_(FALSE);
 }
 
 FsRedirectionOff::~FsRedirectionOff() {
   if (!switch_) return;
   const DWORD last_error = GetLastError();
-  switch_(before_);
+  switch_(worked_);
   SetLastError(last_error);
 }
 

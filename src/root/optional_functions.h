@@ -88,8 +88,9 @@ DWORD OptionalTableRelease();
 // folder the default security. The table keeps ownership.
 SECURITY_ATTRIBUTES* OpenSecurityAttributes();
 
-// Switches the WOW64 file-system redirection of the calling thread off for the length of a scope, if the table has the switch.
-// The way back keeps the thread's last error.
+// Switches the WOW64 file-system redirection of the calling thread off for the length of a scope, if the table has the switch. The
+// switch does not tell the state before, only whether it worked: the scope ends with the redirection on, as every thread starts.
+// Do not nest: the inner scope's end switches it on for the rest of the outer one. The end keeps the thread's last error.
 class FsRedirectionOff {
  public:
   FsRedirectionOff();
@@ -99,7 +100,7 @@ class FsRedirectionOff {
 
  private:
   FsRedirectionSwitch* const switch_;
-  BOOLEAN before_ = FALSE;
+  BOOLEAN worked_ = FALSE;
 };
 
 // Runs the call with the redirection switched off and returns what it returns. Keep the call short: loading a library inside it

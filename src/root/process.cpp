@@ -17,4 +17,11 @@ std::uint32_t GetParentProcessId() {
   return information.InheritedFromUniqueProcessId;
 }
 
+std::uint32_t WaitForExitCode(HANDLE process) {
+  if (WaitForSingleObject(process, INFINITE) != WAIT_OBJECT_0) throw exceptions::error(GetLastError(), "WaitForSingleObject");
+  DWORD code = 0;
+  if (!GetExitCodeProcess(process, &code)) throw exceptions::error(GetLastError(), "GetExitCodeProcess");
+  return code;
+}
+
 }  // namespace crv::root

@@ -55,6 +55,7 @@ LSTATUS ReadValue(HKEY root, const wchar_t* subkey, const wchar_t* name, std::ve
   return ERROR_SUCCESS;
 }
 
+// The system's function stops at 32,767 characters and still answers the full size: a text that ends before it was cut.
 LSTATUS ExpandEnvironment(std::wstring& text) {
   std::wstring expanded;
   for (;;) {
@@ -65,6 +66,7 @@ LSTATUS ExpandEnvironment(std::wstring& text) {
     if (needed <= capacity) break;
   }
   expanded.pop_back();  // the terminating NUL, which the call counts
+  if (expanded.find(L'\0') != std::wstring::npos) return ERROR_INVALID_DATA;
   text = std::move(expanded);
   return ERROR_SUCCESS;
 }

@@ -25,7 +25,8 @@ namespace crv::root {
                               REGSAM view) noexcept;
 
 // The text of a REG_SZ or REG_EXPAND_SZ value up to its first NUL or its end; the environment variables that a REG_EXPAND_SZ
-// value names are expanded. Another type or an odd number of bytes is ERROR_INVALID_DATA (13).
+// value names are expanded. Another type, an odd number of bytes and a text that the system cuts while it expands it (over 32,766
+// characters) are ERROR_INVALID_DATA (13).
 [[nodiscard]] bool QueryString(HKEY root, const wchar_t* subkey, const wchar_t* name, std::wstring& value, REGSAM view) noexcept;
 
 // A 4-byte REG_DWORD value below HKEY_LOCAL_MACHINE. Another type or size is ERROR_INVALID_DATA (13).

@@ -53,12 +53,14 @@ class Service {
   SERVICE_STATUS status_ = {};
 };
 
-// Stands in for a service's missing registry key as long as it lives. Failures to write it show in the request that needs it.
+// Stands in for a service's missing registry key as long as it lives. A key that is there and cannot be opened is the service's
+// own. Failures to write it show in the request that needs it.
 class TemporaryServiceKey {
  public:
   TemporaryServiceKey(const std::wstring& name, DWORD service_type)
-      : path_(L"SYSTEM\\CurrentControlSet\\Services\\" + name), created_(!KeyExists(path_.c_str(), KEY_WOW64_32KEY)) {
+      : path_(L"SYSTEM\\CurrentControlSet\\Services\\" + name), created_(IsMissing()) {
     if (!created_) return;
+    Create();
     Set(L"ErrorControl", SERVICE_ERROR_NORMAL);
     Set(L"Start", SERVICE_DEMAND_START);
     Set(L"Type", service_type);
@@ -70,6 +72,14 @@ class TemporaryServiceKey {
   TemporaryServiceKey& operator=(const TemporaryServiceKey&) = delete;
 
  private:
+  bool IsMissing() const { return !KeyExists(path_.c_str(), KEY_WOW64_32KEY) && GetLastError() == ERROR_SUCCESS; }
+
+  // Volatile: what a process that was killed meanwhile leaves behind is gone with the system's next start.
+  void Create() const {
+    RegCreateKeyExW(HKEY_LOCAL_MACHINE, path_.c_str(), 0, nullptr, REG_OPTION_VOLATILE, KEY_SET_VALUE | KEY_WOW64_32KEY, nullptr,
+                    ScopedRegistryKey().put(), nullptr);
+  }
+
   void Set(const wchar_t* value, DWORD number) { static_cast<void>(SetDword(path_.c_str(), value, number, KEY_WOW64_32KEY)); }
 
   const std::wstring path_;

@@ -23,8 +23,9 @@ inline constexpr std::uint32_t kControlStart = 0;  // the control code that stan
 // time is up does not count. Throws also with "Unable to start the service '%s'!" or "Unable to send control code to the
 // service '%s'!".
 //
-// A service whose registry key cannot be opened in the 32-bit view gets a minimal one for the length of the request; that key is
-// deleted afterwards with everything below it. Two calls for the same service at a time may get in each other's way there.
+// A service whose registry key is missing in the 32-bit view gets a minimal one for the length of the request; that key is deleted
+// afterwards with everything below it, or with the system's next start if this process is killed meanwhile. Two calls for the same
+// service at a time may get in each other's way there.
 [[nodiscard]] bool ControlServiceAndWait(const std::wstring& name, std::uint32_t extra_access, std::uint32_t control,
                                          std::uint32_t skip_state, std::uint32_t target_state, std::uint32_t timeout_ms);
 

@@ -16,7 +16,7 @@ TEST(Exceptions, CarryCodeAndMessageOfEveryForm) {
   EXPECT_EQ("error ffffffff plain 7 narrow wide", DescribeThrown(error("plain %d %s %ls", 7, "narrow", L"wide")));
   EXPECT_EQ("error 00000000 zero is a code", DescribeThrown(error(0, "zero is a %s", "code")));
   EXPECT_EQ("error 00000057 ", DescribeThrown(error()));
-  EXPECT_EQ("fatal ffffffff message alone", DescribeThrown(fatal("message alone")));
+  EXPECT_EQ("fatal ffffffff message alone", DescribeThrown(fatal("message %s", "alone")));
   EXPECT_EQ("fatal 8000000a bad action", DescribeThrown(fatal(0x8000000A, "bad %s", "action")));
   // "%s" of a wide format takes a wide string; the message is UTF-8.
   EXPECT_EQ("error 00000002 Gr\xC3\xBC\xC3\x9F \xE2\x82\xAC \xF0\x9F\x98\x80",

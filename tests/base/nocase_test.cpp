@@ -10,8 +10,13 @@ namespace {
 using nocase::kNoMaximum;
 using nocase::kUntilNul;
 
+// Folds as the locales of some countries do, beyond the letters of ASCII.
+class Folding : public std::ctype<wchar_t> {
+  wchar_t do_tolower(wchar_t c) const override { return c == L'\u017D' ? L'\u017E' : std::ctype<wchar_t>::do_tolower(c); }
+};
+
 TEST(Nocase, ComparesByItsTable) {
-  const std::locale classic = std::locale::classic(), other(classic, new std::ctype<wchar_t>);  // folds one by one
+  const std::locale classic = std::locale::classic(), other(classic, new Folding);
   const struct {
     const wchar_t *left, *right;
     int expected;
@@ -39,6 +44,12 @@ TEST(Nocase, ComparesByItsTable) {
       EXPECT_EQ(c.expected, nocase::compare(c.left, c.length, c.right, c.length, c.maximum, locale)) << "row " << (&c - cases);
     }
   }
+  EXPECT_EQ(-1, nocase::compare(L"\u017Da", 2, L"\u017EA", 2, kNoMaximum, classic));
+  EXPECT_EQ(0, nocase::compare(L"\u017Da", 2, L"\u017EA", 2, kNoMaximum, other));
+  const std::locale before = std::locale::global(other);
+  const nocase::Less less;
+  std::locale::global(before);
+  EXPECT_FALSE(less(L"\u017D", L"\u017E")) << "under the global locale of its construction";
   EXPECT_EQ("fatal 00000057 nocase::compare left nullparam",
             test::Thrown([&] { nocase::compare(nullptr, 0, nullptr, 0, 0, classic); }));
   EXPECT_EQ("fatal 00000057 nocase::compare right nullparam",

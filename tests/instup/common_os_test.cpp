@@ -1,4 +1,10 @@
+// The common OS library and the table of optional functions below it, whose state is that of a process.
 #include "instup/common_os.h"
+
+#include <sddl.h>
+
+#include <clocale>
+#include <utility>
 
 #include "instup/stage.h"
 #include "root/optional_functions.h"
@@ -10,46 +16,113 @@ namespace {
 using crv::test::ImportFake;
 using test::kCorvidKey;
 
-int TableReferences() { return root::OptionalFunctions().table_count; }
+const HANDLE kDevice = reinterpret_cast<HANDLE>(0x5A5A);
 
-TEST(CommonOs, FirstReferenceSetsUpAndLastTearsDown) {
-  const test::Stage stage;
-  stage.AddFile(L"program\\crvCmnOS.dll");
-  stage.AddFile(L"data\\corvid5.ini");
-  test::SetText(kCorvidKey, L"ProgramFolder", stage.Path(L"program"));
-  test::SetText(kCorvidKey, L"DataFolder", stage.Path(L"data"));
-  test::SetText(kCorvidKey, L"TempFolder", stage.Path(L"temp"));
-  int sections_deleted = 0;
-  const ImportFake<decltype(DeleteCriticalSection)> remove(
-      "kernel32.dll", "DeleteCriticalSection", [&](auto real, auto* section) { return ++sections_deleted, real(section); });
+class CommonOs : public test::StageTest {
+ protected:
+  // What was done since the last question: "locale open " and "close lock ", and what else concerns the whole process.
+  std::string Done() { return std::exchange(done_, ""); }
+  int References() const { return root::OptionalFunctions().table_count; }
+
+  bool memory_ = true;
+
+ private:
+  std::string done_;
+  ImportFake<decltype(CreateFileW)> open_{
+      "kernel32.dll", "CreateFileW",
+      [this](auto real, const wchar_t* name, DWORD access, DWORD share, auto*, DWORD how, auto... rest) {
+        if (name != std::wstring(L"\\\\.\\crvSP")) return real(name, access, share, nullptr, how, rest...);
+        EXPECT_TRUE(access == GENERIC_READ && share == 0 && how == OPEN_EXISTING);
+        return done_ += "open ", kDevice;
+      }};
+  ImportFake<decltype(CloseHandle)> close_{"kernel32.dll", "CloseHandle", [this](auto real, HANDLE handle) {
+                                             return handle == kDevice ? done_ += "close ", TRUE : real(handle);
+                                           }};
+  ImportFake<decltype(DeleteCriticalSection)> delete_lock_{
+      "kernel32.dll", "DeleteCriticalSection", [this](auto real, auto* section) { return done_ += "lock ", real(section); }};
+  ImportFake<char*(int, const char*)> locale_{"msvcrt.dll", "setlocale", [this](auto, int category, std::string name) {
+                                                EXPECT_TRUE(category == LC_ALL && name.empty());
+                                                return done_ += "locale ", nullptr;
+                                              }};
+  ImportFake<decltype(InitializeAcl)> acl_{"advapi32.dll", "InitializeAcl",
+                                           [this](auto real, auto... arguments) { return memory_ ? real(arguments...) : FALSE; }};
+};
+
+TEST_F(CommonOs, FirstReferenceSetsUpAndLastTearsDown) {
+  AddFile(L"program\\crvCmnOS.dll");
+  AddFile(L"data\\corvid5.ini");
+  test::SetText(kCorvidKey, L"ProgramFolder", Path(L"program"));
+  test::SetText(kCorvidKey, L"DataFolder", Path(L"data"));
+  test::SetText(kCorvidKey, L"TempFolder", Path(L"temp"));
+  const std::wstring system_root = _wgetenv(L"SystemRoot");
+  SetEnvironmentVariableW(L"SystemRoot", nullptr);
   EXPECT_EQ(L"", CmnOsProgramFolder());
   EXPECT_EQ(0u, CmnOsUninitialize()) << "before the first initialisation there is nothing to release";
 
   EXPECT_EQ(0u, CmnOsInitialize(0));
-  EXPECT_EQ(stage.Path(L"program"), CmnOsProgramFolder());
-  EXPECT_TRUE(test::IsDirectory(stage.Path(L"data\\journal")));
-  RemoveDirectoryW(stage.Path(L"data\\journal").c_str());
+  EXPECT_EQ("open locale ", Done());
+  wchar_t repaired[MAX_PATH] = {};
+  GetEnvironmentVariableW(L"SystemRoot", repaired, MAX_PATH);
+  EXPECT_EQ(system_root, repaired);
+  EXPECT_EQ(Path(L"program"), CmnOsProgramFolder());
+  EXPECT_TRUE(test::IsDirectory(Path(L"data\\journal")));
+  RemoveDirectoryW(Path(L"data\\journal").c_str());
   EXPECT_EQ(0u, CmnOsInitialize(0));
-  EXPECT_FALSE(test::IsDirectory(stage.Path(L"data\\journal"))) << "a further reference only counts";
+  EXPECT_FALSE(test::IsDirectory(Path(L"data\\journal"))) << "a further reference only counts";
   EXPECT_EQ(0u, CmnOsUninitialize());
-  EXPECT_EQ(1, TableReferences());
-  EXPECT_EQ(0, sections_deleted);
-  for (int releases = 0; releases < 2; ++releases) {  // one too many, which is not counted
+  EXPECT_EQ(1, References());
+  EXPECT_EQ("", Done());
+  for (const char* done : {"lock close ", ""}) {  // one release too many is not counted
     EXPECT_EQ(0u, CmnOsUninitialize());
-    EXPECT_EQ(0, TableReferences());
-    EXPECT_EQ(1, sections_deleted) << "of the lock object";
+    EXPECT_EQ(0, References());
+    EXPECT_EQ(done, Done());
   }
+  EXPECT_NE(nullptr, root::OptionalFunctions().nt_open_file) << "what was looked up stays";
 
-  {
-    const ImportFake<decltype(InitializeAcl)> no_acl("advapi32.dll", "InitializeAcl", [](auto...) { return FALSE; });
-    EXPECT_EQ(DWORD{ERROR_NOT_ENOUGH_MEMORY}, CmnOsInitialize(0));
-    EXPECT_EQ(0, TableReferences()) << "a failure is undone";
+  SECURITY_ATTRIBUTES* const open_to_everyone = root::OpenSecurityAttributes();
+  ASSERT_TRUE(open_to_everyone && open_to_everyone->nLength == 12 && !open_to_everyone->bInheritHandle);
+  wchar_t* text = nullptr;
+  ASSERT_TRUE(ConvertSecurityDescriptorToStringSecurityDescriptorW(open_to_everyone->lpSecurityDescriptor, SDDL_REVISION_1,
+                                                                   DACL_SECURITY_INFORMATION, &text, nullptr));
+  EXPECT_STREQ(L"D:(A;OIIO;GA;;;WD)(A;CI;FA;;;WD)", text);
+  LocalFree(text);
+
+  memory_ = false;
+  EXPECT_EQ(DWORD{ERROR_NOT_ENOUGH_MEMORY}, CmnOsInitialize(0));
+  EXPECT_EQ("open close ", Done());
+  EXPECT_EQ(0, References()) << "a failure is undone";
+  EXPECT_EQ(nullptr, root::OpenSecurityAttributes());
+  memory_ = true;
+  test::SetText(kCorvidKey, L"ProgramFolder", Path(L"host"));
+  EXPECT_EQ(0u, CmnOsInitialize(root::kTableWithoutSideEffects));
+  EXPECT_EQ("", Done());
+  EXPECT_EQ(1, References());
+  EXPECT_EQ(Path(L"program"), CmnOsProgramFolder()) << "settled folders outlive the release";
+  EXPECT_TRUE(test::IsDirectory(Path(L"data\\journal"))) << "sub-folders are looked up again";
+  EXPECT_EQ(0u, CmnOsUninitialize());
+}
+
+// How IsWow64Process answers.
+BOOL wow64_success, wow64_answer;
+BOOL WINAPI AnswerWow64(HANDLE process, BOOL* wow64) {
+  EXPECT_EQ(GetCurrentProcess(), process);
+  return *wow64 = wow64_answer, wow64_success;
+}
+
+TEST_F(CommonOs, RedirectionIsSwitchedUnderWow64Only) {
+  const ImportFake<decltype(GetProcAddress)> lookup("kernel32.dll", "GetProcAddress",
+                                                    [](auto real, HMODULE module, std::string name) {
+                                                      if (name == "IsWow64Process")
+                                                        return reinterpret_cast<FARPROC>(reinterpret_cast<void*>(&AnswerWow64));
+                                                      return real(module, name.c_str());
+                                                    });
+  for (const auto& [success, answer] : {std::pair(TRUE, TRUE), {TRUE, FALSE}, {FALSE, TRUE}}) {
+    wow64_success = success, wow64_answer = answer;
+    EXPECT_EQ(0u, root::OptionalTableInit(root::kTableWithoutSideEffects));
+    EXPECT_EQ(success && answer, root::OptionalFunctions().is_wow64);
+    EXPECT_EQ(success && answer, root::OptionalFunctions().redirection_switch != nullptr);
+    root::OptionalTableRelease();
   }
-  test::SetText(kCorvidKey, L"ProgramFolder", stage.Path(L"host"));
-  EXPECT_EQ(0u, CmnOsInitialize(0));
-  EXPECT_EQ(1, TableReferences());
-  EXPECT_EQ(stage.Path(L"program"), CmnOsProgramFolder()) << "settled folders outlive the release";
-  EXPECT_TRUE(test::IsDirectory(stage.Path(L"data\\journal"))) << "sub-folders are looked up again";
 }
 
 }  // namespace

@@ -1,7 +1,9 @@
 #include "instup/find_installation.h"
 
+#include "instup/folders.h"
 #include "instup/stage.h"
 #include "support/import_fake.h"
+#include "support/thrown.h"
 
 namespace crv::instup {
 namespace {
@@ -27,16 +29,19 @@ TEST_F(FindInstallationTest, TakesTheFirstWholeKeyOfTheFirstViewAndItsSetup) {
       "advapi32.dll", "RegOpenKeyExW", [](auto real, HKEY root, std::wstring subkey, DWORD options, REGSAM access, HKEY* key) {
         return real(root, ((access & KEY_WOW64_64KEY ? k64BitView : L"") + subkey).c_str(), options, access, key);
       });
-  test::SetText(kKeys[0].path, L"ProgramFolder", L"without data");
-  test::SetText(kKeys[1].path, L"DataFolder", L"without a program");
+  test::SetText(kKeys[0].path, L"ProgramFolder", L"C:\\without data");
+  test::SetText(kKeys[1].path, L"DataFolder", L"C:\\without a program");
+  test::SetText(kKeys[2].path, L"ProgramFolder", L"C:\\with an empty one");
+  test::SetText(kKeys[2].path, L"DataFolder", L"");
   InstallationInfo info;
   EXPECT_FALSE(FindInstallation(info));
   EXPECT_EQ(DWORD{ERROR_FILE_NOT_FOUND}, GetLastError());
+  info = {};
 
   // Installed from the last place to be asked to the first, each is alone in front when it is looked for.
   for (const std::wstring& view : {k64BitView, std::wstring()}) {
     for (std::size_t i = std::size(kKeys); i-- > 0;) {
-      const std::wstring place = view + L"place " + std::to_wstring(i);
+      const std::wstring place = L"C:\\" + view + L"place " + std::to_wstring(i);
       const std::wstring key = view + kKeys[i].path;
       SCOPED_TRACE(testing::PrintToString(place));
       test::SetText(key, kKeys[i].program_value, place);
@@ -45,11 +50,32 @@ TEST_F(FindInstallationTest, TakesTheFirstWholeKeyOfTheFirstViewAndItsSetup) {
       EXPECT_EQ(place, info.program_folder);
       EXPECT_EQ(i < 3 ? place + L" data" : L"", info.data_folder);
       EXPECT_EQ(place + L"\\setup", info.setup_folder);
+      test::SetText(key, L"SetupFolder", L"setup");  // no whole path
+      ASSERT_TRUE(FindInstallation(info));
+      EXPECT_EQ(place + L"\\setup", info.setup_folder);
       test::SetText(key, L"SetupFolder", place + L" setup");
       ASSERT_TRUE(FindInstallation(info));
       EXPECT_EQ(place + L" setup", info.setup_folder);
       info = {};
     }
+  }
+}
+
+TEST_F(FindInstallationTest, TheProgramFolderIsAWholePathInThe32BitView) {
+  const crv::test::ImportFake<decltype(RegOpenKeyExW)> view(
+      "advapi32.dll", "RegOpenKeyExW", [](auto real, HKEY root, auto subkey, DWORD options, REGSAM access, HKEY* key) {
+        EXPECT_EQ(REGSAM{KEY_QUERY_VALUE | KEY_WOW64_32KEY}, access);
+        return real(root, subkey, options, KEY_QUERY_VALUE, key);
+      });
+  const struct {
+    const wchar_t* value;
+    const char* thrown;
+  } cases[] = {{L"C:\\program", "nothing"},
+               {L"", "error 0000000d Unable to retrieve path of the program directory!"},
+               {L"program", "error 0000000d Unable to retrieve path of the program directory!"}};
+  for (const auto& c : cases) {
+    test::SetText(test::kCorvidKey, L"ProgramFolder", c.value);
+    EXPECT_EQ(c.thrown, crv::test::Thrown([&] { EXPECT_EQ(c.value, GetProgramFolder()); }));
   }
 }
 

@@ -14,31 +14,20 @@ using crv::test::ImportFake;
 constexpr const wchar_t* kKey = L"Software\\Folders";
 constexpr const wchar_t* kMarkers[] = {L"first.ini", nullptr, L"third.ini"};
 
-class FolderLookup : public test::StageTest {
- protected:
-  // What the lookup stores in the place of an older text; on failure it has to be nothing, with code 3.
-  static std::wstring Look(const FolderQuery& query) {
-    std::wstring out = L"older";
-    const DWORD result = LookupFolder(out, query);
-    EXPECT_EQ(out.empty() ? 3u : 0u, result);
-    return out;
+using FolderLookup = test::StageTest;
+
+TEST_F(FolderLookup, AnUncheckedValueOfTheRegistryCountsIfItIsAWholePath) {
+  const FolderQuery query{.value_name = L"Value", .key_path = kKey};
+  std::wstring folder = L"older";
+  EXPECT_EQ(3u, LookupFolder(folder, query)) << "without a key";
+  EXPECT_EQ(L"", folder);
+  for (const wchar_t* partial : {L"", L"folder", L"\\folder"}) {
+    test::SetText(kKey, L"Value", partial);
+    EXPECT_EQ(3u, LookupFolder(folder, query)) << partial;
   }
-};
-
-TEST_F(FolderLookup, TakesTheRegistrysWordThenTheBasesSubFolderThenTheBase) {
   test::SetText(kKey, L"Value", L"Q:\\nowhere\\\\");
-  EXPECT_EQ(L"Q:\\nowhere", Look({.value_name = L"Value", .key_path = kKey, .markers = kMarkers, .mode = 1})) << "unchecked";
-  EXPECT_EQ(L"", Look({.value_name = L"Value", .key_path = kKey, .sub_folder = L""})) << "with a sub-folder it is checked";
-
-  const std::wstring base = AddFolder(L"base");
-  test::SetText(kKey, L"Value", Path(L"registry"));
-  const FolderQuery query{.value_name = L"Value", .key_path = kKey, .default_base = base + L"\\", .sub_folder = L"sub\\"};
-  EXPECT_EQ(base, Look(query));
-  AddFolder(L"base\\sub");
-  EXPECT_EQ(base + L"\\sub", Look(query));
-  AddFolder(L"registry");
-  EXPECT_EQ(Path(L"registry"), Look(query));
-  EXPECT_EQ(L"", Look({.value_name = L"Missing", .key_path = kKey, .default_base = Path(L"none"), .sub_folder = L"sub"}));
+  EXPECT_EQ(0u, LookupFolder(folder, query));
+  EXPECT_EQ(L"Q:\\nowhere", folder);
 }
 
 TEST_F(FolderLookup, FoldersPassTheCheckOfTheirMode) {
@@ -53,6 +42,7 @@ TEST_F(FolderLookup, FoldersPassTheCheckOfTheirMode) {
   } cases[] = {
       {L"folder", 1, false},  // a directory is no marker
       {L"f", 2, true},        // an absent entry counts as found
+      {L"f", 1, true},
       {L"f", 3, false},
       {L"all", 4, true},
       {L"new", kMustExist, false},

@@ -67,8 +67,9 @@ TEST_F(LibraryFoldersTest, ProgramAndDataFoldersFallBackStepByStep) {
     const wchar_t* added;  // a file
     Folders expected;
   } steps[] = {
-      {L"place of the executable\\data\\corvid5.ini", {place, place + L"\\DATA"}},  // the program folder comes first
-      {L"place of the executable\\crvCmnOS.dll", {base, default_data}},
+      {L"place of the executable\\corvid5.ini", {place, place + L"\\DATA"}},  // the program folder comes first
+      {L"place of the executable\\crvCmnOS.dll", {base, base}},
+      {L"place of the executable\\data\\corvid5.ini", {base, default_data}},
       {L"program\\crvCmnOS.dll", {Path(L"program"), default_data}},
       {L"data\\corvid5.ini", {Path(L"program"), Path(L"data")}},
   };
@@ -107,6 +108,14 @@ TEST_F(LibraryFoldersTest, DataSubFoldersFollowTheRegistryAndAreMadeOpenToEveryo
     if (expected[i] != L"DATA") made[Path(expected[i])] = open;
   }
   EXPECT_EQ(made, made_);
+
+  folders_.data = Path(L"NEW");  // made by the first of them, which gets its own folder all the same
+  SettleDataSubFolders(folders_);
+  EXPECT_EQ(Path(L"NEW\\journal"), folders_.settings[0].folder);
+  EXPECT_TRUE(test::IsDirectory(Path(L"NEW\\journal")) && test::IsDirectory(Path(L"NEW\\moved")));
+  folders_.data = Path(L"no\\parent");
+  SettleDataSubFolders(folders_);
+  EXPECT_EQ(Path(L"no\\parent\\journal"), folders_.settings[0].folder) << "even if it cannot be made";
 }
 
 }  // namespace

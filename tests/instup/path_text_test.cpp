@@ -27,6 +27,16 @@ TEST(PathText, JoinsByItsTable) {
   }
 }
 
+TEST(PathText, OnlyWholePathsNameOnePlace) {
+  for (const wchar_t* whole :
+       {L"C:\\x", L"c:/", L"C:", L"\\\\server\\share", L"//server/share", L"\\\\?\\C:\\x", L" \t\"C:\\a b\" "}) {
+    EXPECT_TRUE(IsWholePath(whole)) << whole;
+  }
+  for (const wchar_t* partial : {L"", L" \t", L"\"", L"x", L"x\\y", L"C:x", L"\\", L"\\x", L".\\x", L"\" C:\\x\"", L"1:\\x"}) {
+    EXPECT_FALSE(IsWholePath(partial)) << partial;
+  }
+}
+
 TEST(PathText, NormalizesByItsTable) {
   const std::wstring volume = L"\\\\?\\Volume{01234567-89ab-cdef-0123-456789abcdef}";
   const std::wstring rows[][2] = {

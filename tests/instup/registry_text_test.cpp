@@ -28,9 +28,9 @@ TEST_F(RegistryText, ReadsAnyTypeAndSizeAsText) {
     DWORD bytes, type;
     std::wstring expected;
   } rows[] = {
-      {L"C:\\x", 8, REG_SZ, L"C:\\x"},                                             // without its terminator
-      {std::wstring(L"a\0b\0\0", 5), 10, REG_MULTI_SZ, std::wstring(L"a\0b", 3)},  // only trailing ones are cut off
-      {L"ABC", 5, REG_BINARY, L"AB"},                                              // half a character
+      {L"C:\\x", 8, REG_SZ, L"C:\\x"},                         // without its terminator
+      {std::wstring(L"a\0b\0\0", 5), 10, REG_MULTI_SZ, L"a"},  // what stands behind its end is none of it
+      {L"ABC", 5, REG_BINARY, L"AB"},                          // half a character
       {longest_in_first_buffer, 520, REG_SZ, longest_in_first_buffer},
       {longest_in_first_buffer, 522, REG_SZ, longest_in_first_buffer},  // the terminator is beyond the buffer
   };

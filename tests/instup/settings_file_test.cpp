@@ -3,6 +3,7 @@
 #include <chrono>
 #include <fstream>
 #include <future>
+#include <set>
 
 #include "instup/stage.h"
 #include "root/scoped_handle.h"
@@ -73,6 +74,21 @@ TEST_F(SettingsFile, ReplacesTheTreeByTheFile) {
   EXPECT_EQ(Loaded(0, L"New_1"), Load(path_));
   Write("\xFF\xFE" + Utf16(L"[Common]\r\nx=" + std::wstring(1 << 20, L'x') + L"\r\nNewDirectoryName=last\r\n"));
   EXPECT_EQ(Loaded(0, L"last"), Load(path_));
+}
+
+TEST_F(SettingsFile, HoldsTheTextOfALargeFileInTwoPlacesAtMost) {
+  Write("[Common]\nNewDirectoryName=" + std::string(1 << 20, 'x'));
+  std::set<void*> large;
+  std::size_t most = 0;
+  const ImportFake<void*(std::size_t)> allocate("msvcrt.dll", "malloc", [&](auto real, std::size_t size) {
+    void* const block = real(size);
+    if (size > 500'000) large.insert(block), most = std::max(most, large.size());
+    return block;
+  });
+  const ImportFake<void(void*)> release("msvcrt.dll", "free", [&](auto real, void* block) { large.erase(block), real(block); });
+  SettingsTree tree;
+  EXPECT_TRUE(LoadSettingsFile(path_, tree));
+  EXPECT_EQ(2u, most);
 }
 
 TEST_F(SettingsFile, EachFailingStepGivesItsErrorAndLeavesTheTree) {

@@ -6,8 +6,10 @@
 
 #include <set>
 
+#include "root/scoped_handle.h"
 #include "support/import_fake.h"
 #include "support/probed_installer.h"
+#include "support/thrown.h"
 
 namespace crv::instup {
 namespace {
@@ -19,22 +21,43 @@ constexpr std::uint8_t kUntouched = 0xEE;
 
 using crv::test::ImportFake;
 
-TEST(Updater, EveryOutcomeOfTheRunsHasItsResult) {
-  const crv::test::ProbedInstaller suite;
-  const ImportFake<decltype(SHGetFolderPathW)> common_data(
-      "shell32.dll", "SHGetFolderPathW", [&](auto, HWND, int, HANDLE, DWORD, wchar_t* path) {
-        return wcscpy(path, std::filesystem::path(suite.Path(L"x")).parent_path().c_str()), S_OK;
-      });
-  std::set<HANDLE> open_handles;
-  const ImportFake<decltype(CreateProcessW)> create("kernel32.dll", "CreateProcessW", [&](auto real, auto... arguments) {
-    const BOOL result = real(arguments...);
-    const PROCESS_INFORMATION& process = *std::get<9>(std::tuple(arguments...));
-    if (result) open_handles.insert({process.hProcess, process.hThread});
-    return result;
-  });
-  const ImportFake<decltype(CloseHandle)> close(
-      "kernel32.dll", "CloseHandle", [&](auto real, HANDLE handle) { return open_handles.erase(handle), real(handle); });
-  const std::wstring installer = suite.setup_ + L"\\instup.exe";
+// A registered suite, and every process that the product starts.
+class Updater : public testing::Test, protected crv::test::ProbedInstaller {
+ protected:
+  ~Updater() override { EXPECT_TRUE(open_handles_.empty()); }
+
+  void Begin(const char* first_run, const std::wstring& new_directory) {
+    std::filesystem::remove(Path(L"runs.txt"));
+    AddInstaller(setup_);
+    WriteSettings(new_directory);
+    Script(1, first_run);
+  }
+
+  PROCESS_INFORMATION last_ = {};
+
+ private:
+  std::set<HANDLE> open_handles_;
+  const ImportFake<decltype(SHGetFolderPathW)> common_data_{
+      "shell32.dll", "SHGetFolderPathW", [this](auto, HWND, int, HANDLE, DWORD, wchar_t* path) {
+        return wcscpy(path, std::filesystem::path(Path(L"x")).parent_path().c_str()), S_OK;
+      }};
+  const ImportFake<decltype(CreateProcessW)> create_{
+      "kernel32.dll", "CreateProcessW",
+      [this](auto real, auto application, auto line, auto* process, auto* thread, BOOL inherit, DWORD flags, void* environment,
+             auto folder, STARTUPINFOW* startup, PROCESS_INFORMATION* started) {
+        EXPECT_TRUE(!application && !process && !thread && !inherit && flags == 0x24 && !environment && !folder);
+        EXPECT_TRUE(startup->cb == 68 && startup->dwFlags == 0 && !startup->lpReserved && !startup->lpTitle);
+        const BOOL result = real(application, line, process, thread, inherit, flags, environment, folder, startup, started);
+        last_ = *started;
+        if (result) open_handles_.insert({last_.hProcess, last_.hThread});
+        return result;
+      }};
+  const ImportFake<decltype(CloseHandle)> close_{
+      "kernel32.dll", "CloseHandle", [this](auto real, HANDLE handle) { return open_handles_.erase(handle), real(handle); }};
+};
+
+TEST_F(Updater, EveryOutcomeOfTheRunsHasItsResult) {
+  const std::wstring installer = setup_ + L"\\instup.exe";
   const struct {
     const char* first;     // what the first run does
     std::wstring missing;  // a file, at the start
@@ -42,6 +65,7 @@ TEST(Updater, EveryOutcomeOfTheRunsHasItsResult) {
     std::uint32_t code;
     std::uint8_t reboot;
     std::vector<std::string> runs;
+    std::wstring new_directory = L"New_1";
   } cases[] = {
       {"", L"", true, 0, 0, {kFirstRun, kSecondRun}},
       {"exit\t0xffffff00", L"", true, 0xFFFFFF00, kUntouched, {kFirstRun}},
@@ -50,29 +74,110 @@ TEST(Updater, EveryOutcomeOfTheRunsHasItsResult) {
       // The second search fails, also after its repair run: the new installer of the first one runs. The reboot check searches a
       // third time, in vain.
       {"delete\tINI", L"", true, 0, kUntouched, {kFirstRun, kRepairRun, kSecondRun, kRepairRun}},
-      {"", suite.settings_, false, 0, kUntouched, {kRepairRun}},
-      {"write\tINI\tNew_1\nexit\t5", suite.settings_, true, 0, 0, {kRepairRun, kFirstRun, kSecondRun}},
+      {"", settings_, false, 0, kUntouched, {kRepairRun}},
+      {"write\tINI\tNew_1\nexit\t5", settings_, true, 0, 0, {kRepairRun, kFirstRun, kSecondRun}},
+      // A name that leads out of the setup folder is refused, in the second search as any other failure of it.
+      {"", L"", false, 0, kUntouched, {}, L"New_1\\..\\..\\outside"},
+      {"", L"", false, 0, kUntouched, {}, L"..\\the setup 2"},
+      {"", L"", true, 0, 0, {kFirstRun, "\"SETUP\\New_1\\.\\instup.exe\" /instop:update_vps_and_program /wait"}, L"New_1\\."},
+      {"write\tINI\t..\\outside", L"", true, 0, kUntouched, {kFirstRun, kSecondRun}},
   };
+  AddInstaller(Path(L"outside"));
+  AddInstaller(Path(L"the setup 2"));
   for (const auto& c : cases) {
     SCOPED_TRACE(testing::Message() << "row " << (&c - cases));
-    std::filesystem::remove(suite.Path(L"runs.txt"));
-    suite.AddInstaller(suite.setup_);
-    suite.WriteSettings(L"New_1");
-    suite.Script(1, c.first);
+    Begin(c.first, c.new_directory);
     DeleteFileW(c.missing.c_str());
     std::uint32_t code = 0xBAD;
     std::uint8_t reboot = kUntouched;
     EXPECT_EQ(c.result, RunUpdater(&code, &reboot));
     EXPECT_EQ(c.code, code);
     EXPECT_EQ(c.reboot, reboot);
-    EXPECT_EQ(c.runs, suite.Runs());
-    EXPECT_TRUE(open_handles.empty());
+    EXPECT_EQ(c.runs, Runs());
   }
-  suite.AddFile(L"CORVID Software\\Persistent Data\\Corvid\\Reboot.txt");
-  suite.Script(1, "");
-  std::uint8_t reboot = kUntouched;
-  EXPECT_TRUE(RunUpdater(nullptr, &reboot));
-  EXPECT_EQ(1, reboot);
+}
+
+TEST_F(Updater, OnlyAFileMarksTheReboot) {
+  const wchar_t* const kMarker = L"CORVID Software\\Persistent Data\\Corvid\\Reboot.txt";
+  for (const bool file : {false, true}) {
+    std::filesystem::remove(Path(kMarker));
+    file ? AddFile(kMarker) : AddFolder(kMarker);
+    Begin("", L"New_1");
+    std::uint8_t reboot = kUntouched;
+    EXPECT_TRUE(RunUpdater(nullptr, &reboot));
+    EXPECT_EQ(file, reboot);
+  }
+}
+
+TEST_F(Updater, AnUnregisteredSuiteIsNotLookedForInTheCurrentFolder) {
+  wchar_t before[MAX_PATH];
+  GetCurrentDirectoryW(MAX_PATH, before);
+  SetCurrentDirectoryW(setup_.c_str());
+  for (const wchar_t* const data_folder : {L"", L"data"}) {  // as a broken uninstallation leaves it
+    test::SetText(test::kCorvidKey, L"DataFolder", data_folder);
+    EXPECT_FALSE(RunUpdater(nullptr, nullptr));
+  }
+  SetCurrentDirectoryW(before);
+  EXPECT_TRUE(Runs().empty());
+}
+
+TEST_F(Updater, AStartedInstallerRunsAndIsWaitedForOrTheReasonIsTold) {
+  const auto fail = [](auto result) { return SetLastError(ERROR_ACCESS_DENIED), result; };
+  std::string failing;
+  root::ScopedKernelHandle refused;
+  const ImportFake<decltype(AssignProcessToJobObject)> no_job("kernel32.dll", "AssignProcessToJobObject",
+                                                              [&](auto...) { return fail(FALSE); });
+  const ImportFake<decltype(WaitForSingleObject)> wait(
+      "kernel32.dll", "WaitForSingleObject", [&](auto real, HANDLE handle, DWORD ms) {
+        EXPECT_EQ(INFINITE, ms);
+        return failing == "wait" ? (real(handle, ms), fail(WAIT_FAILED)) : real(handle, ms);
+      });
+  const ImportFake<decltype(GetExitCodeProcess)> code("kernel32.dll", "GetExitCodeProcess", [&](auto real, auto... arguments) {
+    return failing == "code" ? fail(FALSE) : real(arguments...);
+  });
+  const ImportFake<decltype(ResumeThread)> resume("kernel32.dll", "ResumeThread", [&](auto real, HANDLE thread) {
+    if (failing != "resume") return real(thread);
+    refused.reset(OpenProcess(SYNCHRONIZE, FALSE, last_.dwProcessId));
+    return fail(DWORD(-1));
+  });
+  const struct {
+    const char *failing, *thrown;
+    bool result;
+  } cases[] = {{"wait", "error 00000005 WaitForSingleObject", false},
+               {"code", "error 00000005 GetExitCodeProcess", false},
+               {"resume", "nothing", false}};
+  for (const auto& c : cases) {
+    failing = c.failing;
+    Begin("", L"New_1");
+    bool result = false;
+    EXPECT_EQ(c.thrown, crv::test::Thrown([&] { result = RunUpdater(nullptr, nullptr); }));
+    EXPECT_EQ(c.result, result);
+  }
+  EXPECT_EQ(WAIT_OBJECT_0, WaitForSingleObjectEx(refused.get(), 10'000, FALSE)) << "one that may not run is ended";
+}
+
+TEST_F(Updater, AHostThatIsKilledBeforeTheInstallerRunsTakesItAlong) {
+  HANDLE job = nullptr;
+  bool allowed = true;
+  const ImportFake<decltype(AssignProcessToJobObject)> assign(
+      "kernel32.dll", "AssignProcessToJobObject", [&](auto real, HANDLE to, HANDLE process) {
+        job = to;
+        return allowed ? real(to, process) : (SetLastError(ERROR_ACCESS_DENIED), FALSE);
+      });
+  DWORD ended = STILL_ACTIVE;
+  const ImportFake<decltype(ResumeThread)> killed("kernel32.dll", "ResumeThread", [&](auto real, HANDLE thread) {
+    if (!allowed) return real(thread);
+    CloseHandle(job);  // as the end of the host does
+    EXPECT_EQ(WAIT_OBJECT_0, WaitForSingleObject(last_.hProcess, 10'000));
+    EXPECT_TRUE(GetExitCodeProcess(last_.hProcess, &ended));
+    return real(thread);
+  });
+  static_cast<void>(RunUpdater(nullptr, nullptr));
+  EXPECT_NE(STILL_ACTIVE, ended);
+  EXPECT_TRUE(Runs().empty());
+  allowed = false;  // a system before Windows 8, in a host that is in a job
+  EXPECT_TRUE(RunUpdater(nullptr, nullptr));
+  EXPECT_EQ(2u, Runs().size());
 }
 
 }  // namespace

@@ -19,6 +19,7 @@ TEST(PathRoot, FollowsItsTable) {
     std::uint32_t root_start, prefix_length, root_end, flags;
   } cases[] = {
       {L"dir\\file", 0, 0, 3, 0x14},
+      {L"\\dir", 0, 0, 0, 0x14},  // one separator is no server's
       {L"a:dir", 0, 0, 2, 0x104},
       {L"[:", 0, 0, 2, 0},
       {L"//server", 0, 2, 8, 0x3},

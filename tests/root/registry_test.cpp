@@ -1,5 +1,6 @@
 #include "root/registry.h"
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <shlwapi.h>
 
@@ -29,18 +30,23 @@ void Store(DWORD type, Bytes bytes) {
   EXPECT_EQ(0, SHSetValueW(HKEY_LOCAL_MACHINE, kKey, L"value", type, bytes.data(), size));
 }
 
-// Counts the keys that the product holds open; closing one spoils the last error. A key named "denied" cannot be opened.
+// Counts the keys that the product holds open, and notes the access asked for; closing one spoils the last error. A key named
+// "denied" cannot be opened.
 class Registry : public testing::Test {
  protected:
   ~Registry() override { EXPECT_EQ(0, open_keys_); }
 
+  std::vector<REGSAM> access_;
+  int open_keys_ = 0;
+
  private:
   test::RedirectedHive hive_;
-  int open_keys_ = 0;
   test::ImportFake<decltype(RegOpenKeyExW)> open_{
-      "advapi32.dll", "RegOpenKeyExW", [this](auto real, HKEY root, std::wstring subkey, DWORD options, REGSAM view, HKEY* key) {
+      "advapi32.dll", "RegOpenKeyExW",
+      [this](auto real, HKEY root, std::wstring subkey, DWORD options, REGSAM access, HKEY* key) {
+        access_.push_back(access);
         if (subkey.ends_with(L"denied")) return LSTATUS{ERROR_ACCESS_DENIED};
-        const LSTATUS result = real(root, subkey.c_str(), options, view, key);
+        const LSTATUS result = real(root, subkey.c_str(), options, access & ~DWORD{KEY_WOW64_RES}, key);
         open_keys_ += result == 0;
         return result;
       }};
@@ -60,6 +66,9 @@ TEST_F(Registry, ReadsTextsAndNumbersOfTheirTypesAndSizesOnly) {
       {REG_SZ, {}, L""},
       {REG_SZ, Wide(L"%CRV_LONG%\\y"), L"%CRV_LONG%\\y"},
       {REG_EXPAND_SZ, Wide(L"%CRV_LONG%%CRV_MISSING%"), std::wstring(9000, L'y') + L"%CRV_MISSING%"},
+      {REG_EXPAND_SZ, Wide(L"%CRV_LONG%%CRV_LONG%%CRV_LONG%" + std::wstring(5766, L'z')),
+       std::wstring(27000, L'y') + std::wstring(5766, L'z')},
+      {REG_EXPAND_SZ, Wide(L"%CRV_LONG%%CRV_LONG%%CRV_LONG%%CRV_LONG%")},  // more than the system expands
       {REG_SZ, {'a', 0, 'b'}},
       {REG_MULTI_SZ, Wide(L"a")},
       {REG_DWORD, {0x78, 0x56, 0x34, 0x12}, {}, true},
@@ -123,6 +132,52 @@ TEST_F(Registry, BadArgumentsKeysAndMemoryAreReportedAndChangeNothing) {
     }
   }
   EXPECT_TRUE(text == L"before" && number == 3);
+}
+
+// What the system has for deleting a key in a view, and the view that it was told.
+constexpr REGSAM kNotAsked = 0xBAD;
+REGSAM deleted_in = kNotAsked;
+LSTATUS WINAPI DeleteInView(HKEY root, const wchar_t* key, REGSAM view, DWORD) {
+  return deleted_in = view, RegDeleteKeyW(root, key);
+}
+
+TEST_F(Registry, EveryHelperAsksForItsAccessInTheView) {
+  FARPROC delete_in_view = reinterpret_cast<FARPROC>(reinterpret_cast<void*>(&DeleteInView));
+  const test::ImportFake<decltype(GetProcAddress)> find(
+      "kernel32.dll", "GetProcAddress", [&](auto real, HMODULE module, std::string name) {
+        return name == "RegDeleteKeyExW" ? delete_in_view : real(module, name.c_str());
+      });
+  const test::ImportFake<decltype(RegCreateKeyExW)> create(
+      "advapi32.dll", "RegCreateKeyExW",
+      [this](auto real, HKEY root, auto path, auto zero, auto name, DWORD options, REGSAM access, auto... rest) {
+        EXPECT_TRUE(root == HKEY_LOCAL_MACHINE && options == REG_OPTION_NON_VOLATILE);
+        access_.push_back(access);
+        ++open_keys_;
+        return real(root, path, zero, name, options, access & ~DWORD{KEY_WOW64_RES}, rest...);
+      });
+  const auto use_all = [this](REGSAM view) {
+    Store(REG_SZ, Wide(L"a"));
+    Bytes data;
+    DWORD type = 0;
+    std::wstring text;
+    std::uint32_t number = 0;
+    access_.clear(), deleted_in = kNotAsked;
+    EXPECT_TRUE(SetDword(kKey, L"number", 5, view) && KeyExists(kKey, view));
+    EXPECT_TRUE(QueryValue(HKEY_LOCAL_MACHINE, kKey, L"value", data, type, view));
+    EXPECT_TRUE(QueryString(HKEY_LOCAL_MACHINE, kKey, L"value", text, view));
+    EXPECT_TRUE(QueryDword(kKey, L"number", number, view) && number == 5);
+    EXPECT_TRUE(DeleteKeyTree(HKEY_LOCAL_MACHINE, kKey, view) && !KeyExists(kKey, 0));
+  };
+  for (const REGSAM view : {0, KEY_WOW64_32KEY, KEY_WOW64_64KEY}) {
+    use_all(view);
+    const REGSAM query = KEY_QUERY_VALUE | view;
+    EXPECT_THAT(access_, testing::ElementsAre(KEY_SET_VALUE | view, query, query, query, query, KEY_ENUMERATE_SUB_KEYS | view,
+                                              KEY_QUERY_VALUE));
+    EXPECT_EQ(view, deleted_in);
+  }
+  delete_in_view = nullptr;  // as on a Windows XP with one view only
+  use_all(0);
+  EXPECT_EQ(kNotAsked, deleted_in);
 }
 
 TEST_F(Registry, DeletesWholeTreesAndStopsAtAStubbornKey) {

@@ -26,9 +26,19 @@ std::string Key() {
   return text.empty() ? "key" : text;
 }
 
+// Below a volatile key no other can be made.
+bool IsVolatile(const std::wstring& path) {
+  HKEY key = nullptr;
+  const LSTATUS result = RegCreateKeyExW(HKEY_LOCAL_MACHINE, (path + L"\\child").c_str(), 0, nullptr, REG_OPTION_NON_VOLATILE,
+                                         KEY_READ, nullptr, &key, nullptr);
+  if (key) RegCloseKey(key);
+  return result == ERROR_CHILD_MUST_BE_VOLATILE;
+}
+
 // Sleeping takes no time. The registry is the test's own.
 class ServiceControl : public testing::Test {
  protected:
+  ServiceControl() { SHSetValueW(HKEY_LOCAL_MACHINE, L"SYSTEM\\CurrentControlSet\\Services", L"", REG_SZ, L"", 2); }
   bool Start(std::uint32_t timeout) { return ControlServiceAndWait(kName, SERVICE_START, kControlStart, 2, 4, timeout); }
   bool Stop(std::uint32_t timeout) { return ControlServiceAndWait(kName, SERVICE_STOP, SERVICE_CONTROL_STOP, 3, 1, timeout); }
 
@@ -38,9 +48,12 @@ class ServiceControl : public testing::Test {
  private:
   test::RedirectedHive hive_;
   test::ImportFake<decltype(StartServiceW)> start_{"advapi32.dll", "StartServiceW", [this](auto real, auto... arguments) {
-                                                     key_ = Key();
-                                                     SHSetValueW(HKEY_LOCAL_MACHINE, (kServiceKey + L"\\Enum\\0").c_str(),
-                                                                 L"somebody's", REG_SZ, L"", 2);
+                                                     key_ = Key() + (IsVolatile(kServiceKey) ? "volatile" : "");
+                                                     HKEY key = nullptr;
+                                                     RegCreateKeyExW(HKEY_LOCAL_MACHINE, (kServiceKey + L"\\Enum\\0").c_str(), 0,
+                                                                     nullptr, REG_OPTION_VOLATILE, KEY_READ, nullptr, &key,
+                                                                     nullptr);
+                                                     RegCloseKey(key);
                                                      return real(arguments...);
                                                    }};
   test::ImportFake<decltype(Sleep)> sleep_{"kernel32.dll", "Sleep", [this](auto, DWORD time) {
@@ -96,10 +109,18 @@ TEST_F(ServiceControl, RequestsOnceAndPollsInOrder) {
 TEST_F(ServiceControl, MissingKeyExistsForTheRequestOnly) {
   services_.States({1});
   EXPECT_FALSE(Start(100));
-  EXPECT_EQ("1 3 16 | none", key_);
+  EXPECT_EQ("1 3 16 volatile| none", key_);
   SHSetValueW(HKEY_LOCAL_MACHINE, kServiceKey.c_str(), L"installed", REG_SZ, L"", 2);
   EXPECT_FALSE(Start(100));
   EXPECT_EQ("key| key", key_);
+  EXPECT_EQ("key", Key());
+
+  // Somebody's key that cannot be opened is not missing.
+  const test::ImportFake<decltype(RegOpenKeyExW)> denied(
+      "advapi32.dll", "RegOpenKeyExW", [&](auto real, HKEY root, const wchar_t* subkey, auto... rest) {
+        return subkey == kServiceKey ? LSTATUS{ERROR_ACCESS_DENIED} : real(root, subkey, rest...);
+      });
+  EXPECT_FALSE(Start(100));
   EXPECT_EQ("key", Key());
 }
 

@@ -1,6 +1,7 @@
 #include "root/token.h"
 
 #include <gtest/gtest.h>
+#include <sddl.h>
 
 #include <set>
 
@@ -16,7 +17,11 @@ class Token : public testing::Test {
   ~Token() override { EXPECT_TRUE(held_.empty()); }
 
   std::string failing_;
-  PSID user_ = nullptr;  // whom the token is said to name
+  PSID user_ = nullptr;       // whom the token is said to name
+  HANDLE threads_ = nullptr;  // the token of a thread that impersonates
+  HANDLE asked_ = nullptr;    // whose membership was asked for
+  BOOL member_ = TRUE;
+  static constexpr DWORD kRights = TOKEN_DUPLICATE | TOKEN_QUERY;
 
  private:
   bool Fails(const char* function) { return failing_ == function && (SetLastError(5), true); }
@@ -26,12 +31,21 @@ class Token : public testing::Test {
   }
 
   std::set<void*> held_;
+  test::ImportFake<decltype(OpenThreadToken)> open_thread_{
+      "advapi32.dll", "OpenThreadToken", [this](auto real, HANDLE thread, DWORD access, BOOL as_self, HANDLE* token) {
+        EXPECT_TRUE(access == kRights && !as_self);
+        if (Fails("thread")) return FALSE;
+        return threads_ ? (*token = threads_, TRUE) : real(thread, access, as_self, token);
+      }};
   test::ImportFake<decltype(OpenProcessToken)> open_process_{
       "advapi32.dll", "OpenProcessToken", [this](auto real, HANDLE process, DWORD access, HANDLE* token) {
+        EXPECT_EQ(kRights, access);
         return Hold(!Fails("process") && real(process, access, token), token);
       }};
   test::ImportFake<decltype(DuplicateToken)> duplicate_{
       "advapi32.dll", "DuplicateToken", [this](auto real, HANDLE token, auto level, HANDLE* duplicate) {
+        EXPECT_EQ(SecurityIdentification, level);
+        asked_ = token;
         return Hold(!Fails("duplicate") && real(token, level, duplicate), duplicate);
       }};
   test::ImportFake<decltype(GetTokenInformation)> information_{
@@ -42,6 +56,14 @@ class Token : public testing::Test {
         if (success && user_) static_cast<TOKEN_USER*>(block)->User.Sid = user_;
         return success;
       }};
+  test::ImportFake<decltype(CheckTokenMembership)> membership_{"advapi32.dll", "CheckTokenMembership",
+                                                               [this](auto, HANDLE, PSID group, BOOL* member) {
+                                                                 wchar_t* text = nullptr;
+                                                                 EXPECT_TRUE(ConvertSidToStringSidW(group, &text));
+                                                                 EXPECT_STREQ(L"S-1-5-32-544", text);
+                                                                 LocalFree(text);
+                                                                 return *member = member_, !Fails("membership");
+                                                               }};
   test::ImportFake<decltype(AllocateAndInitializeSid)> make_{
       "advapi32.dll", "AllocateAndInitializeSid", [this](auto real, auto... arguments) {
         return Hold(!Fails("make") && real(arguments...), std::get<10>(std::tuple(arguments...)));
@@ -58,9 +80,11 @@ TEST_F(Token, FailuresAreNestedInTheNameOfTheQuestion) {
     const char *failing, *failure;
     bool admin, service;  // who meets it
   } cases[] = {
+      {"thread", "Unable to open current thread token!", true, true},
       {"process", "Unable to open default process token!", true, true},
       {"make", "AllocateAndInitializeSid", true, true},
       {"duplicate", "Unable to duplicate the access token!", true, false},
+      {"membership", "Unable to check token membership!", true, false},
       {"user", "Unable to retrieve the user SID!", false, true},
   };
   for (const auto& c : cases) {
@@ -71,6 +95,15 @@ TEST_F(Token, FailuresAreNestedInTheNameOfTheQuestion) {
     EXPECT_EQ(expected("RunningUnderAdminAccount", c.admin), test::Thrown(RunningUnderAdminAccount));
     EXPECT_EQ(expected("RunningUnderServiceAccount", c.service), test::Thrown(RunningUnderServiceAccount));
   }
+}
+
+TEST_F(Token, TheTokenOfAThreadThatImpersonatesComesBeforeTheProcesss) {
+  EXPECT_TRUE(RunningUnderAdminAccount());
+  member_ = FALSE;
+  EXPECT_FALSE(RunningUnderAdminAccount());
+  ASSERT_TRUE(OpenProcessToken(GetCurrentProcess(), kRights, &threads_));
+  EXPECT_FALSE(RunningUnderAdminAccount());
+  EXPECT_EQ(threads_, asked_);
 }
 
 TEST_F(Token, ServiceAccountsAreThreeOfTheNtAuthority) {

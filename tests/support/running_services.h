@@ -41,13 +41,14 @@ class RunningServices {
     ++calls_.back().second;
   }
 
-  SC_HANDLE Open(const std::string& step) {
+  SC_HANDLE Open(const std::string& step, SC_HANDLE handle) {
     if (Fails(step)) return nullptr;
     ++open_handles_;
-    return reinterpret_cast<SC_HANDLE>(0x5C0);
+    return handle;
   }
 
-  BOOL Answer(const std::string& step, SERVICE_STATUS* status) {
+  BOOL Answer(SC_HANDLE service, const std::string& step, SERVICE_STATUS* status) {
+    EXPECT_EQ(kService, service);
     Note(step);
     if (Fails(step.substr(0, step.find(' ')))) return FALSE;
     *status = {SERVICE_WIN32_OWN_PROCESS, states_.front()};
@@ -55,31 +56,43 @@ class RunningServices {
     return TRUE;
   }
 
+  inline static const SC_HANDLE kManager = reinterpret_cast<SC_HANDLE>(0x5C0), kService = reinterpret_cast<SC_HANDLE>(0x5C4);
   std::vector<DWORD> states_ = {SERVICE_RUNNING};
   std::string failing_;
   DWORD code_ = 0;
   std::vector<std::pair<std::string, int>> calls_;
   int open_handles_ = 0;
 
-  ImportFake<decltype(OpenSCManagerW), struct OpenManagerPlace> open_manager_{"advapi32.dll", "OpenSCManagerW",
-                                                                              [this](auto*, auto...) { return Open("manager"); }};
-  ImportFake<decltype(OpenServiceW), struct OpenPlace> open_service_{"advapi32.dll", "OpenServiceW",
-                                                                     [this](auto*, SC_HANDLE, std::wstring name, DWORD access) {
-                                                                       char rights[16];
-                                                                       _snprintf(rights, sizeof(rights), "/%lx", access);
-                                                                       Note(std::string(name.begin(), name.end()) + rights);
-                                                                       return Open("open");
-                                                                     }};
+  ImportFake<decltype(OpenSCManagerW), struct OpenManagerPlace> open_manager_{
+      "advapi32.dll", "OpenSCManagerW", [this](auto*, const wchar_t* machine, std::wstring database, DWORD access) {
+        EXPECT_TRUE(!machine && database == L"ServicesActive" && access == SC_MANAGER_CONNECT);
+        return Open("manager", kManager);
+      }};
+  ImportFake<decltype(OpenServiceW), struct OpenPlace> open_service_{
+      "advapi32.dll", "OpenServiceW", [this](auto*, SC_HANDLE manager, std::wstring name, DWORD access) {
+        EXPECT_EQ(kManager, manager);
+        char rights[16];
+        _snprintf(rights, sizeof(rights), "/%lx", access);
+        Note(std::string(name.begin(), name.end()) + rights);
+        return Open("open", kService);
+      }};
   ImportFake<decltype(QueryServiceStatus), struct QueryPlace> query_{
-      "advapi32.dll", "QueryServiceStatus", [this](auto*, SC_HANDLE, SERVICE_STATUS* status) { return Answer("query", status); }};
-  ImportFake<decltype(StartServiceW), struct StartPlace> start_{
-      "advapi32.dll", "StartServiceW", [this](auto*, auto...) { return Note("start"), !Fails("start"); }};
+      "advapi32.dll", "QueryServiceStatus",
+      [this](auto*, SC_HANDLE service, SERVICE_STATUS* status) { return Answer(service, "query", status); }};
+  ImportFake<decltype(StartServiceW), struct StartPlace> start_{"advapi32.dll", "StartServiceW",
+                                                                [this](auto*, SC_HANDLE service, DWORD count, auto*) {
+                                                                  EXPECT_TRUE(service == kService && count == 0);
+                                                                  return Note("start"), !Fails("start");
+                                                                }};
   ImportFake<decltype(ControlService), struct ControlPlace> control_{
-      "advapi32.dll", "ControlService", [this](auto*, SC_HANDLE, DWORD control, SERVICE_STATUS* status) {
-        return Answer("control " + std::to_string(control), status);
+      "advapi32.dll", "ControlService", [this](auto*, SC_HANDLE service, DWORD control, SERVICE_STATUS* status) {
+        return Answer(service, "control " + std::to_string(control), status);
       }};
   ImportFake<decltype(CloseServiceHandle), struct ClosePlace> close_{"advapi32.dll", "CloseServiceHandle",
-                                                                     [this](auto*, auto...) { return --open_handles_, TRUE; }};
+                                                                     [this](auto*, SC_HANDLE handle) {
+                                                                       EXPECT_TRUE(handle == kManager || handle == kService);
+                                                                       return --open_handles_, TRUE;
+                                                                     }};
 };
 
 }  // namespace crv::test
