@@ -3,6 +3,8 @@
 #include <gtest/gtest.h>
 
 #include "av_manager/control.h"
+#include "avmgr/actions.h"
+#include "base/format_message.h"
 #include "instup/stage.h"
 #include "support/captured_log.h"
 #include "support/import_fake.h"
@@ -114,6 +116,13 @@ TEST_F(AvManagerTest, BringsTheProvidersIntoTheWantedStateUntilACallFails) {
   }
 }
 
+TEST_F(AvManagerTest, EnablingTheProductsStartsTheirProviders) {
+  standins::WriteProviders({{L"a", 0}, {L"b", 2}});
+  enable();
+  EXPECT_EQ((std::vector<standins::Provider>{{L"a", 1}, {L"b", 1}}), standins::ReadProviders());
+  EXPECT_EQ(std::vector<std::string>{"wide 1 wsc: wsc starting providers"}, log_.lines());
+}
+
 TEST_F(AvManagerTest, ALogThatFailsAtTheStopCostsNothing) {
   AvManagerCalls().Script(L"CavmStop", {L"0x7"});
   log_.Behave(test::CapturedLog::Behaviour::throws);
@@ -127,6 +136,8 @@ TEST_F(AvManagerTest, WhatIsMissingIsReportedAndNothingCalled) {
     EXPECT_EQ("error 0000007f GetProcAddress (" + function + ")", SetRunning(true));
   }
   EXPECT_EQ("", TakeJournal());
+  DeleteFileW((program_folder_ + kLibrary).c_str());
+  EXPECT_EQ("error ffffffff cannot load " + ToUtf8(program_folder_ + kLibrary), SetRunning(true));
   instup::test::DeleteValue(instup::test::kCorvidKey, L"ProgramFolder");
   EXPECT_EQ("error 00000002 Unable to retrieve path of the program directory!", SetRunning(true));
 }

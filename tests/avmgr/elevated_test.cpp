@@ -54,7 +54,9 @@ class Elevated : public testing::Test {
   const test::ImportFake<decltype(ShellExecuteExW)> execute_{
       "shell32.dll", "ShellExecuteExW", [this](auto*, SHELLEXECUTEINFOW* given) -> BOOL {
         steps_ += IsMarked() ? ", restart" : ", unmarked restart";
+        EXPECT_EQ(60u, given->cbSize);
         EXPECT_EQ(0x4140u, given->fMask);
+        EXPECT_EQ(SW_SHOWNORMAL, given->nShow);
         EXPECT_STREQ(L"runas", given->lpVerb);
         EXPECT_EQ(root::GetModulePath(nullptr), given->lpFile);
         EXPECT_STREQ(L"/AV /disable \"/x:a b\" \"w\"", given->lpParameters);

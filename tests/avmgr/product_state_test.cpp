@@ -7,8 +7,13 @@
 namespace crv::wsc {
 namespace {
 
-// What the right words mean shows in whole runs of the host.
-TEST(ProductStateWords, AnyOtherWordIsRefusedAndNamed) {
+TEST(ProductStateWords, AreTheirNumbersAndAnyOtherWordIsRefusedAndNamed) {
+  int number = 0;
+  for (const wchar_t* const word : {L"on", L"off", L"snoozed"}) EXPECT_EQ(number++, static_cast<int>(to_prod_state(word)));
+  number = 0;
+  for (const wchar_t* const word : {L"out_of_date", L"up_to_date"}) {
+    EXPECT_EQ(number++, static_cast<int>(to_signature_status(word)));
+  }
   for (const std::wstring word : {L"", L"On", L"on ", L"o", L"onn", L"expired"}) {
     const std::string text(word.begin(), word.end());
     EXPECT_EQ("fatal 000000a0 to_prod_state " + text, test::Thrown([&] { return to_prod_state(word); }));

@@ -136,10 +136,35 @@ TEST_F(Client, AnInterfaceThatIsNotHandedOutIsAnError) {
   EXPECT_THROW(register_av(), _com_error);
 }
 
-TEST_F(Client, ANameThatCannotBeWrittenIsOnlyLogged) {
-  const test::ImportFake<decltype(RegSetValueExW)> refuse("advapi32.dll", "RegSetValueExW", [](auto*, auto...) { return 5; });
+// The record outlives a restart and is read by whoever looks.
+TEST_F(Client, TheNameIsWrittenForGoodAndAFailureOnlyLogged) {
+  LONG refusal = 0, refusal_of_key = 0;
+  const test::ImportFake<decltype(RegCreateKeyExW)> create(
+      "advapi32.dll", "RegCreateKeyExW",
+      [&](auto* real, HKEY root, auto* key, DWORD reserved, auto* name, DWORD options, REGSAM access, auto... rest) {
+        EXPECT_EQ(DWORD{REG_OPTION_NON_VOLATILE}, options);
+        EXPECT_EQ(REGSAM{KEY_SET_VALUE}, access);
+        return refusal_of_key ? refusal_of_key : real(root, key, reserved, name, options, access, rest...);
+      });
+  std::vector<BYTE> written;
+  const test::ImportFake<decltype(RegSetValueExW)> set(
+      "advapi32.dll", "RegSetValueExW", [&](auto*, HKEY, auto* name, DWORD, DWORD type, const BYTE* data, DWORD size) {
+        EXPECT_STREQ(L"IWscFWStatus", name);
+        EXPECT_EQ(DWORD{REG_SZ}, type);
+        written.assign(data, data + size);
+        return refusal;
+      });
   isv_client<IWscFWStatus>::write_registered_name();
-  EXPECT_EQ("4 cannot write registered name; ", Log());
+  const auto* const name = reinterpret_cast<const BYTE*>(kName);
+  EXPECT_EQ(std::vector<BYTE>(name, name + sizeof(kName)), written);
+  EXPECT_EQ("", Log());
+  for (LONG* const failing : {&refusal, &refusal_of_key}) {
+    *failing = ERROR_ACCESS_DENIED;
+    isv_client<IWscFWStatus>::write_registered_name();
+    EXPECT_EQ("4 cannot write registered name; ", Log());
+    *failing = 0;
+    log_.clear();
+  }
 }
 
 TEST_F(Client, TheServiceIsMadeToRunBeforeEveryCreation) {
@@ -161,6 +186,7 @@ TEST_F(Client, DefenderFollowsTheSuiteOnWindows7) {
   } cases[] = {{[] { update_av(kOn, kFresh); }, L"", kDefenderOff},
                {[] { update_as(kOn, kOld); }, L"", kDefenderOff},
                {[] { update_as(kSnoozed, kFresh); }, L"", ""},
+               {[] { update_av(kOff, kFresh); }, L"", ""},
                {[] { update_fw(kOn); }, L"", ""},
                {[] { update_av(kOn, kFresh); }, L"IWscAVStatus.UpdateStatus", ""},
                {register_av, L"", ""},

@@ -29,6 +29,7 @@ class Readiness : public testing::Test {
   DWORD Wait(decltype(WaitForSingleObject)* real, HANDLE handle, DWORD milliseconds) {
     if (milliseconds < 1000 || milliseconds == INFINITE) return real(handle, milliseconds);
     waits_.push_back(milliseconds);
+    waited_for_ = handle;
     wscapi_.Notify();
     if (wait_result_ != kAsTheEventSays) return SetLastError(ERROR_INVALID_HANDLE), wait_result_;
     const DWORD result = real(handle, 10'000);
@@ -42,6 +43,7 @@ class Readiness : public testing::Test {
   test::WscapiPatch wscapi_;
   DWORD slept_ = 0;  // ms
   std::vector<DWORD> waits_;
+  HANDLE waited_for_ = nullptr;
   DWORD wait_result_ = kAsTheEventSays;
   test::ImportFake<decltype(Sleep)> sleep_{"kernel32.dll", "Sleep", [this](auto* real, DWORD milliseconds) {
                                              if (milliseconds < 100) return real(milliseconds);  // the runtime's own
@@ -122,6 +124,28 @@ TEST_F(Readiness, WithoutAnEventNobodyRegistersForChanges) {
       "kernel32.dll", "CreateEventW", [](auto*, auto...) { return SetLastError(ERROR_NO_SYSTEM_RESOURCES), nullptr; });
   EXPECT_EQ("error 000005aa cannot create event", test::Thrown(ensure_running));
   EXPECT_EQ("", wscapi_.TakeCalls());
+}
+
+// A worker that is on its way when the wait ends still finds its event and signals it.
+TEST_F(Readiness, TheWaitStopsItsWatcherFirst) {
+  SetStart(REG_DWORD, SERVICE_DISABLED);
+  services_.States({SERVICE_STOPPED});
+  wait_result_ = WAIT_TIMEOUT;
+  const DWORD owner = GetCurrentThreadId();
+  const test::ImportFake<decltype(GetSystemTimeAsFileTime)> hold_the_worker(
+      "kernel32.dll", "GetSystemTimeAsFileTime", [&](auto* real, FILETIME* time) {
+        for (std::string calls; GetCurrentThreadId() != owner && calls.find("unregister") == std::string::npos; Sleep(1)) {
+          calls += wscapi_.TakeCalls();
+        }
+        real(time);
+      });
+  std::vector<HANDLE> signalled;
+  const test::ImportFake<decltype(SetEvent)> signal("kernel32.dll", "SetEvent", [&](auto* real, HANDLE event) {
+    signalled.push_back(event);
+    return real(event);
+  });
+  ensure_running();
+  EXPECT_EQ(1, std::count(signalled.begin(), signalled.end(), waited_for_));
 }
 
 }  // namespace
