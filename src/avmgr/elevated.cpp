@@ -68,8 +68,9 @@ void run_elevated(const CommandLine& command_line, const std::function<void()>& 
   log::Info(tag, L"Restarting wsc_proxy.exe elevated.");
   const root::ScopedKernelHandle process = RestartElevated(command_line);
   if (!process) return;
-  if (WaitForSingleObject(process.get(), INFINITE) != WAIT_OBJECT_0)
+  if (WaitForSingleObject(process.get(), INFINITE) != WAIT_OBJECT_0) {
     throw exceptions::error(GetLastError(), "WaitForSingleObject");
+  }
   DWORD exit_code = 0;
   if (!GetExitCodeProcess(process.get(), &exit_code)) throw exceptions::error(GetLastError(), "GetExitCodeProcess");
   if (exit_code != 0) throw exceptions::error(exit_code, "elevated wsc_proxy ended with error");

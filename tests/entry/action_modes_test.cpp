@@ -1,4 +1,4 @@
-// Which actions a request selects, and in which order they run.
+// Which actions a request selects, and in which order they run, as far as the tour does not show it.
 #include <gtest/gtest.h>
 #include <windows.h>
 #include <shellapi.h>
@@ -14,7 +14,6 @@ namespace {
 
 constexpr char kNoFolder[] = "exception 0 wsc: run: Unable to retrieve path of the program directory! [00000002]";
 constexpr char kRefused[] = "exception 0 wsc: run: wsc disable refused [ffffffff]";
-constexpr char kUnsupported[] = "exception 0 wsc: run: unsupported cmdline options: \"host\" ";
 constexpr char kUpdating[] = "wide 1 wsc: Updating AV.";
 constexpr char kUpgrading[] = "wide 1 wsc: Upgrading AV.";
 
@@ -26,18 +25,13 @@ TEST(ActionModes, RunTheirActionsInTheirOrderUntilOneFails) {
     std::vector<std::string> log;  // behind the two lines of every run
   } cases[] = {
       {L"host /av /enable /disable", false, 2, {kNoFolder}},
-      {L"host /av /enable /update /upgrade", false, 2, {kNoFolder}},
       {L"host /av /disable /update /upgrade", true, 0xFFFFFFFF, {kRefused}},
       {L"host /AV:x /UPDATE:y /Upgrade", true, 0, {kUpdating, kUpgrading}},
-      {L"host /av /update /upgrade", false, 0xFFFFFFFF, {kUpdating, "exception 0 wsc: run: update program failed [ffffffff]"}},
       {L"host /av /as /fw /svc /upgrade", true, 0, {kUpgrading}},
       {L"host /av enable disable update", true, 0, {}},
       {L"host /as /disable /enable /update", false, 2, {kNoFolder}},
-      {L"host /as /disable /update", true, 0xFFFFFFFF, {kRefused}},
       {L"host /as /fw /enable", false, 2, {kNoFolder}},
-      {L"host /as /update", true, 0xFFFFFFFF, {kUnsupported + std::string("/as /update [ffffffff]")}},
       {L"host /fw /enable /disable", true, 0, {"wide 1 wsc: Starting FW."}},
-      {L"host /fw /update", true, 0xFFFFFFFF, {kUnsupported + std::string("/fw /update [ffffffff]")}},
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(testing::Message() << "row " << (&c - cases));
@@ -62,14 +56,6 @@ TEST(ActionModes, DisablingFirstRestartsTheHostAsAnAdministrator) {
                                                            [](auto*, auto...) { return SetLastError(ERROR_CANCELLED), FALSE; });
   const test::CapturedLog log;
   for (const wchar_t* text : {L"host /av /disable", L"host /as /disable"}) EXPECT_EQ(ERROR_CANCELLED, ::run(text));
-}
-
-TEST(ActionModes, AnUpdateGivesTheCodeOfTheInstallersRun) {
-  const test::ProbedInstaller suite;
-  suite.Script(2, "exit\t0xc0000005");
-  const test::CapturedLog log;
-  EXPECT_EQ(0xC0000005, ::run(L"host /av /update"));
-  EXPECT_EQ("exception 0 wsc: run: setup run failed [c0000005]", log.module_lines().back());
 }
 
 // A library that is missing where it belongs is not taken from the folder where the host was started.
