@@ -29,7 +29,7 @@ class base : public std::exception {
   void BuildMessage(const wchar_t* format, std::va_list arguments);  // stored as UTF-8
 
  private:
-  // The standard's own holder of a message whose copies share the text and therefore cannot fail.
+  // Copies of a std::runtime_error share its text, so copying cannot fail.
   std::runtime_error message_;
   std::uint32_t code_;
 };

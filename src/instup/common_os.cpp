@@ -69,8 +69,8 @@ DWORD MakeLibrary() {
   return ERROR_SUCCESS;
 }
 
-// A host started with a poor environment lacks the variable, on which much of the system relies. A value too long for the buffer
-// is a value.
+// A host started with a poor environment lacks the variable, on which much of the system relies. A value that does not fit the
+// buffer is there all the same.
 void RepairSystemRoot() {
   wchar_t folder[MAX_PATH] = {};
   const DWORD expanded = ExpandEnvironmentStringsW(L"%SystemRoot%", folder, MAX_PATH);

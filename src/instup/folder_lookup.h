@@ -1,5 +1,5 @@
-// How the common OS library finds one of its folders: the registry's word first, then a default, each only as far as it stands
-// a check. File-system calls run with the WOW64 file-system redirection switched off. No state; any thread.
+// How the common OS library finds one of its folders: the registry's word first, then a default, each only if it passes a
+// check. File-system calls run with the WOW64 file-system redirection switched off. No state; any thread.
 #pragma once
 
 #include <windows.h>

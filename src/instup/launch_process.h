@@ -1,4 +1,4 @@
-// Starts a program of the suite, as its installer. No state; any thread.
+// Starts a program of the suite, such as its installer. No state; any thread.
 #pragma once
 
 #include <cstdint>

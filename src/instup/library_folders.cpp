@@ -111,7 +111,8 @@ void SettleDataSubFolders(LibraryFolders& folders) {
                             .sub_folder = setting.default_sub_folder,
                             .mode = kCreateIfMissing};
     DWORD result = LookupFolder(setting.folder, query);
-    // The first lookup makes a missing data folder and has to be content with it. Asked again, it makes the setting's own folder.
+    // While the data folder is missing, no folder can be made in it: the lookup makes the data folder and settles for that. Asked
+    // again, it makes the setting's own folder.
     if (setting.folder == NormalizeFolderPath(folders.data)) result = LookupFolder(setting.folder, query);
     if (result != ERROR_SUCCESS) setting.folder = AppendPath(folders.data, setting.default_sub_folder);
   }

@@ -48,7 +48,7 @@ LONG Read(HKEY key, const wchar_t* name, std::wstring& out) {
   LONG result = RegQueryValueExW(key, name, nullptr, nullptr, first, &bytes);
   if (result == ERROR_SUCCESS) AssignText(out, first, bytes);
 
-  // Asked again as long as the value is found to have grown meanwhile; a reported size that already had its place ends it.
+  // Asked again as long as the value has grown meanwhile; a reported size that would have fitted ends it.
   DWORD capacity = sizeof(first);
   while (result == ERROR_MORE_DATA && bytes > capacity) {
     if (bytes > MAXDWORD - kGrowthBytes) return ERROR_NOT_ENOUGH_MEMORY;

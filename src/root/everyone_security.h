@@ -23,7 +23,7 @@ class EveryoneSecurity {
 
   SECURITY_ATTRIBUTES attributes_ = {};
   SECURITY_DESCRIPTOR descriptor_ = {};
-  alignas(DWORD) BYTE acl_[kAclSize] = {};  // the system refuses an ACL that lies less strictly
+  alignas(DWORD) BYTE acl_[kAclSize] = {};  // the system refuses an ACL that is not aligned
 };
 
 }  // namespace crv::root

@@ -1,5 +1,5 @@
-// The common OS library's lock object, behind the interface through which its users know it. Any thread may lock; the thread
-// that locked unlocks, and may lock again meanwhile. Nobody may hold or wait for a lock that is being destroyed.
+// The common OS library's lock object, behind the interface through which its users know it. Any thread may lock, and the thread
+// that holds the lock may lock it again; it unlocks as often as it locked. Nobody may hold or wait for a lock that is being destroyed.
 #pragma once
 
 #include <windows.h>
@@ -8,8 +8,8 @@
 
 namespace crv::root {
 
-// The order of the virtual operations is part of the binary interface: a destructor takes the third place in the compiler's own
-// fashion, so the end of an object is an ordinary operation.
+// The order of the virtual operations is part of the binary interface. Destroy is an ordinary operation because this compiler gives
+// a virtual destructor two places in that order.
 class CLock {
  public:
   virtual void Lock() = 0;
