@@ -6,6 +6,8 @@
 #include <clocale>
 #include <utility>
 
+#include "instup/folder_lookup.h"
+#include "instup/library_folders.h"
 #include "instup/stage.h"
 #include "root/optional_functions.h"
 #include "support/import_fake.h"
@@ -102,25 +104,41 @@ TEST_F(CommonOs, FirstReferenceSetsUpAndLastTearsDown) {
   EXPECT_EQ(0u, CmnOsUninitialize());
 }
 
-// How IsWow64Process answers.
+// A system under WOW64 or not, as GetProcAddress shows it to the table, and the state of its redirection.
 BOOL wow64_success, wow64_answer;
-BOOL WINAPI AnswerWow64(HANDLE process, BOOL* wow64) {
-  EXPECT_EQ(GetCurrentProcess(), process);
-  return *wow64 = wow64_answer, wow64_success;
-}
+bool redirection = true;
+BOOL WINAPI AnswerWow64(HANDLE, BOOL* wow64) { return *wow64 = wow64_answer, wow64_success; }
+BOOLEAN WINAPI SwitchRedirection(BOOLEAN enable) { return SetLastError(0xBAD), std::exchange(redirection, enable != FALSE); }
 
-TEST_F(CommonOs, RedirectionIsSwitchedUnderWow64Only) {
-  const ImportFake<decltype(GetProcAddress)> lookup("kernel32.dll", "GetProcAddress",
-                                                    [](auto real, HMODULE module, std::string name) {
-                                                      if (name == "IsWow64Process")
-                                                        return reinterpret_cast<FARPROC>(reinterpret_cast<void*>(&AnswerWow64));
-                                                      return real(module, name.c_str());
-                                                    });
+TEST_F(CommonOs, FoldersAreTouchedWithoutRedirectionUnderWow64Only) {
+  const ImportFake<decltype(GetProcAddress)> lookup(
+      "kernel32.dll", "GetProcAddress", [](auto real, HMODULE module, std::string name) {
+        if (name == "IsWow64Process") return reinterpret_cast<FARPROC>(reinterpret_cast<void*>(&AnswerWow64));
+        if (name != "Wow64EnableWow64FsRedirection") return real(module, name.c_str());
+        return reinterpret_cast<FARPROC>(reinterpret_cast<void*>(&SwitchRedirection));
+      });
+  std::string calls;
+  const auto note = [&](const char* call) { calls += call + std::string(redirection ? "! " : " "); };
+  const ImportFake<decltype(GetFileAttributesW)> look(
+      "kernel32.dll", "GetFileAttributesW", [&](auto...) { return note("look"), SetLastError(5), INVALID_FILE_ATTRIBUTES; });
+  const ImportFake<decltype(CreateDirectoryW)> make("kernel32.dll", "CreateDirectoryW",
+                                                    [&](auto...) { return note("make"), FALSE; });
+  const ImportFake<decltype(GetCurrentDirectoryW)> current("kernel32.dll", "GetCurrentDirectoryW",
+                                                           [&](auto...) { return note("current"), DWORD{0}; });
+  const std::wstring temp = _wgetenv(L"TEMP"), tmp = _wgetenv(L"TMP");
   for (const auto& [success, answer] : {std::pair(TRUE, TRUE), {TRUE, FALSE}, {FALSE, TRUE}}) {
     wow64_success = success, wow64_answer = answer;
     EXPECT_EQ(0u, root::OptionalTableInit(root::kTableWithoutSideEffects));
-    EXPECT_EQ(success && answer, root::OptionalFunctions().is_wow64);
-    EXPECT_EQ(success && answer, root::OptionalFunctions().redirection_switch != nullptr);
+    EXPECT_FALSE(VerifyFolder(L"C:\\x", {}, kCreateIfMissing));
+    EXPECT_EQ(5u, GetLastError());
+    SetEnvironmentVariableW(L"TEMP", nullptr), SetEnvironmentVariableW(L"TMP", nullptr);
+    LibraryFolders folders;
+    folders.data = L"settled";
+    SettleLibraryFolders(folders);
+    SetEnvironmentVariableW(L"TEMP", temp.c_str()), SetEnvironmentVariableW(L"TMP", tmp.c_str());
+    EXPECT_EQ(success && answer ? "look make look current look make " : "look! make! look! current! look! make! ",
+              std::exchange(calls, ""));
+    EXPECT_TRUE(redirection);
     root::OptionalTableRelease();
   }
 }

@@ -1,7 +1,10 @@
+// How the common OS library finds its folders, from the text in the registry to the folder that is made.
 #include "instup/library_folders.h"
 
 #include <map>
 
+#include "instup/folder_lookup.h"
+#include "instup/registry_text.h"
 #include "instup/stage.h"
 #include "root/optional_functions.h"
 #include "support/import_fake.h"
@@ -40,8 +43,65 @@ class LibraryFoldersTest : public test::StageTest {
                                                             }};
 };
 
+TEST_F(LibraryFoldersTest, AnUncheckedValueCountsIfItIsAWholePath) {
+  const FolderQuery query{.value_name = L"Value", .key_path = L"Software\\Folders"};
+  std::wstring folder = L"older";
+  EXPECT_EQ(3u, LookupFolder(folder, query)) << "without a key";
+  EXPECT_EQ(L"", folder);
+  const std::wstring full = L"C:\\" + std::wstring(257, L'a');  // as much as the first buffer holds
+  const struct {
+    DWORD type;
+    std::wstring text;
+    std::wstring expected;
+    DWORD cut = 0;  // bytes off its end
+  } cases[] = {
+      {REG_SZ, L"", L""},
+      {REG_SZ, L"folder", L""},
+      {REG_SZ, L"\\folder", L""},
+      {REG_SZ, L"Q:\\nowhere\\\\", L"Q:\\nowhere"},
+      {REG_MULTI_SZ, std::wstring(L"C:\\a\0b\0", 7), L"C:\\a"},  // what stands behind its end is none of it
+      {REG_BINARY, L"C:\\ab", L"C:\\a", 3},                      // half a character
+      {REG_EXPAND_SZ, full, full, 2},
+      {REG_SZ, full, full},
+  };
+  for (const auto& c : cases) {
+    test::SetBytes(query.key_path, L"Value", c.type, c.text.c_str(), (c.text.size() + 1) * sizeof(wchar_t) - c.cut);
+    EXPECT_EQ(c.expected.empty() ? 3u : 0u, LookupFolder(folder, query)) << "row " << (&c - cases);
+    EXPECT_EQ(c.expected, folder) << "row " << (&c - cases);
+  }
+  for (const auto& [size, code] : {std::pair(0x7FFFFFFEu, 8u), {0xFFFFFFFEu, 8u}, {520u, 234u}}) {  // no memory; fits already
+    const crv::test::ImportFake<decltype(RegQueryValueExW)> never_enough(
+        "advapi32.dll", "RegQueryValueExW",
+        [&](auto, auto, auto, auto, auto, auto, DWORD* bytes) { return *bytes = size, ERROR_MORE_DATA; });
+    EXPECT_EQ(code, ReadRegistryString(HKEY_LOCAL_MACHINE, L"Value", folder));
+    EXPECT_EQ(L"", folder);
+  }
+}
+
+TEST_F(LibraryFoldersTest, FoldersPassTheCheckOfTheirMode) {
+  constexpr const wchar_t* kMarkers[] = {L"first.ini", nullptr, L"third.ini"};
+  for (const wchar_t* file : {L"f\\first.ini", L"all\\first.ini", L"all\\third.ini"}) AddFile(file);
+  AddFolder(L"folder\\first.ini");
+  const struct {
+    const wchar_t* folder;
+    int mode;
+    bool expected;
+  } cases[] = {
+      {L"folder", 1, false},
+      {L"f", 1, true},
+      {L"f", 2, true},
+      {L"f", 3, false},
+      {L"all", 4, true},
+      {L"new", kMustExist, false},
+      {L"new", kCreateIfMissing, true},
+      {L"new", kMustExist, true},
+      {L"no\\parent", kCreateIfMissing, false},
+  };
+  for (const auto& c : cases) EXPECT_EQ(c.expected, VerifyFolder(Path(c.folder), kMarkers, c.mode)) << "row " << (&c - cases);
+}
+
 TEST_F(LibraryFoldersTest, TempFolderOfTheRegistryIsMadeOnceAndDefaultsToTheSystems) {
-  test::SetText(kCorvidKey, L"TempFolder", Path(L"registry") + L"\\\\");
+  test::SetText(kCorvidKey, L"TempFolder", Path(L"registry"));
   folders_.temp.clear();
   SettleLibraryFolders(folders_);
   EXPECT_EQ((Made{{Path(L"registry"), nullptr}}), made_) << "with the default security";

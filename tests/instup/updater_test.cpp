@@ -57,7 +57,6 @@ class Updater : public testing::Test, protected crv::test::ProbedInstaller {
 };
 
 TEST_F(Updater, EveryOutcomeOfTheRunsHasItsResult) {
-  const std::wstring installer = setup_ + L"\\instup.exe";
   const struct {
     const char* first;     // what the first run does
     std::wstring missing;  // a file, at the start
@@ -69,7 +68,7 @@ TEST_F(Updater, EveryOutcomeOfTheRunsHasItsResult) {
   } cases[] = {
       {"", L"", true, 0, 0, {kFirstRun, kSecondRun}},
       {"exit\t0xffffff00", L"", true, 0xFFFFFF00, kUntouched, {kFirstRun}},
-      {"", installer, false, 0, kUntouched, {}},
+      {"", setup_ + L"\\instup.exe", false, 0, kUntouched, {}},
       {"write\tINI\tgone", L"", false, 0, kUntouched, {kFirstRun}},  // the directory named by the first run counts
       // The second search fails, also after its repair run: the new installer of the first one runs. The reboot check searches a
       // third time, in vain.
@@ -113,6 +112,7 @@ TEST_F(Updater, AnUnregisteredSuiteIsNotLookedForInTheCurrentFolder) {
   wchar_t before[MAX_PATH];
   GetCurrentDirectoryW(MAX_PATH, before);
   SetCurrentDirectoryW(setup_.c_str());
+  WriteSettings(L"");  // its installer would be run for a repair
   for (const wchar_t* const data_folder : {L"", L"data"}) {  // as a broken uninstallation leaves it
     test::SetText(test::kCorvidKey, L"DataFolder", data_folder);
     EXPECT_FALSE(RunUpdater(nullptr, nullptr));
@@ -140,44 +140,45 @@ TEST_F(Updater, AStartedInstallerRunsAndIsWaitedForOrTheReasonIsTold) {
     refused.reset(OpenProcess(SYNCHRONIZE, FALSE, last_.dwProcessId));
     return fail(DWORD(-1));
   });
-  const struct {
-    const char *failing, *thrown;
-    bool result;
-  } cases[] = {{"wait", "error 00000005 WaitForSingleObject", false},
-               {"code", "error 00000005 GetExitCodeProcess", false},
-               {"resume", "nothing", false}};
-  for (const auto& c : cases) {
-    failing = c.failing;
-    Begin("", L"New_1");
-    bool result = false;
-    EXPECT_EQ(c.thrown, crv::test::Thrown([&] { result = RunUpdater(nullptr, nullptr); }));
-    EXPECT_EQ(c.result, result);
+  const std::pair<const char*, const char*> cases[] = {
+      {"wait", "error 00000005 WaitForSingleObject"}, {"code", "error 00000005 GetExitCodeProcess"}, {"resume", "nothing"}};
+  for (const auto& [call, thrown] : cases) {
+    failing = call;
+    EXPECT_EQ(thrown, crv::test::Thrown([] { EXPECT_FALSE(RunUpdater(nullptr, nullptr)); }));
   }
   EXPECT_EQ(WAIT_OBJECT_0, WaitForSingleObjectEx(refused.get(), 10'000, FALSE)) << "one that may not run is ended";
 }
 
-TEST_F(Updater, AHostThatIsKilledBeforeTheInstallerRunsTakesItAlong) {
+TEST_F(Updater, AHostThatIsKilledBeforeTheInstallerRunsTakesItAlongAndNeverLater) {
+  std::string failing;
   HANDLE job = nullptr;
-  bool allowed = true;
-  const ImportFake<decltype(AssignProcessToJobObject)> assign(
-      "kernel32.dll", "AssignProcessToJobObject", [&](auto real, HANDLE to, HANDLE process) {
-        job = to;
-        return allowed ? real(to, process) : (SetLastError(ERROR_ACCESS_DENIED), FALSE);
+  std::set<DWORD> limits;
+  const ImportFake<decltype(SetInformationJobObject)> limit(
+      "kernel32.dll", "SetInformationJobObject", [&](auto real, HANDLE of, auto what, void* data, DWORD size) {
+        const DWORD flags = static_cast<JOBOBJECT_EXTENDED_LIMIT_INFORMATION*>(data)->BasicLimitInformation.LimitFlags;
+        limits.insert(flags);
+        return failing == "lift" && !(flags & JOB_OBJECT_LIMIT_KILL_ON_JOB_CLOSE) ? FALSE : real(of, what, data, size);
       });
-  DWORD ended = STILL_ACTIVE;
-  const ImportFake<decltype(ResumeThread)> killed("kernel32.dll", "ResumeThread", [&](auto real, HANDLE thread) {
-    if (!allowed) return real(thread);
+  const ImportFake<decltype(AssignProcessToJobObject)> assign("kernel32.dll", "AssignProcessToJobObject",
+                                                              [&](auto real, HANDLE to, HANDLE process) {
+                                                                job = to;
+                                                                return failing == "assign" ? FALSE : real(to, process);
+                                                              });
+  const ImportFake<decltype(ResumeThread)> resume("kernel32.dll", "ResumeThread", [&](auto real, HANDLE thread) {
+    if (failing != "host") return real(thread);
     CloseHandle(job);  // as the end of the host does
     EXPECT_EQ(WAIT_OBJECT_0, WaitForSingleObject(last_.hProcess, 10'000));
-    EXPECT_TRUE(GetExitCodeProcess(last_.hProcess, &ended));
     return real(thread);
   });
-  static_cast<void>(RunUpdater(nullptr, nullptr));
-  EXPECT_NE(STILL_ACTIVE, ended);
-  EXPECT_TRUE(Runs().empty());
-  allowed = false;  // a system before Windows 8, in a host that is in a job
-  EXPECT_TRUE(RunUpdater(nullptr, nullptr));
-  EXPECT_EQ(2u, Runs().size());
+  for (const char* call : {"", "assign", "lift", "host"}) {
+    failing = call;
+    Begin("", L"New_1");
+    EXPECT_TRUE(RunUpdater(nullptr, nullptr));
+    EXPECT_EQ(failing == "host" ? 0u : 2u, Runs().size()) << failing;
+  }
+  EXPECT_EQ((std::set<DWORD>{JOB_OBJECT_LIMIT_SILENT_BREAKAWAY_OK,
+                             JOB_OBJECT_LIMIT_SILENT_BREAKAWAY_OK | JOB_OBJECT_LIMIT_KILL_ON_JOB_CLOSE}),
+            limits);
 }
 
 }  // namespace
