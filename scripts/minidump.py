@@ -52,29 +52,38 @@ def read_stops(path, folders):
     return [Stop(int(reason[2], 16), int(reason[1]), function, place) for function, place in frames]
 
 
+def short_name(function):
+    return function.replace("(anonymous namespace)::", "").split("(")[0]
+
+
+def describe(path, folders):
+    """The whole view, as text. Fails with SubprocessError when the file is no minidump, or a reader takes too long."""
+    streams, text = read_streams(path)
+    stops = read_stops(path, folders)
+    lines = [f"{path.name}, {path.stat().st_size} bytes", f"  streams    {' '.join(streams)}",
+             f"  comment    {read_comment(text) or '(empty)'}"]
+    if stops:
+        lines.append(f"  stopped    by exception 0x{stops[0].code:08x}")
+    else:
+        lines.append("  stopped    (the debugger finds no exception)")
+    for stop in [stop for stop in stops if stop.place and not stop.place.startswith(RAISING)][:FRAMES]:
+        lines.append(f"  in         {short_name(stop.function)} at {stop.place}")
+    return "\n".join(lines)
+
+
 def main():
     if len(sys.argv) < 3:
         print(__doc__, file=sys.stderr)
         return 2
     path = pathlib.Path(sys.argv[1])
     try:
-        streams, text = read_streams(path)
-        stops = read_stops(path, sys.argv[2:])
+        print(describe(path, sys.argv[2:]))
     except subprocess.CalledProcessError as failure:
         print(f"{path}: no minidump ({failure.stderr.strip()})", file=sys.stderr)
         return 1
     except (OSError, subprocess.TimeoutExpired) as failure:
         print(f"{path}: {failure}", file=sys.stderr)
         return 1
-    print(f"{path.name}, {path.stat().st_size} bytes")
-    print("  streams   ", " ".join(streams))
-    print("  comment   ", read_comment(text) or "(empty)")
-    if not stops:
-        print("  stopped    (the debugger finds no exception)")
-        return 1
-    print(f"  stopped    by exception 0x{stops[0].code:08x}")
-    for stop in [stop for stop in stops if stop.place and not stop.place.startswith(RAISING)][:FRAMES]:
-        print(f"  in         {stop.function.replace('(anonymous namespace)::', '').split('(')[0]} at {stop.place}")
     return 0
 
 

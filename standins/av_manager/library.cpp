@@ -5,7 +5,6 @@
 #include <cstring>
 
 #include "av_manager/control.h"
-#include "shared/status_calls.h"
 
 namespace crv::standins {
 namespace {
@@ -44,7 +43,7 @@ DWORD ChangeProvider(const wchar_t* function, const unsigned char* record, DWORD
   std::memcpy(&index, record + kIndexOffset, sizeof(index));
   std::vector<Provider> providers = ReadProviders();
   if (index >= providers.size() || !IsUnchanged(record, index, providers[index].state)) return kChangedRecord;
-  return AnsweredStatus(AvManagerCalls(), function, providers[index].name, [&](const Answer&) {
+  return AvManagerCalls().Answered<StatusCall>(function, providers[index].name, 0, [&](const Answer&) {
     providers[index].state = wanted_state;
     WriteProviders(providers);
     return DWORD{0};
@@ -59,18 +58,19 @@ using namespace crv::standins;
 extern "C" {
 
 DWORD __cdecl CavmStart(const wchar_t* host, DWORD first, DWORD second) {
-  return AnsweredStatus(AvManagerCalls(), L"CavmStart",
-                        std::wstring(host ? host : L"null") + L", " + std::to_wstring(first) + L", " + std::to_wstring(second),
-                        &Done);
+  return AvManagerCalls().Answered<StatusCall>(
+      L"CavmStart", std::wstring(host ? host : L"null") + L", " + std::to_wstring(first) + L", " + std::to_wstring(second), 0,
+      &Done);
 }
 
-DWORD __cdecl CavmStop() { return AnsweredStatus(AvManagerCalls(), L"CavmStop", L"", &Done); }
+DWORD __cdecl CavmStop() { return AvManagerCalls().Answered<StatusCall>(L"CavmStop", L"", 0, &Done); }
 
 // What the caller left in its places stands in the journal.
 DWORD __cdecl CavmGetProviderInfoList(unsigned char** list, DWORD* count) {
   const std::wstring places = (*list ? L"not null, " : L"null, ") + std::to_wstring(*count);
-  return AnsweredStatus(AvManagerCalls(), L"CavmGetProviderInfoList", places,
-                        [&](const Answer& answer) { return answer.null_pointer ? 0 : HandOut(list, count); });
+  return AvManagerCalls().Answered<StatusCall>(L"CavmGetProviderInfoList", places, 0, [&](const Answer& answer) {
+    return answer.null_pointer ? 0 : HandOut(list, count);
+  });
 }
 
 DWORD __cdecl CavmProviderResume(unsigned char* record) { return ChangeProvider(L"CavmProviderResume", record, 1); }

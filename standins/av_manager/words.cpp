@@ -27,10 +27,10 @@ DWORD StateFrom(const std::wstring& word) {
   return NumberFrom(word);
 }
 
-void Show() {
-  std::vector<Words> rows = {{L"Provider", L"State"}};
+Table Rows() {
+  Table rows = {{L"Provider", L"State"}};
   for (const Provider& provider : ReadProviders()) rows.push_back({provider.name, WordFor(provider.state)});
-  PrintTable(rows);
+  return rows;
 }
 
 // What was told before stays.
@@ -55,7 +55,7 @@ const Area& AvManagerArea() {
                     &SetProviders}},
       .calls = &AvManagerCalls(),
       .install = &Install,
-      .show = &Show,
+      .table = &Rows,
       .clear = &ClearAvManager,
   };
   return area;

@@ -28,8 +28,8 @@ struct Finished : Unfinished {
 
 namespace {
 
-constexpr DWORD kSlowInstaller = 5000;  // ms, of which the crash needs the first few
-constexpr DWORD kMoment = 300;          // ms, for another thread to get where it is going
+constexpr DWORD kSlowInstaller = 45'000;  // ms, in which the crash must be over
+constexpr DWORD kMoment = 300;            // ms, for another thread to get where it is going
 
 int AccessViolation(Stage&) {
   WriteToNull();

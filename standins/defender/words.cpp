@@ -14,16 +14,14 @@ constexpr wchar_t kPolicyValue[] = L"DisableAntiSpyware";
 constexpr wchar_t kVetoKey[] = L"SOFTWARE\\CORVID Software\\Corvid\\Wsc";
 constexpr wchar_t kVetoValue[] = L"IReallyWantDefenderOnAndDecreasedPerformanceOnLegacySystems";
 
-std::wstring Describe(const wchar_t* key, const wchar_t* value) {
-  if (const std::optional<DWORD> number = registry::ReadNumber(key, value)) return std::to_wstring(*number);
-  if (const std::optional<std::wstring> text = registry::ReadText(key, value)) return L"\"" + *text + L"\"";
-  return registry::KeyExists(key) ? L"(not set)" : L"(no key)";
+std::wstring Policy() {
+  if (const std::optional<DWORD> number = registry::ReadNumber(kPolicyKey, kPolicyValue)) return std::to_wstring(*number);
+  return registry::KeyExists(kPolicyKey) ? L"(not set)" : L"(no key)";
 }
 
-void Show() {
-  PrintTable({{L"Windows Defender", L"Value"},
-              {kPolicyValue, Describe(kPolicyKey, kPolicyValue)},
-              {L"veto", Describe(kVetoKey, kVetoValue)}});
+Table Rows() {
+  const std::optional<DWORD> veto = registry::ReadNumber(kVetoKey, kVetoValue);
+  return {{L"Windows Defender", L"Value"}, {kPolicyValue, Policy()}, {L"veto", veto ? std::to_wstring(*veto) : L"(not set)"}};
 }
 
 void SetVeto(const Words& words) { registry::WriteNumber(kVetoKey, kVetoValue, NumberFrom(words[0])); }
@@ -39,7 +37,7 @@ const Area& DefenderArea() {
   static const Area area = {
       .commands = {{L"defender-veto", L"N", L"the number by which a user forbids switching Windows Defender off; 42 does", 1, 1,
                     &SetVeto}},
-      .show = &Show,
+      .table = &Rows,
       .clear = &Clear,
   };
   return area;

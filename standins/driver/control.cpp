@@ -34,10 +34,6 @@ DriverCounts ReadDriverCounts() {
           registry::ReadNumber(kKey, kDumps).value_or(0)};
 }
 
-void ResetDriverCounts() {
-  for (const wchar_t* const value : {kQueries, kLastProcess, kDumps}) registry::DeleteValue(kKey, value);
-}
-
 void LoadDriver(const std::wstring& file) {
   Behave(ReadDriverBehaviour());  // the key is there, so that the driver can note what it is asked
   InstallDriver(kDriverService, file);

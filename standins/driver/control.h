@@ -37,7 +37,6 @@ struct DriverCounts {
   DWORD fatal_dumps = 0;
 };
 DriverCounts ReadDriverCounts();
-void ResetDriverCounts();
 
 // Installs the driver `file` (full path of the .sys) if it is not there yet and loads it: when this returns its devices can be
 // opened. It is loaded again when the machine starts.

@@ -19,7 +19,7 @@ std::wstring Describe(const DriverBehaviour& behaviour) {
   if (behaviour.status) {
     _snwprintf(text, std::size(text), L"fails with 0x%08x", static_cast<unsigned>(behaviour.status));
   } else if (behaviour.short_answer) {
-    return L"2 bytes of 4";
+    return L"2 bytes of 4 (not trusted)";
   } else {
     _snwprintf(text, std::size(text), L"%u (%s)", static_cast<unsigned>(behaviour.answer),
                behaviour.answer ? L"trusted" : L"not trusted");
@@ -27,9 +27,9 @@ std::wstring Describe(const DriverBehaviour& behaviour) {
   return text;
 }
 
-void Show() {
+Table Rows() {
   const std::optional<ServiceStatus> driver = FindService(kDriverService);
-  std::vector<Words> rows = {{L"Self-protection driver", L"Answer", L"Queries", L"Last process", L"Fatal dumps"}};
+  Table rows = {{L"Self-protection driver", L"Answer", L"Queries", L"Last process", L"Fatal dumps"}};
   if (!driver) {
     rows.push_back({L"(none)", kNothing, kNothing, kNothing, kNothing});
   } else {
@@ -38,7 +38,7 @@ void Show() {
                     std::to_wstring(counts.queries), counts.last_process ? std::to_wstring(*counts.last_process) : kNothing,
                     std::to_wstring(counts.fatal_dumps)});
   }
-  PrintTable(rows);
+  return rows;
 }
 
 void WorkDriver(const Words& words) {
@@ -50,11 +50,11 @@ void WorkDriver(const Words& words) {
   if (action == L"start") return LoadDriver(Beside(kDriverFile));
   if (action == L"stop") return RequestStop(kDriverService);
   if (action == L"remove") return RemoveDriver();
-  if (action == L"status") return Show();
+  if (action == L"status") return PrintTable(Rows());
   if (action == L"trust") return Behave(DriverBehaviour{});
   if (action == L"distrust") return Behave(DriverBehaviour{.answer = 0});
   if (action == L"answer") return Behave(DriverBehaviour{.answer = NumberFrom(words[1])});
-  if (action == L"short") return Behave(DriverBehaviour{.short_answer = true});
+  if (action == L"short") return Behave(DriverBehaviour{.answer = 0, .short_answer = true});
   if (action == L"fail") return Behave(DriverBehaviour{.status = NumberFrom(words[1])});
   throw UsageError{L"the driver cannot be told '" + action + L"'"};
 }
@@ -67,7 +67,7 @@ const Area& DriverArea() {
                     L"loads the self-protection driver or takes it away, and what it answers about a process", 1, 2,
                     &WorkDriver}},
       .uninstall = &RemoveDriver,
-      .show = &Show,
+      .table = &Rows,
       .clear = &RemoveDriver,
   };
   return area;

@@ -24,11 +24,12 @@ std::vector<std::wstring> Dumps() {
   return dumps;
 }
 
-void Show() {
+Table Rows() {
   const DumperBehaviour behaviour = ReadDumperBehaviour();
-  PrintTable({{L"Dumper", L"Ends with", L"Runs", L"Dumps in the log folder"},
-              {behaviour.what, std::to_wstring(behaviour.exit_code), std::to_wstring(DumperRuns().size()),
-               std::to_wstring(Dumps().size())}});
+  Table rows = {{L"Dumper", L""}, {L"told to", behaviour.what + L", and to end with " + std::to_wstring(behaviour.exit_code)}};
+  for (const std::wstring& run : DumperRuns()) rows.push_back({L"run", run});
+  for (const std::wstring& dump : Dumps()) rows.push_back({L"dump", dump});
+  return rows;
 }
 
 void Clear() {
@@ -48,7 +49,7 @@ const Area& DumperArea() {
   static const Area area = {
       .commands = {{L"dumper", L"write | exit | hang | crash [CODE]",
                     L"what cvDump32.exe does when a dump is asked for, and its exit code", 1, 2, &TellDumper}},
-      .show = &Show,
+      .table = &Rows,
       .clear = &Clear,
   };
   return area;

@@ -3,7 +3,6 @@
 #include <windows.h>
 
 #include "firewall/control.h"
-#include "shared/status_calls.h"
 
 namespace crv::standins {
 namespace {
@@ -36,7 +35,7 @@ class Firewall : public Operations<kBeforeStart> {
  public:
   virtual DWORD Start(DWORD argument) {
     if (this != &the_firewall) return Fault(kBeforeStart + 1);
-    return AnsweredStatus(FirewallCalls(), L"Firewall.Start", std::to_wstring(argument), [](const Answer&) {
+    return FirewallCalls().Answered<StatusCall>(L"Firewall.Start", std::to_wstring(argument), 0, [](const Answer&) {
       SetFirewallOn(true);
       return DWORD{0};
     });
@@ -56,14 +55,14 @@ using namespace crv::standins;
 extern "C" {
 
 DWORD __cdecl crvGetFirewall(DWORD argument, Firewall** object) {
-  return AnsweredStatus(FirewallCalls(), L"crvGetFirewall", std::to_wstring(argument), [&](const Answer& answer) {
+  return FirewallCalls().Answered<StatusCall>(L"crvGetFirewall", std::to_wstring(argument), 0, [&](const Answer& answer) {
     if (!answer.null_pointer) *object = &Firewall::the_firewall;
     return DWORD{0};
   });
 }
 
 void __cdecl crvFreeFirewall(DWORD argument) {
-  AnsweredStatus(FirewallCalls(), L"crvFreeFirewall", std::to_wstring(argument), [](const Answer&) { return DWORD{0}; });
+  FirewallCalls().Answered<StatusCall>(L"crvFreeFirewall", std::to_wstring(argument), 0, [](const Answer&) { return DWORD{0}; });
 }
 
 }  // extern "C"

@@ -7,12 +7,12 @@
 namespace crv::standins {
 namespace {
 
-void Show() { PrintTable({{L"Firewall"}, {FirewallIsOn() ? L"on" : L"off"}}); }
+Table Rows() { return {{L"Firewall", L"State"}, {L"the suite's", FirewallIsOn() ? L"on" : L"off"}}; }
 
 }  // namespace
 
 const Area& FirewallArea() {
-  static const Area area = {.calls = &FirewallCalls(), .show = &Show, .clear = &ClearFirewall};
+  static const Area area = {.calls = &FirewallCalls(), .table = &Rows, .clear = &ClearFirewall};
   return area;
 }
 

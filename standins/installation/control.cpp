@@ -12,6 +12,9 @@
 namespace crv::standins {
 namespace {
 
+constexpr DWORD kInstallerEnds = 10'000;  // ms
+constexpr DWORD kLook = 50;               // ms between two tries
+
 constexpr wchar_t kOldestProgramFolder[] = L"Corvid4ProgramFolder";
 constexpr wchar_t kNewDirectoryName[] = L"NewDirectoryName=";
 constexpr wchar_t kPersistentFolder[] = L"\\CORVID Software\\Persistent Data\\Corvid";
@@ -33,10 +36,14 @@ void WriteFileBytes(const std::wstring& path, const void* bytes, std::size_t siz
   }
 }
 
+// An installer that still runs there is waited for.
 void CopyTo(const std::wstring& file, const std::wstring& folder) {
   CreateFolder(folder);
-  if (!CopyFileW(file.c_str(), (folder + L"\\instup.exe").c_str(), FALSE)) {
-    throw exceptions::error(GetLastError(), L"cannot copy %s", file.c_str());
+  for (const DWORD begin = GetTickCount(); !CopyFileW(file.c_str(), (folder + L"\\instup.exe").c_str(), FALSE); Sleep(kLook)) {
+    const DWORD error = GetLastError();
+    if (error != ERROR_SHARING_VIOLATION || GetTickCount() - begin >= kInstallerEnds) {
+      throw exceptions::error(error, L"cannot copy %s", file.c_str());
+    }
   }
 }
 

@@ -65,14 +65,14 @@ void Clear() {
   MakeInstallation();
 }
 
-void Show() {
-  std::vector<Words> rows = {{L"Installed as", L"New installer in", L"Restart due"}};
+Table Rows() {
+  Table rows = {{L"Installed as", L"New installer in", L"Restart due"}};
   const wchar_t* registered = L"(not registered)";
   for (const auto& product : kProducts) {
     if (product.key && IsRegistered(product.key)) registered = product.word;
   }
   rows.push_back({registered, ReadSetupSettings(SetupFolder()).value_or(kNothing), IsThere(RebootMarker()) ? L"yes" : L"no"});
-  PrintTable(rows);
+  return rows;
 }
 
 void RegisterAs(const Words& words) {
@@ -108,7 +108,7 @@ const Area& InstallationArea() {
                     L"takes a file of the suite away, or puts it back", 2, 2, &WorkLibrary}},
       .install = &Install,
       .uninstall = &UnregisterInstallation,
-      .show = &Show,
+      .table = &Rows,
       .clear = &Clear,
   };
   return area;

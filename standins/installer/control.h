@@ -5,7 +5,7 @@
 //     Runs                       list, the exact command line of each run, oldest first, and " = 0x<its exit code>" behind those that
 //                                have ended; "beside another run: " before one that began while another one had not ended
 //     <operation>\ExitCode       DWORD, absent: 0
-//     <operation>\Duration       DWORD, ms that the run takes; absent: none
+//     <operation>\Duration       DWORD, ms that the run takes while somebody waits for it; absent: none
 //     <operation>\NewDirectory   text, what the run writes as NewDirectoryName into setup.ini beside the current installer, with a
 //                                copy of the installer in that folder
 //     <operation>\LeaveReboot    DWORD 1: the run leaves Reboot.txt in the persistent data folder

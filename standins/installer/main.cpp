@@ -8,6 +8,8 @@
 #include "base/exceptions.h"
 #include "installation/control.h"
 #include "installer/control.h"
+#include "root/process.h"
+#include "root/scoped_handle.h"
 
 using namespace crv;
 using namespace crv::standins;
@@ -34,9 +36,15 @@ void MoveNewInstaller(const std::wstring& setup_folder, const std::wstring& new_
   WriteSetupSettings(setup_folder, new_directory);
 }
 
+// Takes that many ms, unless the process that waits for the installer ends before.
+void WorkFor(DWORD duration) {
+  const root::ScopedKernelHandle starter(OpenProcess(SYNCHRONIZE, FALSE, root::GetParentProcessId()));
+  if (!starter || WaitForSingleObject(starter.get(), duration) == WAIT_FAILED) Sleep(duration);
+}
+
 DWORD Work(const std::wstring& operation, bool wait) {
   const InstallerBehaviour behaviour = ReadInstallerBehaviour(operation);
-  if (wait) Sleep(behaviour.duration);
+  if (wait) WorkFor(behaviour.duration);
   const std::wstring setup_folder = SetupFolder();
   if (!behaviour.new_directory.empty()) {
     MoveNewInstaller(setup_folder, behaviour.new_directory);

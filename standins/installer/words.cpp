@@ -8,10 +8,10 @@
 namespace crv::standins {
 namespace {
 
-void Show() {
-  std::vector<Words> rows = {{L"Runs of the installer"}};
+Table Rows() {
+  Table rows = {{L"Runs of the installer"}};
   for (const std::wstring& run : InstallerRuns()) rows.push_back({run});
-  PrintTable(rows);
+  return rows;
 }
 
 void TellInstaller(const Words& words) {
@@ -46,7 +46,7 @@ const Area& InstallerArea() {
       .commands = {{L"installer", L"OPERATION exit CODE | takes MS | moves-to FOLDER | leaves-reboot | removes-settings",
                     L"how a run of instup.exe goes; OPERATION is update_setup, update_vps_and_program or repair", 2, 3,
                     &TellInstaller}},
-      .show = &Show,
+      .table = &Rows,
       .clear = &ClearInstaller,
   };
   return area;

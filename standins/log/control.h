@@ -5,12 +5,10 @@
 //     NoModule   DWORD 1   AcquireLogModule hands out nothing
 //     NoLogger   DWORD 1   the module hands out no logger
 //     Throw      text      the operation that throws, one of kLogOperations
-//     ThrowCount DWORD     how many times it throws, in all processes together; absent: always
 #pragma once
 
 #include <windows.h>
 
-#include <optional>
 #include <string>
 
 namespace crv::standins {
@@ -30,15 +28,14 @@ inline constexpr const wchar_t* kLogOperations[] = {kLogAcquire, kLogLogger, kLo
 struct LogScript {
   bool no_module = false;
   bool no_logger = false;
-  std::wstring throw_from = {};           // empty: nothing throws
-  std::optional<DWORD> throw_count = {};  // absent: without end
+  std::wstring throw_from = {};  // empty: nothing throws
 };
 
 LogScript ReadLogScript();
 void ScriptLog(const LogScript& script);  // replaces the script that is there
 void ClearLogScript();
 
-// For the library: whether the operation has to throw now; a limited number of throws is counted down.
-bool TakeLogFailure(const wchar_t* operation);
+// For the library: whether the operation has to throw.
+bool LogThrowsFrom(const wchar_t* operation);
 
 }  // namespace crv::standins

@@ -11,7 +11,7 @@ namespace crv::standins::log {
 inline void ThrowIfScripted(const wchar_t* operation) {
   bool fails = false;
   try {
-    fails = TakeLogFailure(operation);
+    fails = LogThrowsFrom(operation);
   } catch (const exceptions::error&) {
   }
   if (fails) throw std::runtime_error(kLogScriptedFailure);

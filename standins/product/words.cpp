@@ -10,12 +10,19 @@ namespace {
 
 constexpr wchar_t kProductKey[] = L"SOFTWARE\\CORVID Software\\Corvid\\Wsc";
 
-void Show() {
-  std::vector<Words> rows = {{L"Recorded name", L"Value"}};
+Table Rows() {
+  Table rows = {{L"Recorded name", L"Value"}};
   for (const wchar_t* const interface_name : kProductInterfaces) {
     rows.push_back({interface_name, registry::ReadText(kProductKey, interface_name).value_or(kNothing)});
   }
-  PrintTable(rows);
+  return rows;
+}
+
+void Record(const Words& words) {
+  for (const wchar_t* const interface_name : kProductInterfaces) {
+    if (words[0] == interface_name) return registry::WriteText(kProductKey, interface_name, words[1]);
+  }
+  throw UsageError{L"names are recorded for IWscAVStatus, IWscASStatus and IWscFWStatus, not for '" + words[0] + L"'"};
 }
 
 void Clear() {
@@ -25,7 +32,12 @@ void Clear() {
 }  // namespace
 
 const Area& ProductArea() {
-  static const Area area = {.show = &Show, .clear = &Clear};
+  static const Area area = {
+      .commands = {{L"recorded-name", L"INTERFACE NAME", L"the name under which the product believes to be registered", 2, 2,
+                    &Record}},
+      .table = &Rows,
+      .clear = &Clear,
+  };
   return area;
 }
 

@@ -1,38 +1,37 @@
 #include "security_center/control.h"
 
+#include <cwchar>
+
 #include "shared/named_lock.h"
 #include "shared/registry.h"
 
 namespace crv::standins {
 namespace {
 
-const std::wstring kProducts = std::wstring(kSecurityCenterKey) + L"\\Products\\";
-constexpr wchar_t kPath[] = L"Path";
-constexpr wchar_t kName[] = L"Name";
-constexpr wchar_t kState[] = L"State";
-constexpr wchar_t kSignatures[] = L"SignaturesUpToDate";
+const std::wstring kProducts = std::wstring(kSecurityCenterKey) + L"\\Products";
+
+// The number at that place of a product's list; empty when the list ends before it.
+std::optional<DWORD> NumberAt(const std::vector<std::wstring>& list, std::size_t place) {
+  if (list.size() <= place) return std::nullopt;
+  return static_cast<DWORD>(std::wcstoul(list[place].c_str(), nullptr, 10));
+}
 
 }  // namespace
 
 std::optional<Product> ReadProduct(const std::wstring& interface_name) {
-  const NamedLock lock(kSecurityCenterLock);
-  const std::wstring key = kProducts + interface_name;
-  if (!registry::KeyExists(key)) return std::nullopt;
-  return Product{registry::ReadText(key, kPath).value_or(L""), registry::ReadText(key, kName).value_or(L""),
-                 registry::ReadNumber(key, kState), registry::ReadNumber(key, kSignatures)};
+  const std::vector<std::wstring> list = registry::ReadList(kProducts, interface_name.c_str());
+  if (list.size() < 2) return std::nullopt;
+  return Product{list[0], list[1], NumberAt(list, 2), NumberAt(list, 3)};
 }
 
 void WriteProduct(const std::wstring& interface_name, const Product& product) {
-  const NamedLock lock(kSecurityCenterLock);
-  const std::wstring key = kProducts + interface_name;
-  registry::DeleteKey(key);
-  registry::WriteText(key, kPath, product.path);
-  registry::WriteText(key, kName, product.name);
-  if (product.state) registry::WriteNumber(key, kState, *product.state);
-  if (product.signatures_up_to_date) registry::WriteNumber(key, kSignatures, *product.signatures_up_to_date);
+  std::vector<std::wstring> list = {product.path, product.name};
+  if (product.state) list.push_back(std::to_wstring(*product.state));
+  if (product.state && product.signatures_up_to_date) list.push_back(std::to_wstring(*product.signatures_up_to_date));
+  registry::WriteList(kProducts, interface_name.c_str(), list);
 }
 
-void RemoveProduct(const std::wstring& interface_name) { registry::DeleteKey(kProducts + interface_name); }
+void RemoveProduct(const std::wstring& interface_name) { registry::DeleteValue(kProducts, interface_name.c_str()); }
 
 const ScriptedCalls& SecurityCenterCalls() {
   static const ScriptedCalls calls = [] {

@@ -2,11 +2,11 @@
 // under HKLM, so it reaches every process. Failures to reach the registry throw crv::exceptions::error. Any thread, any process.
 //
 //   HKLM\SOFTWARE\Corvid Stand-ins\Security Center
-//     Products\<interface>   exists while the product is registered
-//       Path, Name           texts
-//       State                DWORD, absent until the first UpdateStatus
-//       SignaturesUpToDate   DWORD, the same; never there for the firewall
-//     Script, Journal        see scripted_calls.h; calls are named "<interface>.<method>"
+//     Products
+//       <interface>       there while the product is registered. A list: path, name, and after the first UpdateStatus the state
+//                         and, but for the firewall, 1 for signatures that are up to date or 0. One value, so that a process which
+//                         is ended at any moment leaves the product as it was or as it is to be
+//     Script, Journal     see scripted_calls.h; calls are named "<interface>.<method>"
 //
 // Calls are `Create` (the class object's answer when it is asked for the interface), `Register`, `Unregister`, `UpdateStatus`.
 #pragma once
@@ -34,7 +34,7 @@ struct Product {
   std::wstring path;
   std::wstring name;
   std::optional<DWORD> state;
-  std::optional<DWORD> signatures_up_to_date;
+  std::optional<DWORD> signatures_up_to_date;  // only beside a state
 };
 
 std::optional<Product> ReadProduct(const std::wstring& interface_name);  // empty: not registered

@@ -28,12 +28,12 @@ std::wstring WordFor(const std::optional<DWORD>& number, const std::vector<std::
   return *number < words.size() ? words[*number] : std::to_wstring(*number);
 }
 
-void Show() {
+Table Rows() {
   static constexpr struct {
     const wchar_t* interface_name;
     const wchar_t* kind;
   } kKinds[] = {{kAntiVirus, L"anti-virus"}, {kAntiSpyware, L"anti-spyware"}, {kFirewall, L"firewall"}};
-  std::vector<Words> rows = {{L"Product", L"Registered as", L"State", L"Signatures", L"Path"}};
+  Table rows = {{L"Product", L"Registered as", L"State", L"Signatures", L"Path"}};
   for (const auto& kind : kKinds) {
     if (const std::optional<Product> product = ReadProduct(kind.interface_name)) {
       rows.push_back({kind.kind, product->name, WordFor(product->state, {L"on", L"off", L"snoozed", L"expired"}),
@@ -42,7 +42,7 @@ void Show() {
       rows.push_back({kind.kind, L"(not registered)", kNothing, kNothing, kNothing});
     }
   }
-  PrintTable(rows);
+  return rows;
 }
 
 }  // namespace
@@ -52,7 +52,7 @@ const Area& SecurityCenterArea() {
       .calls = &SecurityCenterCalls(),
       .install = &Install,
       .uninstall = &Uninstall,
-      .show = &Show,
+      .table = &Rows,
       .show_after_run = true,
       .clear = &ClearSecurityCenter,
   };

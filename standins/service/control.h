@@ -3,7 +3,7 @@
 // throw crv::exceptions::error with the system's code; waits are bounded. Any thread, any process.
 //
 //   HKLM\SOFTWARE\Corvid Stand-ins\Services\<name>     all absent: a service that starts and stops at once
-//     Start        text    how it starts, one of kServiceStarts
+//     Start        text    how it starts, "normal", "slow", "hang", "refuse" or "die", see below
 //     StartDelay   DWORD   ms in start-pending, of "slow"
 //     StartError   DWORD   exit code, of "refuse"
 //     RefuseStop   DWORD 1 it does not accept a stop request: ControlService fails with 1052
@@ -30,7 +30,6 @@ inline constexpr wchar_t kStartSlow[] = L"slow";      // runs after StartDelay
 inline constexpr wchar_t kStartHang[] = L"hang";      // stays in start-pending until told otherwise
 inline constexpr wchar_t kStartRefuse[] = L"refuse";  // StartServiceW succeeds, then the service stops with the code StartError
 inline constexpr wchar_t kStartDie[] = L"die";        // its program ends at once: StartServiceW fails
-inline constexpr const wchar_t* kServiceStarts[] = {kStartNormal, kStartSlow, kStartHang, kStartRefuse, kStartDie};
 
 struct ServiceBehaviour {
   std::wstring start = kStartNormal;

@@ -15,7 +15,7 @@
 namespace crv::standins {
 namespace {
 
-constexpr DWORD kSettled = 2'000;  // ms that `show` gives a service on its way to another state
+constexpr DWORD kSettled = 2'000;  // ms that a service on its way to another state is waited for
 
 std::wstring ServiceProgram() { return Beside(kServiceProgram); }
 
@@ -88,17 +88,28 @@ std::vector<std::wstring> Row(const std::wstring& name) {
           Describe(ReadServiceBehaviour(name))};
 }
 
-void ShowServices(const std::vector<std::wstring>& names) {
-  std::vector<Words> rows = {{L"Service", L"State", L"Start type", L"Behaviour"}};
+Table RowsOf(const Words& names) {
+  Table rows = {{L"Service", L"State", L"Start type", L"Behaviour"}};
   for (const std::wstring& name : names) rows.push_back(Row(name));
-  PrintTable(rows);
+  return rows;
 }
 
-void Show() { ShowServices({std::begin(kSystemServices), std::end(kSystemServices)}); }
+Table Rows() { return RowsOf({std::begin(kSystemServices), std::end(kSystemServices)}); }
+
+// These return when the service has arrived, unless it is told to take its time.
+void Start(const std::wstring& name) {
+  RequestStart(name);
+  Settled(name);
+}
+
+void Stop(const std::wstring& name) {
+  RequestStop(name);
+  Settled(name);
+}
 
 void EnableAndStart(const std::wstring& name) {
   SetStartType(name, SERVICE_AUTO_START);
-  RequestStart(name);
+  Start(name);
 }
 
 // What `service NAME` can be told; `number` is the word behind it, 0 when it takes none.
@@ -130,9 +141,9 @@ void ChangeStart(const std::wstring& name, const wchar_t* start, DWORD delay, DW
 }
 
 const Action kActions[] = {
-    {L"status", false, [](const std::wstring& name, DWORD) { ShowServices({name}); }},
-    {L"start", false, [](const std::wstring& name, DWORD) { RequestStart(name); }},
-    {L"stop", false, [](const std::wstring& name, DWORD) { RequestStop(name); }},
+    {L"status", false, [](const std::wstring& name, DWORD) { PrintTable(RowsOf({name})); }},
+    {L"start", false, [](const std::wstring& name, DWORD) { Start(name); }},
+    {L"stop", false, [](const std::wstring& name, DWORD) { Stop(name); }},
     {L"disable", false, &SetType<SERVICE_DISABLED>},
     {L"enable", false, &SetType<SERVICE_AUTO_START>},
     {L"demand", false, &SetType<SERVICE_DEMAND_START>},
@@ -175,7 +186,7 @@ const Area& ServiceArea() {
                     L"what a service does and how it behaves; its start-up is automatic after \"enable\"", 2, 3, &WorkService}},
       .install = &Install,
       .uninstall = &Uninstall,
-      .show = &Show,
+      .table = &Rows,
       .clear = &Clear,
   };
   return area;

@@ -12,6 +12,7 @@
 namespace crv::standins {
 
 using Words = std::vector<std::wstring>;
+using Table = std::vector<Words>;  // rows of cells; the first one is the heading
 
 struct UsageError {
   std::wstring text;
@@ -33,7 +34,8 @@ struct Area {
   const ScriptedCalls* calls = nullptr;  // what `script` reaches and `journal` shows
   void (*install)() = nullptr;
   void (*uninstall)() = nullptr;
-  void (*show)() = nullptr;
+  Table (*table)() = nullptr;   // what `show` shows
+  std::size_t key_cells = 1;    // so many cells name what a row of the table is about, the others say how it is
   bool show_after_run = false;  // also when the run changed nothing of it
   void (*clear)() = nullptr;
 };

@@ -9,8 +9,6 @@
 namespace crv::standins {
 namespace {
 
-std::wstring* caught = nullptr;  // where the output goes instead
-
 void Write(DWORD which, const std::wstring& text) {
   const HANDLE output = GetStdHandle(which);
   DWORD mode = 0;
@@ -25,32 +23,13 @@ void Write(DWORD which, const std::wstring& text) {
 
 }  // namespace
 
-void Print(const std::wstring& text) {
-  if (caught) {
-    *caught += text;
-  } else {
-    Write(STD_OUTPUT_HANDLE, text);
-  }
-}
-
-std::wstring Caught(void (*print)()) {
-  std::wstring text;
-  caught = &text;
-  try {
-    print();
-  } catch (...) {
-    caught = nullptr;
-    throw;
-  }
-  caught = nullptr;
-  return text;
-}
+void Print(const std::wstring& text) { Write(STD_OUTPUT_HANDLE, text); }
 
 void PrintLine(const std::wstring& text) { Print(text + L"\r\n"); }
 
 void PrintUtf8(const std::string& text) { Print(FromUtf8(text)); }
 
-void PrintError(const std::wstring& text) { Write(STD_ERROR_HANDLE, L"centre: " + text + L"\r\n"); }
+void PrintError(const std::wstring& text) { Write(STD_ERROR_HANDLE, text + L"\r\n"); }
 
 void PrintTable(const std::vector<std::vector<std::wstring>>& rows) {
   std::vector<std::size_t> widths;
@@ -66,6 +45,7 @@ void PrintTable(const std::vector<std::vector<std::wstring>>& rows) {
     }
     PrintLine(line);
   }
+  if (rows.size() == 1) PrintLine(L"(none)");
 }
 
 }  // namespace crv::standins

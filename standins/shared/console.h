@@ -9,12 +9,9 @@ namespace crv::standins {
 void Print(const std::wstring& text);  // standard output, no line end added
 void PrintLine(const std::wstring& text = L"");
 void PrintUtf8(const std::string& text);    // as it is
-void PrintError(const std::wstring& text);  // one line to the standard error output, behind "centre: "
+void PrintError(const std::wstring& text);  // one line to the standard error output
 
-// What `print` prints, caught instead of shown.
-std::wstring Caught(void (*print)());
-
-// Rows as columns that line up; the first row is the heading.
+// Rows as columns that line up; the first row is the heading. Without another one: "(none)".
 void PrintTable(const std::vector<std::vector<std::wstring>>& rows);
 
 }  // namespace crv::standins

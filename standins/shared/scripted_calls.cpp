@@ -94,12 +94,8 @@ void ScriptedCalls::Script(const std::wstring& name, const std::vector<std::wstr
   }
 }
 
-std::vector<std::wstring> ScriptedCalls::ScriptedAnswers(const std::wstring& name) const {
-  return registry::ReadList(script_key_, name.c_str());
-}
-
 Answer ScriptedCalls::Take(const std::wstring& name) const {
-  std::vector<std::wstring> answers = ScriptedAnswers(name);
+  std::vector<std::wstring> answers = registry::ReadList(script_key_, name.c_str());
   if (answers.empty()) {
     const std::wstring general = name.substr(0, name.find(L'.'));
     return general != name && Find(general) ? Take(general) : Answer{};
@@ -117,6 +113,11 @@ Answer ScriptedCalls::Take(const std::wstring& name) const {
 }
 
 std::vector<std::wstring> ScriptedCalls::Journal() const { return registry::ReadList(journal_key_, kCalls); }
+
+void ScriptedCalls::ClearJournal() const {
+  const NamedLock lock(lock_name_);
+  registry::DeleteKey(journal_key_);
+}
 
 void ScriptedCalls::Append(const std::wstring& line) const {
   std::vector<std::wstring> lines = Journal();

@@ -35,6 +35,20 @@ struct Answer {
   bool null_pointer = false;
 };
 
+// Calls that answer an HRESULT.
+struct ComCall {
+  using Result = HRESULT;
+  static bool Failed(Result result) { return FAILED(result); }
+  static Result OwnTrouble(DWORD error) { return HRESULT_FROM_WIN32(error); }
+};
+
+// Calls of the suite's own libraries: 0 is success, every other number a failure.
+struct StatusCall {
+  using Result = DWORD;
+  static bool Failed(Result result) { return result != 0; }
+  static Result OwnTrouble(DWORD) { return 0xDEAD; }
+};
+
 class ScriptedCalls {
  public:
   struct Call {
@@ -51,20 +65,21 @@ class ScriptedCalls {
   // Replaces the answers of one call; an empty list lets it behave normally. A name or an answer that is none throws
   // crv::exceptions::fatal with code 87.
   void Script(const std::wstring& name, const std::vector<std::wstring>& answers) const;
-  std::vector<std::wstring> ScriptedAnswers(const std::wstring& name) const;  // those still to come
 
   // The journal: the last 2,000 lines, oldest first. A call that repeats the one before it adds to that line's " xN".
   std::vector<std::wstring> Journal() const;
+  void ClearJournal() const;
 
   // For the stand-in, under the lock: the answer that the call has to give now, used up; and a line of the journal.
   Answer Take(const std::wstring& name) const;
   void Append(const std::wstring& line) const;
 
   // For the stand-in: one call from its answer to its line in the journal, under the lock. A `refusal` is answered at once and
-  // uses up no answer. `perform` gets the answer, changes the state and gives the normal result. Never throws; 0x80070102 when
-  // another process holds the lock for too long.
-  template <typename Perform>
-  HRESULT Answered(const std::wstring& name, const std::wstring& arguments, HRESULT refusal, Perform perform) const;
+  // uses up no answer; one that is no failure refuses nothing. `perform` gets the answer, changes the state and gives the normal
+  // result. Never throws. `Kind` says how the call tells a failure.
+  template <typename Kind = ComCall, typename Perform>
+  typename Kind::Result Answered(const std::wstring& name, const std::wstring& arguments, typename Kind::Result refusal,
+                                 Perform perform) const;
 
  private:
   const Call* Find(const std::wstring& name) const;  // null: there is no such call
@@ -75,17 +90,18 @@ class ScriptedCalls {
   std::vector<Call> calls_;
 };
 
-template <typename Perform>
-HRESULT ScriptedCalls::Answered(const std::wstring& name, const std::wstring& arguments, HRESULT refusal, Perform perform) const {
+template <typename Kind, typename Perform>
+typename Kind::Result ScriptedCalls::Answered(const std::wstring& name, const std::wstring& arguments,
+                                              typename Kind::Result refusal, Perform perform) const {
   try {
     const NamedLock lock(lock_name_);
-    if (!lock.held()) return HRESULT_FROM_WIN32(WAIT_TIMEOUT);
-    HRESULT result = refusal;
-    if (SUCCEEDED(refusal)) {
+    if (!lock.held()) return Kind::OwnTrouble(WAIT_TIMEOUT);
+    typename Kind::Result result = refusal;
+    if (!Kind::Failed(refusal)) {
       const Answer answer = Take(name);
-      result = answer.code.value_or(S_OK);
-      if (SUCCEEDED(result)) {
-        const HRESULT performed = perform(answer);
+      result = static_cast<typename Kind::Result>(answer.code.value_or(0));
+      if (!Kind::Failed(result)) {
+        const typename Kind::Result performed = perform(answer);
         if (!answer.code) result = performed;
       }
     }
@@ -94,9 +110,9 @@ HRESULT ScriptedCalls::Answered(const std::wstring& name, const std::wstring& ar
     Append(name + L"(" + arguments + L") = " + code);
     return result;
   } catch (const exceptions::error& error) {
-    return HRESULT_FROM_WIN32(error.code());
+    return Kind::OwnTrouble(error.code());
   } catch (...) {
-    return E_UNEXPECTED;
+    return Kind::OwnTrouble(ERROR_GEN_FAILURE);
   }
 }
 

@@ -43,6 +43,7 @@ class PartialServices : public IWbemServices {
 
 class PartialObject : public IWbemClassObject {
  public:
+  HRESULT __stdcall Get(LPCWSTR, LONG, VARIANT*, CIMTYPE*, LONG*) override { return E_NOTIMPL; }
   HRESULT __stdcall GetQualifierSet(IWbemQualifierSet**) override { return E_NOTIMPL; }
   HRESULT __stdcall Delete(LPCWSTR) override { return E_NOTIMPL; }
   HRESULT __stdcall GetNames(LPCWSTR, LONG, VARIANT*, SAFEARRAY**) override { return E_NOTIMPL; }

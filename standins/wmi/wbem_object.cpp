@@ -62,28 +62,6 @@ HRESULT __stdcall WbemObject::QueryInterface(REFIID iid, void** object) {
   return ComObject::QueryInterface(iid == kOwnObject ? IID_IWbemClassObject : iid, object);
 }
 
-HRESULT __stdcall WbemObject::Get(LPCWSTR name, LONG flags, VARIANT* value, CIMTYPE* type, LONG* flavor) {
-  if (!name || flags != 0) return WBEM_E_INVALID_PARAMETER;
-  const WmiProperty* const property = FindProperty(class_, name);
-  if (!property) return WBEM_E_NOT_FOUND;
-  if (type) *type = CimTypeOf(property->type);
-  if (flavor) *flavor = WBEM_FLAVOR_ORIGIN_LOCAL;
-  if (!value) return S_OK;
-  VariantInit(value);
-  V_VT(value) = VT_NULL;
-  const auto found = properties_.find(property->name);
-  if (found == properties_.end()) return S_OK;
-  if (const std::wstring* const text = std::get_if<std::wstring>(&found->second)) {
-    V_BSTR(value) = SysAllocString(text->c_str());
-    if (!V_BSTR(value)) return WBEM_E_OUT_OF_MEMORY;
-    V_VT(value) = VT_BSTR;
-  } else {
-    V_VT(value) = VT_BOOL;
-    V_BOOL(value) = std::get<bool>(found->second) ? VARIANT_TRUE : VARIANT_FALSE;
-  }
-  return S_OK;
-}
-
 HRESULT __stdcall WbemObject::Put(LPCWSTR name, LONG flags, VARIANT* value, CIMTYPE type) {
   if (!name) return WBEM_E_INVALID_PARAMETER;
   const WmiProperty* const property = FindProperty(class_, name);

@@ -24,7 +24,6 @@ class WbemObject final : public ComObject<PartialObject> {
   const WmiProperties& properties() const { return properties_; }
 
   HRESULT __stdcall QueryInterface(REFIID iid, void** object) override;
-  HRESULT __stdcall Get(LPCWSTR name, LONG flags, VARIANT* value, CIMTYPE* type, LONG* flavor) override;
   HRESULT __stdcall Put(LPCWSTR name, LONG flags, VARIANT* value, CIMTYPE type) override;
   HRESULT __stdcall SpawnInstance(LONG flags, IWbemClassObject** instance) override;
 

@@ -27,15 +27,14 @@ std::wstring Described(const WmiValue& value) {
   return std::get<bool>(value) ? L"true" : L"false";
 }
 
-void Show() {
-  std::vector<Words> rows = {{L"WMI namespace", L"Class", L"Property", L"Value"}};
+Table Rows() {
+  Table rows = {{L"WMI namespace", L"Class", L"Property", L"Value"}};
   for (const WmiInstance& instance : WmiInstances()) {
     for (const auto& [name, value] : instance.properties) {
       rows.push_back({instance.name_space, instance.class_name, name, Described(value)});
     }
   }
-  if (rows.size() == 1) rows.push_back({L"(no instances)", kNothing, kNothing, kNothing});
-  PrintTable(rows);
+  return rows;
 }
 
 }  // namespace
@@ -45,7 +44,8 @@ const Area& WmiArea() {
       .calls = &WmiCalls(),
       .install = &Install,
       .uninstall = &Uninstall,
-      .show = &Show,
+      .table = &Rows,
+      .key_cells = 3,
       .clear = &ClearWmi,
   };
   return area;

@@ -13,6 +13,7 @@ namespace crv::standins {
 namespace {
 
 constexpr wchar_t kLibrary[] = L"wscapi.dll";
+constexpr DWORD kListenerLimit = 10'000;           // ms
 constexpr wchar_t kAside[] = L"wscapi_aside.dll";  // the whole library while a variant lies in its place
 
 void MoveOver(const std::wstring& from, const std::wstring& to) {
@@ -58,6 +59,13 @@ void Notify(const Words& words) {
   if (!heard) PrintLine(L"nobody is registered for changes");
 }
 
+// Waits until somebody is registered.
+void AwaitListener(const Words&) {
+  for (const DWORD begin = GetTickCount(); !SomebodyListens(); Sleep(20)) {
+    if (GetTickCount() - begin >= kListenerLimit) throw exceptions::error(ERROR_TIMEOUT, "nobody registers for changes");
+  }
+}
+
 std::wstring DescribeLibrary() {
   const root::ScopedModule library(LoadLibraryExW(Beside(kLibrary).c_str(), nullptr, LOAD_WITH_ALTERED_SEARCH_PATH));
   if (!library) return L"cannot be loaded (error " + std::to_wstring(GetLastError()) + L")";
@@ -66,9 +74,9 @@ std::wstring DescribeLibrary() {
   return L"complete";
 }
 
-void Show() {
-  PrintTable({{L"Client library", L"Registered for changes"},
-              {kLibrary + (L" " + DescribeLibrary()), SomebodyListens() ? L"yes" : L"nobody"}});
+Table Rows() {
+  return {{L"Client library", L"Registered for changes"},
+          {kLibrary + (L" " + DescribeLibrary()), SomebodyListens() ? L"yes" : L"nobody"}};
 }
 
 void Clear() {
@@ -82,10 +90,11 @@ const Area& WscapiArea() {
   static const Area area = {
       .commands = {{L"changes", L"COUNT [MS]", L"notifies everybody who is registered for changes, spread over MS milliseconds",
                     1, 2, &Notify},
+                   {L"changes-awaited", L"", L"returns when somebody is registered for changes", 0, 0, &AwaitListener},
                    {L"changes-library", L"normal | without-register | without-unregister | broken",
                     L"which variant of wscapi.dll lies beside the host", 1, 1, &ReplaceLibrary}},
       .calls = &ChangesCalls(),
-      .show = &Show,
+      .table = &Rows,
       .clear = &Clear,
   };
   return area;

@@ -1,0 +1,17 @@
+// The commands by which the stand-ins are worked, as a person gives them to centre.exe and a program to this function: those of
+// every area and those that concern all areas.
+#pragma once
+
+#include <vector>
+
+#include "shared/area.h"
+
+namespace crv::standins {
+
+std::vector<Command> Commands();
+
+// Runs the command that the first word names. Throws UsageError for words that it does not understand, crv::exceptions::fatal for
+// a script that cannot be, and crv::exceptions::error for every other failure.
+void RunCommand(const Words& words);
+
+}  // namespace crv::standins

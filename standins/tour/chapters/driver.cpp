@@ -1,0 +1,61 @@
+// The suite's self-protection driver, which says whether the process is trusted that started the host.
+#include "tour/chapters/lines.h"
+
+namespace crv::standins::tour {
+
+std::vector<Chapter> DriverChapters() {
+  return {
+      {"driver",
+       "The self-protection driver",
+       "One that does not trust the process that started the host: nothing is done, the result is 5. No answer counts as trust.",
+       "win10",
+       {{.before = {"driver start", "driver distrust"},
+         .request = "/svc /register /antivirus",
+         .result = 5,
+         .log = logs::Failed("not trusted start, parent pid: {tour}", "0x00000005"),
+         .leaves = {"loaded | 0 (not trusted) | 1 | {tour} | 0"}},
+        {.says = "it is asked before the request is read",
+         .request = "/svc",
+         .result = 5,
+         .log = logs::Failed("not trusted start, parent pid: {tour}", "0x00000005"),
+         .leaves = {"loaded | 0 (not trusted) | 2 | {tour} | 0"}},
+        {.says = "the other modes do not ask",
+         .request = "/as",
+         .result = 0xffffffff,
+         .log = logs::Failed("unsupported cmdline options: \"{host}\" /as", "0xffffffff")},
+        {.says = "a plain yes",
+         .before = {"driver trust"},
+         .request = "/svc /register /antivirus",
+         .log = logs::Register(kAv),
+         .calls = asks::Register(kAv),
+         .leaves = {"anti-virus | Corvid Antivirus | \u2014 | \u2014 | {host}", "loaded | 1 (trusted) | 3 | {tour} | 0",
+                    "IWscAVStatus | Corvid Antivirus"}},
+        {.says = "every number but 0 is a yes",
+         .before = {"driver answer 7"},
+         .request = "/svc /unregister /antivirus",
+         .log = logs::Unregister(kAv),
+         .calls = asks::Unregister(kAv),
+         .leaves = {"anti-virus | (not registered)", "loaded | 7 (trusted) | 4 | {tour} | 0"}},
+        {.says = "too few bytes, though they say no",
+         .before = {"driver short"},
+         .request = "/svc /register /antivirus",
+         .log = logs::Register(kAv),
+         .calls = asks::Register(kAv),
+         .leaves = {"anti-virus | Corvid Antivirus | \u2014 | \u2014 | {host}",
+                    "loaded | 2 bytes of 4 (not trusted) | 5 | {tour} | 0"}},
+        {.says = "the query fails",
+         .before = {"driver fail 0xc0000022"},
+         .request = "/svc /unregister /antivirus",
+         .log = logs::Unregister(kAv),
+         .calls = asks::Unregister(kAv),
+         .leaves = {"anti-virus | (not registered)", "loaded | fails with 0xc0000022 | 6 | {tour} | 0"}},
+        {.says = "there is no driver",
+         .before = {"driver remove"},
+         .request = "/svc /register /antivirus",
+         .log = logs::Register(kAv),
+         .calls = asks::Register(kAv),
+         .leaves = {"anti-virus | Corvid Antivirus | \u2014 | \u2014 | {host}"}}}},
+  };
+}
+
+}  // namespace crv::standins::tour

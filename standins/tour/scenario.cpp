@@ -1,0 +1,20 @@
+#include "tour/scenario.h"
+
+#include <iterator>
+
+namespace crv::standins::tour {
+
+const std::vector<Chapter>& Chapters() {
+  static const std::vector<Chapter> chapters = [] {
+    std::vector<Chapter> all;
+    for (auto* const group : {&ProductChapters, &RequestChapters, &ActionChapters, &UpdateChapters, &SystemChapters,
+                              &LegacyChapters, &DriverChapters, &CrashChapters}) {
+      std::vector<Chapter> some = group();
+      std::move(some.begin(), some.end(), std::back_inserter(all));
+    }
+    return all;
+  }();
+  return chapters;
+}
+
+}  // namespace crv::standins::tour

@@ -1,0 +1,74 @@
+// What the tour shows: chapters of steps as data. A step is one process of the suite and everything that it must leave. What a
+// step does not announce must not come, so every list is complete and in its order.
+//
+// In the lists "*" stands for any text, and a few names for what differs between machines and runs: {host}, the full path of
+// wsc_proxy.exe; {suite}, its folder; {log}, the log's; {tour}, the process id of the tour, which starts everything; {version},
+// the file version of wsc.dll.
+#pragma once
+
+#include <windows.h>
+
+#include <string>
+#include <vector>
+
+namespace crv::standins::tour {
+
+using Lines = std::vector<std::string>;  // UTF-8
+
+// What surrounds the announced lines of the log.
+enum class Frame {
+  host,     // the crash guard is installed, "wsc started" with the command line; at the end the guard is uninstalled
+  crashed,  // the same of a host that does not come to its end
+  none,
+};
+
+// A minidump that is called unp*.mdmp.
+struct Dump {
+  DWORD exception;
+  std::string comment = {};
+  std::string stopped = {};  // "function at file:line", a regular expression that the debuggers must find; empty: nobody looks
+};
+
+struct Step {
+  std::string says = {};      // to the reader
+  Lines before = {};          // commands, as they are given to centre.exe
+  std::string request = {};   // what stands behind wsc_proxy.exe
+  std::string crash = {};     // or, when this is not empty, the case of crasher.exe
+  Lines meanwhile = {};       // commands while the process waits; it must not end before the last one
+  DWORD result = 0;           // its whole exit code
+  Frame frame = Frame::host;  // of the log
+  Lines log = {};             // "level tag: text"
+  Lines calls = {};           // what the stand-ins were asked, area by area; an answer other than 0 stands behind " = "
+  Lines leaves = {};          // the rows of the stand-ins' tables that are new or changed, as "cell | cell"; "name | gone"
+  std::vector<Dump> dumps = {};
+};
+
+struct Chapter {
+  std::string name;  // for the command line
+  std::string title;
+  std::string tells;
+  std::string windows;  // which Windows the host believes to run on
+  std::vector<Step> steps;
+};
+
+// A chapter begins on a clean machine: `centre clear`, then `centre windows VERSION`.
+const std::vector<Chapter>& Chapters();
+
+// The chapters, by the file that they are in.
+std::vector<Chapter> ProductChapters();
+std::vector<Chapter> RequestChapters();
+std::vector<Chapter> ActionChapters();
+std::vector<Chapter> UpdateChapters();
+std::vector<Chapter> SystemChapters();
+std::vector<Chapter> LegacyChapters();
+std::vector<Chapter> DriverChapters();
+std::vector<Chapter> CrashChapters();
+
+// Several lists as one.
+template <typename... More>
+Lines Joined(Lines lines, const More&... more) {
+  (lines.insert(lines.end(), more.begin(), more.end()), ...);
+  return lines;
+}
+
+}  // namespace crv::standins::tour
