@@ -19,7 +19,7 @@
 namespace crv::standins::tour {
 namespace {
 
-constexpr DWORD kLongestStep = 60'000;  // ms; the longest one writes three dumps, each some seconds under Wine
+constexpr DWORD kLongestStep = 120'000;  // ms; the longest one writes three dumps, each some seconds under Wine
 
 // One of the commands, as a person types it behind "centre".
 void RunLine(const std::string& line) {
