@@ -5,6 +5,7 @@ INSTALLED = ["info CrashGuard global exception handler installed",
              "info CrashGuard initialized successfully, external dumping enabled"]
 INSTALLED_ALONE = [INSTALLED[0], "info CrashGuard initialized successfully, only internal dumping available"]
 TWICE = ["warning Attempting to install crashguard twice, ignored."]
+IGNORED = ["debug Exception was already dumped, ignoring..."]
 LIMITED = ["debug CrashHandler dump limit reached."]
 UNINSTALLED = ["info CrashGuard global exception handler uninstalled"]
 ENTERED = ["debug Entering TopLevelExceptionFilter..."]
@@ -49,6 +50,7 @@ class Case:
 
 
 WRITE = r"crasher::WriteToNull.* at faults\.cpp"
+THROWING = r"(ThrowFatal|FourFatals|UncaughtFatal).* at faults\.cpp"
 MISSING = "/dumper:C:\\nowhere"
 FALLBACK = [WAY_OUT, failed(7), created(AV)]
 
@@ -68,6 +70,13 @@ CASES = [
     Case("stack overflow, in-process", f"stack-overflow {MISSING}", {0, 0xC00000FD},
          INSTALLED_ALONE + [WAY_OUT, failed(7), created(0xC00000FD)], [IN_PROCESS], 0xC00000FD, r"FillStack.* at faults\.cpp",
          "install 1"),
+    Case("stack overflow, a log library and a handler that raise", f"stack-overflow /log:raises /handler:raises {MISSING}",
+         {0, 0xC00000FD}, INSTALLED_ALONE + [WAY_OUT, failed(7), created(0xC00000FD)], [IN_PROCESS], 0xC00000FD,
+         r"FillStack.* at faults\.cpp", "install 1\nthe handler went on"),
+    Case("stack overflow, a crash in the log library", "stack-overflow /log:faults", {0, 0xC00000FD}, INSTALLED, [BY_DUMPER],
+         0xC00000FD, r"FillStack.* at faults\.cpp"),
+    Case("stack overflow, a crash in an event handler", "stack-overflow /handler:faults", {0, 0xC00000FD}, INSTALLED + [SEH],
+         [BY_DUMPER], 0xC00000FD, r"FillStack.* at faults\.cpp"),
     Case("abort", "abort", FATAL_EXIT, INSTALLED + ENTERED + [created(FATAL_EXIT)], [BY_DUMPER], FATAL_EXIT, r"Abort.* at faults\.cpp"),
     Case("uncaught C++ exception", "uncaught", THROWN, INSTALLED + ENTERED + [created(THROWN)], [BY_DUMPER], THROWN,
          r"(ThrowUncaught|UncaughtException).* at faults\.cpp"),
@@ -76,10 +85,13 @@ CASES = [
     Case("a second thread crashes meanwhile", "two-threads", AV,
          INSTALLED + ENTERED + [created(AV)] + ENTERED + ["error Multiple calls to TopLevelExceptionFilter detected."], [BY_DUMPER],
          function=WRITE),
-    Case("a crash in an event handler", "in-handler", AV, INSTALLED + ENTERED + [SEH], [BY_DUMPER], function=WRITE),
-    Case("a crash in an event handler, in-process", f"in-handler {MISSING}", AV,
+    Case("a crash in an event handler", "access-violation /handler:faults", AV, INSTALLED + ENTERED + [SEH], [BY_DUMPER], function=WRITE),
+    Case("a crash in an event handler, in-process", f"access-violation /handler:faults {MISSING}", AV,
          INSTALLED_ALONE + ENTERED + [WAY_OUT, failed(7), SEH], [IN_PROCESS], function=WRITE, printed="install 1"),
-    Case("an event handler that throws", "throwing-handler", AV, INSTALLED + ENTERED + [SEH], [BY_DUMPER], function=WRITE),
+    Case("an event handler that throws", "access-violation /handler:throws", AV, INSTALLED + ENTERED + [SEH], [BY_DUMPER], function=WRITE),
+    Case("a crash in the log library", "access-violation /log:faults", AV, INSTALLED, [BY_DUMPER], function=WRITE),
+    Case("a crash in the log library, in-process", f"access-violation /log:faults {MISSING}", AV, INSTALLED_ALONE, [IN_PROCESS],
+         function=WRITE, printed="install 1"),
     Case("a crash in a writer that nobody guards", "in-writer", AV, INSTALLED + ENTERED + [BUSY, failed(8), BUSY], [IN_PROCESS],
          exception=False, name_of_dump="asked.mdmp"),
     Case("the dumper is missing", f"access-violation {MISSING}", AV, INSTALLED_ALONE + ENTERED + FALLBACK, [IN_PROCESS],
@@ -90,6 +102,10 @@ CASES = [
          [BY_DUMPER, IN_PROCESS], function=WRITE, centre=["dumper", "write", "3"]),
     Case("the dumper crashes", "access-violation", AV, INSTALLED + ENTERED + [failed(-1073741819), created(AV)], [IN_PROCESS],
          function=WRITE, centre=["dumper", "crash"]),
+    Case("the dumper hangs and is ended", "dumper-ended", AV, INSTALLED + ENTERED + [failed(9), created(AV)], [IN_PROCESS], function=WRITE,
+         centre=["dumper", "hang"]),
+    Case("a run of the module ends meanwhile", "run-ends", AV, INSTALLED + ENTERED + TWICE + [created(AV)], [BY_DUMPER],
+         printed="install 0\nrun came back after the dump", function=WRITE, own_folder=False),
     Case("the dump folder was removed", "folder-removed", AV, INSTALLED + ENTERED + [created(AV)], [BY_DUMPER], function=WRITE,
          below="removed/deeper"),
     Case("no dump file can be created", f"file-refused {MISSING}", AV, INSTALLED_ALONE + ENTERED + [WAY_OUT, failed(7)], [],
@@ -101,19 +117,27 @@ CASES = [
          printed="install 0\nreplaced 1\nother filter"),
     Case("wsc.dll is freed", "unloaded", AV, INSTALLED + UNINSTALLED, [],
          printed="run 0x00000000\nloaded 0\nprevious 1\nother filter", own_folder=False),
+    Case("wsc.dll is freed, and a supervisor holds it", "unloaded /signal", 0x5B4, INSTALLED, [], printed="run 0x00000000\nheld",
+         own_folder=False, handled=True),
     Case("wsc.dll without a thread-local slot", "no-slot", 0, INSTALLED + [created(THROWN)] + UNINSTALLED, [OF_THROW], THROWN,
          printed="run 0x00000057", own_folder=False),
     Case("four runs of wsc.dll with wrong requests", "four-runs", 0,
          INSTALLED + [created(THROWN)] + (TWICE + [created(THROWN)]) * 2 + TWICE + LIMITED + UNINSTALLED, [OF_THROW] * 3, THROWN,
          printed="run 0x000000a0\n" * 4 + "error mode 0x8003", own_folder=False),
+    Case("a fatal error that nobody catches", "uncaught-fatal /limit:1", THROWN, INSTALLED + [created(THROWN)] + ENTERED + IGNORED,
+         [OF_THROW], THROWN, THROWING, printed="install 0\nwritten\nwine: Unhandled"),
+    Case("a fatal error that nobody catches, beyond the limit", "uncaught-fatal /limit:0", THROWN,
+         INSTALLED + LIMITED + ENTERED + [created(THROWN)], [BY_DUMPER], THROWN, THROWING,
+         printed="install 0\nwritten\nfatal written\nwine: Unhandled"),
+    Case("a caught fatal error and another one that nobody catches", "two-fatals /limit:1", THROWN,
+         INSTALLED + [created(THROWN)] + LIMITED + ENTERED + [created(THROWN)], [OF_THROW, BY_DUMPER], THROWN, THROWING),
     Case("no crash", "none", 0, INSTALLED + UNINSTALLED, []),
     Case("no crash, and a supervisor that holds the end", "none /signal", 0x5B4, INSTALLED, [], printed="install 0\nheld", handled=True),
     Case("the same context twice", "microsoft-fatal", THROWN,
-         INSTALLED + [created(THROWN)] + ENTERED + ["debug Exception was already dumped, ignoring..."], [OF_THROW], THROWN,
+         INSTALLED + [created(THROWN)] + ENTERED + IGNORED, [OF_THROW], THROWN,
          r"MicrosoftFatal.* at faults\.cpp"),
     Case("four fatal errors with a limit of three", "four-fatals", 0,
-         INSTALLED + [created(THROWN)] * 3 + LIMITED + UNINSTALLED, [OF_THROW] * 3, THROWN,
-         r"(ThrowFatal|FourFatals).* at faults\.cpp"),
+         INSTALLED + [created(THROWN)] * 3 + LIMITED + UNINSTALLED, [OF_THROW] * 3, THROWN, THROWING),
     Case("fatal errors without the vectored handler", "four-fatals /flags:201", 0, INSTALLED + UNINSTALLED, []),
     Case("a service account", "access-violation /pretend:service", AV, INSTALLED + ENTERED + [created(AV)], [BY_DUMPER], function=WRITE,
          handled=True),

@@ -78,7 +78,7 @@ class Runner:
         if not ended or int(ended[2], 16) not in exits or "hung" in output:
             yield f"the exit code had to be {', '.join(f'0x{code:08x}' for code in exits)}:\n{output}"
             return
-        if case.printed not in output:
+        if case.printed not in output or ("other filter" in output) != ("other filter" in case.printed):
             yield f"it had to print {case.printed!r}:\n{output}"
         if ("Unhandled" in output) == (case.handled or case.exit == 0):
             yield f"the system's own crash handling must {'not ' if case.handled or case.exit == 0 else ''}be reached:\n{output}"

@@ -10,6 +10,7 @@
 #include "crashguard/exception_filters.h"
 #include "crashguard/exit_signal.h"
 #include "crashguard/guard_log.h"
+#include "root/proc_address.h"
 
 namespace crv::crashguard {
 namespace {
@@ -20,8 +21,11 @@ constexpr std::int32_t kUsualFullDumpDivisor = 256;
 // The same for the life of the process, different in others.
 std::int32_t MakeSampleKey() {
   UUID uuid = {};
-  UuidCreate(&uuid);
-  return static_cast<std::int32_t>(uuid.Data1);
+  const RPC_STATUS status = UuidCreate(&uuid);
+  if (status == RPC_S_OK || status == RPC_S_UUID_LOCAL_ONLY) return static_cast<std::int32_t>(uuid.Data1);
+  LARGE_INTEGER counter = {};
+  QueryPerformanceCounter(&counter);
+  return static_cast<std::int32_t>(counter.LowPart);
 }
 
 bool IsFolder(const std::wstring& path) {
@@ -63,12 +67,13 @@ CrashHandler::~CrashHandler() {
   DeleteCriticalSection(&lock_);
 }
 
-void CrashHandler::SetDumpFolder(const std::wstring& folder) {
-  std::wstring copy(folder);
+void CrashHandler::SetPath(std::wstring& path, std::wstring value) {
   EnterCriticalSection(&lock_);
-  dump_folder_.swap(copy);
+  path.swap(value);
   LeaveCriticalSection(&lock_);
 }
+
+void CrashHandler::SetDumpFolder(const std::wstring& folder) { SetPath(dump_folder_, folder); }
 
 std::int32_t CrashHandler::SetFullDumpRatio(std::int32_t divisor) { return full_dump_divisor_.exchange(divisor); }
 
@@ -102,14 +107,15 @@ std::uint32_t CrashHandler::InstallAfterMark(const std::wstring& dump_folder, co
   std::wstring folder = dumper_folder.empty() ? HostFolder() : dumper_folder;
   if (folder.empty()) return install_status::kNoHostName;
   if (folder.back() != L'\\') folder += L'\\';
-  dumper_path_ = folder + kDumperFile;
+  const std::wstring dumper = folder + kDumperFile;
+  SetPath(dumper_path_, dumper);
 
   std::atexit(&CrashSignalAtExit);
   if (!InstallGlobalHandler(flags)) {
     Record([] { log::Error(tag, "Failed to install crash hooks"); });
     return install_status::kHooksFailed;
   }
-  if (IsFile(dumper_path_)) {
+  if (IsFile(dumper)) {
     Record([] { log::Info(tag, "CrashGuard initialized successfully, external dumping enabled"); });
     return install_status::kInstalled;
   }
@@ -119,7 +125,8 @@ std::uint32_t CrashHandler::InstallAfterMark(const std::wstring& dump_folder, co
 
 bool CrashHandler::InstallGlobalHandler(std::uint32_t flags) {
   bool result = true;
-  ctrl_routine_ = reinterpret_cast<std::uintptr_t>(GetProcAddress(GetModuleHandleW(L"kernel32.dll"), "CtrlRoutine"));
+  ctrl_routine_ =
+      reinterpret_cast<std::uintptr_t>(root::FindFunction<DWORD WINAPI(void*)>(GetModuleHandleW(L"kernel32.dll"), "CtrlRoutine"));
   if (!ctrl_routine_) Record([] { log::Error(tag, "Failed to get address of CtrlRoutine"); });
 
   if (global_handler_installed_) {

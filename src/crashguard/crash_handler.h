@@ -7,6 +7,7 @@
 #include <windows.h>
 #include <dbghelp.h>
 
+#include <array>
 #include <atomic>
 #include <cstdint>
 #include <memory>
@@ -19,6 +20,8 @@
 namespace crv::crashguard {
 
 inline constexpr wchar_t kDumperFile[] = L"cvDump32.exe";
+
+class CrashGuardModule;
 
 class CrashHandler {
  public:
@@ -39,7 +42,8 @@ class CrashHandler {
                                   const wchar_t* dumper_folder);
 
   // A dump unless there is a reason against one: external first, in-process when that fails. A `counted` dump uses up the dump
-  // limit. A context that equals the last one dumped is not dumped again. Answers a dump_status.
+  // limit. What is dumped already is not dumped again: a context that equals the last one, and a fatal error whose throw was
+  // dumped when it comes back because nobody caught it. Answers a dump_status.
   std::uint32_t WriteDump(EXCEPTION_POINTERS* exception, bool counted, const wchar_t* comment) noexcept;
 
   // From now on every dump is one of a fatal crash.
@@ -54,16 +58,24 @@ class CrashHandler {
   static constexpr std::size_t kPathSize = 261;   // characters, the terminating NUL included
   static constexpr std::size_t kPathLimit = 260;  // of the texts that make up a dump path
   static constexpr std::size_t kCommandLineSize = 3072;
+  static constexpr std::size_t kCommentSize = 2304;  // for any comment that the dumper would take, too
+  static constexpr std::size_t kKnownThrows = 16;    // dumps of thrown objects that are remembered
 
   std::uint32_t InstallAfterMark(const std::wstring& dump_folder, const std::wstring& dumper_folder, std::uint32_t flags);
+  void SetPath(std::wstring& path, std::wstring value);
   bool InstallGlobalHandler(std::uint32_t flags);
   bool UninstallGlobalHandler();
 
-  void BuildDumpPath(const wchar_t* file_name);
-  bool BuildDumperPath(const wchar_t* dumper_folder);
+  std::uint32_t WriteGuarded(EXCEPTION_POINTERS* exception, const wchar_t* comment);
+  bool IsDumped(const EXCEPTION_POINTERS& exception, ULONG_PTR fatal_again) const;
+  void ForgetThrow(ULONG_PTR object);
+  void RememberThrow(ULONG_PTR object);
+  [[nodiscard]] bool BuildDumpPath(const wchar_t* file_name);
+  [[nodiscard]] bool BuildDumperPath(const wchar_t* dumper_folder);
   bool IsFullDumpHandler() const;
   std::uint32_t StartDumperAndWait(Writer& writer);
   std::uint32_t WriteDumpFile(EXCEPTION_POINTERS* exception, const wchar_t* comment);
+  std::uint32_t WriteDumpFileWith(EXCEPTION_POINTERS* exception, wchar_t* text);
   void RaiseEvents();
   void CloseDumper();
   LONG LockDepth() const;
@@ -82,19 +94,27 @@ class CrashHandler {
   std::atomic<bool> writing_ = false;
   std::atomic<std::int32_t> dumps_left_ = 0;
   std::int32_t sample_key_;
-  std::wstring dumper_path_;
-  std::wstring dump_folder_;
   const DumpLibrary dump_library_;
   CRITICAL_SECTION lock_;  // held by the writers
+
+  // The thrown objects whose dumps were written; the oldest goes first.
+  std::array<std::atomic<ULONG_PTR>, kKnownThrows> known_throws_ = {};
+  std::atomic<std::uint32_t> next_known_throw_ = 0;
+
+  // Under the lock.
+  std::wstring dumper_path_;
+  std::wstring dump_folder_;
 
   // The writers' own, under the lock.
   wchar_t path_[kPathSize] = {};
   wchar_t file_name_[kPathSize] = {};
   wchar_t dumper_[kPathSize] = {};
   wchar_t command_line_[kCommandLineSize] = {};
+  wchar_t comment_[kCommentSize] = {};
   STARTUPINFOW startup_ = {};
   PROCESS_INFORMATION dumper_process_ = {};
   HANDLE dump_file_ = INVALID_HANDLE_VALUE;
+  std::shared_ptr<CrashGuardModule> raising_;  // keeps the module while its handlers are called
 };
 
 }  // namespace crv::crashguard

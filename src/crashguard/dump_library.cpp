@@ -4,6 +4,7 @@
 
 #include "base/exceptions.h"
 #include "instup/common_os.h"
+#include "root/proc_address.h"
 
 namespace crv::crashguard {
 namespace {
@@ -40,9 +41,7 @@ DumpLibrary::DumpLibrary() {
     module_.reset(LoadLibraryExW(path.c_str(), nullptr, LOAD_WITH_ALTERED_SEARCH_PATH));
   }
   if (!module_) module_.reset(LoadLibraryW(kLibrary));
-  if (module_) {
-    write_ = reinterpret_cast<decltype(write_)>(reinterpret_cast<void*>(GetProcAddress(module_.get(), "MiniDumpWriteDump")));
-  }
+  write_ = root::FindFunction<decltype(MiniDumpWriteDump)>(module_.get(), "MiniDumpWriteDump");
   if (!write_) throw exceptions::error(kProcNotFound, "Failed to bind with dbghelp!MiniDumpWriteDump");
 }
 

@@ -68,7 +68,7 @@ bool RepairRelocatedCtrlRoutine(EXCEPTION_POINTERS& exception, std::uintptr_t ct
   if (exception.ExceptionRecord->ExceptionCode != static_cast<DWORD>(EXCEPTION_ACCESS_VIOLATION)) return false;
   DWORD argument = 0;
   const auto* const place = reinterpret_cast<const volatile DWORD*>(exception.ContextRecord->Esp + sizeof(DWORD));
-  if (platform::Guarded([&] { argument = *place; }) != 0) return false;
+  if (platform::Guarded([&] { argument = *place; })) return false;
   if (argument - kMarkedCode > kLastCode) return false;
   Record([] { log::Warning(tag, "Warning: Relocated kernel32 detected."); });
   exception.ContextRecord->Eip = ctrl_routine;
@@ -133,6 +133,8 @@ LONG WINAPI TopLevelExceptionFilter(EXCEPTION_POINTERS* exception) {
   return crash.answer;
 }
 
+void AwaitFilter() { const FilterEntry entry; }
+
 LONG WINAPI VectoredExceptionHandler(EXCEPTION_POINTERS* exception) {
   platform::ClearDirectionFlag();
   const DWORD last_error = GetLastError();  // the interrupted code's, which asking for a slot already changes
@@ -140,7 +142,8 @@ LONG WINAPI VectoredExceptionHandler(EXCEPTION_POINTERS* exception) {
     SetLastError(last_error);
     return EXCEPTION_CONTINUE_SEARCH;
   }
-  if (IsFatalException(*exception->ExceptionRecord)) {
+  const EXCEPTION_RECORD& record = *exception->ExceptionRecord;
+  if (IsFatalException(record) && !IsUncaughtAgain(record)) {
     if (const std::shared_ptr<CrashGuardModule> module = FindCrashGuardModule()) {
       module->handler().WriteDump(exception, true, L"Cause: VectoredExceptionHandler");
     }

@@ -11,8 +11,12 @@ namespace crv::crashguard {
 // that the system started at another process's address of kernel32!CtrlRoutine is repaired instead and goes on.
 LONG WINAPI TopLevelExceptionFilter(EXCEPTION_POINTERS* exception);
 
-// Sees every exception before its handlers do and dumps throws of crv::exceptions::fatal, within the dump limit. Never stops the
-// search; exceptions raised while it works on the same thread are left alone.
+// Sees every exception before its handlers do and dumps throws of crv::exceptions::fatal, within the dump limit. The raise of one
+// that nobody caught is left to the filter. Never stops the search; exceptions raised while it works on the same thread are left
+// alone.
 LONG WINAPI VectoredExceptionHandler(EXCEPTION_POINTERS* exception);
+
+// Comes back when no other thread is in the filter: what ends the process calls it, so that another thread's dump is not lost.
+void AwaitFilter();
 
 }  // namespace crv::crashguard

@@ -21,36 +21,38 @@ const wchar_t* CheckedComment(const wchar_t* comment) {
   return comment;
 }
 
+void RecordNoExitCode(DWORD error) {
+  Record([&] { log::Error(tag, "Failed to get exit code from dumper process, error: %d", static_cast<int>(error)); });
+}
+
 }  // namespace
 
 std::uint32_t CrashHandler::WriteDumpExternal(EXCEPTION_POINTERS* exception, const wchar_t* file_name, const wchar_t* comment,
                                               const wchar_t* dumper_folder) {
   Writer writer(*this);
   if (!writer) return dump_status::kRefused;
-  BuildDumpPath(file_name);
+  if (!BuildDumpPath(file_name)) return dump_status::kNoFile;
   if (!BuildDumperPath(dumper_folder)) {
     Record([] { log::Error(tag, "Process dumper filename was not set"); });
     return dump_status::kNoDumper;
   }
-  platform::swprintf_s(command_line_, kCommandLineSize,
-                       L"\"%s\" --pid %d --exception_ptr %p --thread_id %d --dump_level %d --dump_file \"%s\" --comment \"%s\"",
-                       dumper_, static_cast<int>(GetCurrentProcessId()), static_cast<void*>(exception),
-                       static_cast<int>(GetCurrentThreadId()), IsFullDumpHandler() ? 1 : 0, path_, CheckedComment(comment));
-  return StartDumperAndWait(writer);
+  const bool fits = platform::swprintf_s(
+      command_line_, kCommandLineSize,
+      L"\"%s\" --pid %d --exception_ptr %p --thread_id %d --dump_level %d --dump_file \"%s\" --comment \"%s\"", dumper_,
+      static_cast<int>(GetCurrentProcessId()), static_cast<void*>(exception), static_cast<int>(GetCurrentThreadId()),
+      IsFullDumpHandler() ? 1 : 0, path_, CheckedComment(comment));
+  return fits ? StartDumperAndWait(writer) : dump_status::kNotStarted;
 }
 
-// False when no dumper is known.
+// False when no dumper is known, or its path does not fit: without the folder it would be one of the current folder.
 bool CrashHandler::BuildDumperPath(const wchar_t* dumper_folder) {
   if (!dumper_folder) {
-    if (dumper_path_.empty()) return false;
-    platform::wcscpy_s(dumper_, kPathSize, dumper_path_.c_str());
-    return true;
+    return !dumper_path_.empty() && platform::wcscpy_s(dumper_, kPathSize, dumper_path_.c_str());
   }
-  platform::wcscpy_s(dumper_, kPathSize, dumper_folder);
+  if (!platform::wcscpy_s(dumper_, kPathSize, dumper_folder)) return false;
   const std::size_t length = std::wcslen(dumper_);
-  if (length > 0 && dumper_[length - 1] != L'\\') platform::wcscat_s(dumper_, kPathSize, L"\\");
-  platform::wcscat_s(dumper_, kPathSize, kDumperFile);
-  return true;
+  if (length > 0 && dumper_[length - 1] != L'\\' && !platform::wcscat_s(dumper_, kPathSize, L"\\")) return false;
+  return platform::wcscat_s(dumper_, kPathSize, kDumperFile);
 }
 
 std::uint32_t CrashHandler::StartDumperAndWait(Writer& writer) {
@@ -64,13 +66,17 @@ std::uint32_t CrashHandler::StartDumperAndWait(Writer& writer) {
         [&] { log::Error(tag, L"Failed to start process dumper at '%s' due to error: %d", dumper_, static_cast<int>(error)); });
     return dump_status::kNotStarted;
   }
-  WaitForSingleObject(dumper_process_.hProcess, INFINITE);
+  if (WaitForSingleObject(dumper_process_.hProcess, INFINITE) != WAIT_OBJECT_0) {
+    const DWORD error = GetLastError();
+    TerminateProcess(dumper_process_.hProcess, error);  // two writers at once would leave two dumps, one of them half
+    RecordNoExitCode(error);
+    return dump_status::kNotStarted;
+  }
   RaiseEvents();
   writer.EndWriting();
   DWORD exit_code = 0;
   if (!GetExitCodeProcess(dumper_process_.hProcess, &exit_code)) {
-    const DWORD error = GetLastError();
-    Record([&] { log::Error(tag, "Failed to get exit code from dumper process, error: %d", static_cast<int>(error)); });
+    RecordNoExitCode(GetLastError());
     return dump_status::kNotStarted;
   }
   return exit_code;

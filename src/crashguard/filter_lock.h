@@ -1,9 +1,10 @@
 // Keeps the process's unhandled-exception filter from being replaced: while locked, SetUnhandledExceptionFilter of kernel32
-// itself does nothing and returns null, whoever calls it. Nothing is unlocked by destruction. Throws nothing, logs nothing; for
-// one thread, and no other thread may be calling the function meanwhile.
+// itself does nothing and returns null, whoever calls it. Nothing is unlocked by destruction. Throws nothing, logs nothing. For one
+// thread; another one may call the function meanwhile, and finds it as it was or as it will be, but must not be inside.
 #pragma once
 
-#include <array>
+#include <cstdint>
+#include <optional>
 
 namespace crv::crashguard {
 
@@ -16,9 +17,7 @@ class FilterLock {
   void Unlock();
 
  private:
-  using Code = std::array<unsigned char, 8>;
-
-  Code saved_ = {};  // all zero: not locked
+  std::optional<std::int64_t> saved_;  // the code that was exchanged, while locked
 };
 
 }  // namespace crv::crashguard

@@ -8,13 +8,19 @@ namespace crv::crashguard {
 
 inline constexpr log::Tag tag("crashguard");
 
-// Runs `write`, which logs, and keeps back whatever it throws.
+// Runs `write`, which must not throw, and ends it if it faults. On the spare stack, too.
+void RunRecord(void (*write)(void* context), void* context) noexcept;
+
+// Runs `write`, which logs; whatever it throws, and a fault in it, stays here. After a fault what the log library held is lost.
 template <typename Write>
 void Record(Write write) noexcept {
-  try {
-    write();
-  } catch (...) {
-  }
+  const auto run = [](void* context) {
+    try {
+      (*static_cast<Write*>(context))();
+    } catch (...) {
+    }
+  };
+  RunRecord(run, &write);
 }
 
 }  // namespace crv::crashguard

@@ -32,8 +32,13 @@ bool IsFatalException(const EXCEPTION_RECORD& record) {
   if (!throw_info) return false;
   const ULONG_PTR base = record.NumberParameters > kImageBase ? record.ExceptionInformation[kImageBase] : 0;
   bool fatal = false;
-  const DWORD exception = Guarded([&] { fatal = IsNamedFatal(base, throw_info); });
-  return exception == 0 && fatal;
+  return !Guarded([&] { fatal = IsNamedFatal(base, throw_info); }) && fatal;
+}
+
+bool IsUncaughtAgain(const EXCEPTION_RECORD& record) {
+  DWORD attributes = 0;
+  const auto* const info = reinterpret_cast<const ThrowInfo*>(record.ExceptionInformation[kThrowInfo]);
+  return !Guarded([&] { attributes = info->attributes; }) && (attributes & kUncaught);
 }
 
 }  // namespace crv::crashguard

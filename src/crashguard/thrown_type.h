@@ -6,7 +6,11 @@
 
 namespace crv::crashguard {
 
-// Whether the record is the throw of a crv::exceptions::fatal (not of something derived from it).
-bool IsFatalException(const EXCEPTION_RECORD& record);
+// Whether the record is the throw of a crv::exceptions::fatal (not of something derived from it), or the raise that ends the
+// process when nobody caught it.
+[[nodiscard]] bool IsFatalException(const EXCEPTION_RECORD& record);
+
+// Whether the record, for which IsFatalException holds, is that last raise: the same exception once more.
+[[nodiscard]] bool IsUncaughtAgain(const EXCEPTION_RECORD& record);
 
 }  // namespace crv::crashguard

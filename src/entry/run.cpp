@@ -7,6 +7,7 @@
 #include "base/exceptions.h"
 #include "base/log.h"
 #include "crashguard/crash_guard.h"
+#include "crashguard/exception_filters.h"
 #include "entry/com_apartment.h"
 #include "entry/library_search.h"
 #include "entry/log_folder.h"
@@ -67,6 +68,11 @@ void RunBody(const wchar_t* text) {
   Dispatch(command_line, text);
 }
 
+// Ends the call when no other thread's crash is being dumped: the host may end the process at once.
+struct CrashWait {
+  ~CrashWait() { crashguard::AwaitFilter(); }
+};
+
 // A log library that fails here must not cost the host its result code.
 void LogFailure(const std::exception& failure) {
   try {
@@ -80,6 +86,7 @@ void LogFailure(const std::exception& failure) {
 
 extern "C" std::uint32_t __stdcall run(const wchar_t* command_line) {
   using namespace crv;
+  const wsc::CrashWait crash_wait;
   try {
     wsc::LeaveCurrentFolderOutOfLibrarySearch();  // before anything is loaded
     {

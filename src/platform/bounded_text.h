@@ -8,8 +8,8 @@
 
 namespace crv::platform {
 
-bool wcscpy_s(wchar_t* destination, std::size_t size, const wchar_t* text);
-bool wcscat_s(wchar_t* destination, std::size_t size, const wchar_t* text);
-bool swprintf_s(wchar_t* destination, std::size_t size, const wchar_t* format, ...);  // "%s" takes a wide text
+[[nodiscard]] bool wcscpy_s(wchar_t* destination, std::size_t size, const wchar_t* text);
+[[nodiscard]] bool wcscat_s(wchar_t* destination, std::size_t size, const wchar_t* text);
+[[nodiscard]] bool swprintf_s(wchar_t* destination, std::size_t size, const wchar_t* format, ...);  // "%s" takes a wide text
 
 }  // namespace crv::platform

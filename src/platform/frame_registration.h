@@ -23,11 +23,17 @@ inline void* HandlerChain() {
 }
 inline void SetHandlerChain(void* head) { asm volatile("movl %0, %%fs:0" ::"r"(head) : "memory"); }
 
-// Whether the place lies within what the system knows as the calling thread's stack, as handlers that it calls must.
-inline bool IsOnThreadStack(const void* place) {
-  const NT_TIB* thread;
+// The head of the calling thread's environment block.
+inline NT_TIB& ThreadBlock() {
+  NT_TIB* thread;
   asm("movl %%fs:0x18, %0" : "=r"(thread));
-  return place >= thread->StackLimit && place < thread->StackBase;
+  return *thread;
+}
+
+// Whether the place lies within what the system knows as the calling thread's stack. It asks only the handlers there.
+inline bool IsOnThreadStack(const void* place) {
+  const NT_TIB& thread = ThreadBlock();
+  return place >= thread.StackLimit && place < thread.StackBase;
 }
 
 struct FrameRegistration {

@@ -2,6 +2,8 @@
 
 #include <windows.h>
 
+#include "platform/frame_registration.h"
+
 namespace crv::platform {
 namespace {
 
@@ -15,7 +17,24 @@ alignas(kPage) unsigned char spare_stack[kSpareStackSize];
   return VirtualProtect(spare_stack, kPage, PAGE_NOACCESS, &protection) != FALSE;
 }();
 
+bool RunsOnSpareStack() {
+  const auto* const here = static_cast<const unsigned char*>(__builtin_frame_address(0));
+  return here >= spare_stack && here < spare_stack + kSpareStackSize;
+}
+
 }  // namespace
+
+KnownSpareStack::KnownSpareStack() : base_(ThreadBlock().StackBase), limit_(ThreadBlock().StackLimit) {
+  if (!RunsOnSpareStack()) return;
+  ThreadBlock().StackBase = spare_stack + kSpareStackSize;
+  ThreadBlock().StackLimit = spare_stack + kPage;
+}
+
+KnownSpareStack::~KnownSpareStack() {
+  if (!RunsOnSpareStack()) return;
+  ThreadBlock().StackBase = base_;
+  ThreadBlock().StackLimit = limit_;
+}
 
 __attribute__((noinline)) void RunOnSpareStack(void (*body)(void* context), void* context) {
   constexpr std::size_t kArgument = 16;  // bytes; keeps the stack aligned at the call

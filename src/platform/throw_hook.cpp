@@ -27,7 +27,7 @@ __attribute__((noinline)) void ShowThrow(void* object, const std::type_info& typ
   const ThrowRecord record(object, type);
   const ThrowFrame frame(&LetThrowGoOn, record);
   // On another stack than the thread's the system would not ask the frame, and end the process.
-  if (IsOnThreadStack(&frame)) record.Raise(0);
+  if (IsOnThreadStack(&frame)) record.Raise();
 }
 
 }  // namespace

@@ -25,7 +25,14 @@ ThrowRecord::ThrowRecord(void* object, const std::type_info& type) noexcept
   info_.types = Address(&array_);
 }
 
-void ThrowRecord::Raise(DWORD flags) const {
+void ThrowRecord::Raise() const { RaiseWith(0); }
+
+void ThrowRecord::RaiseUncaught() {
+  info_.attributes = kUncaught;
+  RaiseWith(EXCEPTION_NONCONTINUABLE);
+}
+
+void ThrowRecord::RaiseWith(DWORD flags) const {
   const ULONG_PTR parameters[kThrowParameters] = {kThrowMagic, reinterpret_cast<ULONG_PTR>(object_), Address(&info_)};
   RaiseException(kThrownObject, flags, kThrowParameters, parameters);
 }

@@ -34,6 +34,10 @@ struct CatchableTypeArray {
   DWORD types[1];  // CatchableType; the first one is the thrown type itself
 };
 
+// An attribute of our own, beside the few of Microsoft's compiler: the exception was thrown before and nobody caught it; this is
+// the raise that ends the process.
+inline constexpr DWORD kUncaught = 0x40000000;
+
 struct ThrowInfo {
   DWORD attributes;
   DWORD destroy;
@@ -50,13 +54,18 @@ class ThrowRecord {
   ThrowRecord(const ThrowRecord&) = delete;
   ThrowRecord& operator=(const ThrowRecord&) = delete;
 
-  // Raises the exception. Returns only when a handler lets the thread go on, which `flags` may forbid (EXCEPTION_NONCONTINUABLE).
-  void Raise(DWORD flags) const;
+  // Raises the exception for its throw; returns when a handler lets the thread go on.
+  void Raise() const;
+
+  // Raises it once more when nobody caught it, as kUncaught; no handler may let the thread go on.
+  void RaiseUncaught();
 
   // Whether the exception is the one that this record raises.
   bool RaisedAs(const EXCEPTION_RECORD& exception) const;
 
  private:
+  void RaiseWith(DWORD flags) const;
+
   TypeDescriptor descriptor_;
   CatchableType catchable_;
   CatchableTypeArray array_;

@@ -2,7 +2,7 @@
 // alike with exit code 3, and neither a vectored handler nor the unhandled-exception filter hears of it. Microsoft's runtime
 // raises a structured exception that nobody handles: the thrown object itself, or STATUS_FATAL_APP_EXIT. So does this, for the
 // image that it is linked into. The stack is still that of the throw. Vectored handlers see an uncaught throw twice: when it is
-// thrown, and here.
+// thrown, and here, marked as kUncaught.
 #include <windows.h>
 
 #include <csignal>
@@ -33,7 +33,7 @@ void* CurrentObject() {
 
 [[noreturn]] void EndWithUncaught() {
   if (const std::type_info* const type = abi::__cxa_current_exception_type()) {
-    ThrowRecord(CurrentObject(), *type).Raise(EXCEPTION_NONCONTINUABLE);
+    ThrowRecord(CurrentObject(), *type).RaiseUncaught();
     TerminateProcess(GetCurrentProcess(), kThrownObject);
   }
   EndWithFatalExit();

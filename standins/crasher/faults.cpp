@@ -1,12 +1,15 @@
 // One fault each, in a process that is guarded.
 #include <windows.h>
+#include <tlhelp32.h>
 
+#include <cstdio>
 #include <cstdlib>
 #include <stdexcept>
 #include <thread>
 
 #include "base/exceptions.h"
 #include "crasher/stage.h"
+#include "dumper/control.h"
 #include "installer/control.h"
 #include "entry/run.h"
 #include "platform/throw_record.h"
@@ -30,6 +33,25 @@ namespace {
 
 constexpr DWORD kSlowInstaller = 45'000;  // ms, in which the crash must be over
 constexpr DWORD kMoment = 300;            // ms, for another thread to get where it is going
+
+void Say(const char* text) {
+  std::puts(text);
+  std::fflush(stdout);
+}
+
+// Ends the dumper that this process started, with exit code 9.
+void EndDumper() {
+  PROCESSENTRY32W entry = {};
+  entry.dwSize = sizeof(entry);
+  const HANDLE processes = CreateToolhelp32Snapshot(TH32CS_SNAPPROCESS, 0);
+  for (BOOL more = Process32FirstW(processes, &entry); more; more = Process32NextW(processes, &entry)) {
+    if (entry.th32ParentProcessID != GetCurrentProcessId()) continue;
+    const HANDLE dumper = OpenProcess(PROCESS_TERMINATE, FALSE, entry.th32ProcessID);
+    TerminateProcess(dumper, 9);
+    CloseHandle(dumper);
+  }
+  CloseHandle(processes);
+}
 
 int AccessViolation(Stage&) {
   WriteToNull();
@@ -98,25 +120,31 @@ int TwoThreads(Stage& stage) {
   return 0;
 }
 
-int InEventHandler(Stage& stage) {
-  const auto connection = stage.guard->ConnectDumpWritten([] { WriteToNull(); });
-  WriteToNull();
-  return 0;
-}
-
 // A handler that crashes while nobody guards the writer.
 int InWriter(Stage& stage) {
   const auto connection = stage.guard->ConnectDumpWritten([] { WriteToNull(); });
   return static_cast<int>(stage.guard->WriteDumpInternal(nullptr, L"asked.mdmp", nullptr));
 }
 
-int ThrowingHandler(Stage& stage) {
-  const auto connection = stage.guard->ConnectDumpWritten([] { throw std::runtime_error("from a handler"); });
-  WriteToNull();
+[[gnu::noinline]] void ThrowFatal(int number) { throw exceptions::fatal(87, "number %d", number); }
+
+// The events are told on the way: an uncaught fatal error is one exception, raised twice.
+int UncaughtFatal(Stage& stage) {
+  const auto written = stage.guard->ConnectDumpWritten([] { Say("written"); });
+  const auto fatal = stage.guard->ConnectFatalDumpWritten([] { Say("fatal written"); });
+  ThrowFatal(0);
   return 0;
 }
 
-[[gnu::noinline]] void ThrowFatal(int number) { throw exceptions::fatal(87, "number %d", number); }
+// Where a caught one was dumped and freed, the next one may lie, and is another one.
+int CaughtAndUncaughtFatal(Stage& stage) {
+  try {
+    ThrowFatal(0);
+  } catch (const exceptions::fatal& caught) {
+    std::printf("%p\n", static_cast<const void*>(&caught));
+  }
+  return UncaughtFatal(stage);
+}
 
 int FourFatals(Stage&) {
   for (int i = 0; i < 4; ++i) {
@@ -169,6 +197,34 @@ int CrashDuringRun(Stage& stage) {
   return static_cast<int>(run(L"crasher.exe /av /update"));
 }
 
+// Another thread's crash is being dumped when a run of the module ends.
+int CrashWhileRunEnds(Stage& stage) {
+  const HANDLE begun = CreateEventW(nullptr, TRUE, FALSE, nullptr);
+  static volatile bool dumped = false;
+  const auto connection = stage.guard->ConnectDumpWritten([begun] {
+    SetEvent(begun);
+    Sleep(kMoment);
+    dumped = true;
+  });
+  std::thread(&WriteToNull).detach();
+  WaitForSingleObject(begun, INFINITE);
+  run(L"crasher.exe /av");
+  Say(dumped ? "run came back after the dump" : "run came back");
+  Sleep(kSlowInstaller);  // the crash ends the process
+  return 0;
+}
+
+// The dumper never comes to its end by itself.
+int DumperEnded(Stage&) {
+  std::thread([before = DumperRuns().size()] {
+    while (DumperRuns().size() == before) Sleep(10);
+    Sleep(kMoment);
+    EndDumper();
+  }).detach();
+  WriteToNull();
+  return 0;
+}
+
 int NoCrash(Stage&) { return 0; }
 
 int FailFast(Stage&) {
@@ -201,14 +257,16 @@ const Case kFaults[] = {
     {L"uncaught", L"a C++ exception that nobody catches", &UncaughtException},
     {L"pure-virtual", L"a call of a pure virtual function", &PureVirtualCall},
     {L"two-threads", L"a second thread crashes while the first crash is dumped", &TwoThreads},
-    {L"in-handler", L"an event handler crashes while a crash is dumped", &InEventHandler},
     {L"in-writer", L"an event handler crashes while a dump is written on request", &InWriter},
-    {L"throwing-handler", L"an event handler throws while a crash is dumped", &ThrowingHandler},
+    {L"dumper-ended", L"the dumper hangs and somebody ends it", &DumperEnded},
+    {L"uncaught-fatal", L"a fatal error that nobody catches", &UncaughtFatal},
+    {L"two-fatals", L"a fatal error is caught, the next one is not", &CaughtAndUncaughtFatal},
     {L"four-fatals", L"four fatal errors are thrown and caught", &FourFatals},
     {L"microsoft-fatal", L"a fatal error of Microsoft's compiler that nobody catches", &MicrosoftFatal},
     {L"crash-now", L"CrashNow", &CrashNow},
     {L"crash-after", L"CrashAfter", &CrashAfter},
     {L"during-run", L"CrashNow while a run of the module waits for the installer", &CrashDuringRun, true},
+    {L"run-ends", L"a run of the module ends while another thread's crash is dumped", &CrashWhileRunEnds},
     {L"none", L"no crash at all", &NoCrash},
     {L"fail-fast", L"the system's fast fail", &FailFast},
     {L"heap-corruption", L"a heap block written over at both ends", &HeapCorruption},

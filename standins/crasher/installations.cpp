@@ -45,6 +45,7 @@ int Uninstalled(Stage& stage) {
 }
 
 int InstalledAgain(Stage& stage) {
+  SetUnhandledExceptionFilter(&OtherFilter);  // not called: the guard's filter is the last one
   stage.Install();
   stage.guard->Uninstall();
   std::printf("install %u\n", static_cast<unsigned>(stage.Install()));
@@ -59,6 +60,7 @@ DWORD RunLibrary(HMODULE library, const wchar_t* command_line) {
   const auto run = reinterpret_cast<Run>(reinterpret_cast<void*>(GetProcAddress(library, "_run@4")));
   const DWORD result = run ? run(command_line) : ERROR_PROC_NOT_FOUND;
   std::printf("run 0x%08lx\n", result);
+  std::fflush(stdout);
   return result;
 }
 

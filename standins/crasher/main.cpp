@@ -1,6 +1,7 @@
 // crasher.exe: a host that crashes on purpose, guarded as wsc.dll guards its host. One process, one crash.
 //
-//   crasher CASE [/folder:F] [/dumper:F] [/flags:HEX] [/limit:N] [/ratio:N] [/pretend:WORD]
+//   crasher CASE [/folder:F] [/dumper:F] [/flags:HEX] [/limit:N] [/ratio:N] [/pretend:WORD] [/log:WORD]
+//                [/handler:WORD]
 //   crasher watch ...      the same in a child process: prints its process id, whether it had to be ended, and its whole exit code;
 //                          with /signal it hands the child an event by CRV_CRASH_SIGNAL_EVENT, and ends it once that is set
 //   crasher list           the cases
@@ -26,14 +27,16 @@ namespace {
 // The status of words that are not understood.
 int WrongUsage(const wchar_t* what, const std::wstring& word) {
   std::printf(
-      "crasher: %ls '%ls'; 'crasher list' shows the cases, which take /folder: /dumper: /flags: /limit: /ratio: /pretend:\n",
+      "crasher: %ls '%ls'; 'crasher list' shows the cases, which take /folder: /dumper: /flags: /limit: /ratio: /pretend: "
+      "/log: /handler:\n",
       what, word.c_str());
   return 2;
 }
 
 constexpr DWORD kLongestRun = 120'000;  // ms
 constexpr DWORD kMoment = 300;          // ms, in which a process that is not held would have ended
-constexpr const wchar_t* kOptions[] = {L"folder", L"dumper", L"flags", L"limit", L"ratio", L"pretend", L"signal"};
+constexpr const wchar_t* kOptions[] = {L"folder",  L"dumper", L"flags", L"limit",  L"ratio",
+                                       L"pretend", L"signal", L"log",   L"handler"};
 
 const Case* Find(const std::wstring& name) {
   for (const Case* const list : {kFaults, kInstallations}) {
@@ -104,6 +107,9 @@ int Run(const Case& chosen, const CommandLine& words) {
   stage.guard->SetFullDumpRatio(static_cast<std::int32_t>(Number(words, L"ratio", 10, 0)));
   if (!chosen.installs_itself) std::printf("install %u\n", static_cast<unsigned>(stage.Install()));
   std::fflush(stdout);
+  if (words.has(L"handler") && !SpoilHandler(stage, words.value(L"handler")))
+    return WrongUsage(L"no handler", words.value(L"handler"));
+  if (words.has(L"log") && !SpoilLog(words.value(L"log"))) return WrongUsage(L"no log", words.value(L"log"));
   return chosen.run(stage);
 }
 

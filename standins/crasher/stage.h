@@ -17,6 +17,7 @@ struct Stage {
   std::uint32_t flags = crashguard::install_flags::kOfHosts;
   std::int32_t limit = 3;
   std::shared_ptr<crashguard::ICrashGuardModule> guard;
+  std::unique_ptr<mi::IEventConnection> spoilt;  // the handler that SpoilHandler connected
 
   std::uint32_t Install() const { return guard->Install(folder, dumper_folder, flags, limit); }
 };
@@ -39,5 +40,10 @@ void WriteToNull();
 // Makes an imported function behave as it does elsewhere: "shutdown", the system is shutting down; "service", the process runs
 // under LocalSystem. False when the word is unknown.
 bool Pretend(const std::wstring& what);
+
+// What the log library does at every record from now on, and what an event handler does, before they go on: "raises", they tell
+// the debugger something, which the system does by an exception; "faults"; "throws". False when the word is unknown.
+bool SpoilLog(const std::wstring& how);
+bool SpoilHandler(Stage& stage, const std::wstring& how);
 
 }  // namespace crv::standins::crasher

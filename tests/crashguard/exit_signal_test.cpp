@@ -10,6 +10,11 @@ namespace {
 TEST(CrashSignalAtExit, OnlyAHandleOfTenCharactersHoldsTheProcess) {
   DWORD slept = 0;
   const test::ImportFake<decltype(Sleep)> sleep("kernel32.dll", "Sleep", [&](auto*, DWORD time) { slept = time; });
+  const test::ImportFake<decltype(GetEnvironmentVariableW)> variable("kernel32.dll", "GetEnvironmentVariableW",
+                                                                     [](auto* real, LPCWSTR name, LPWSTR text, DWORD size) {
+                                                                       EXPECT_EQ(16u, size);
+                                                                       return real(name, text, size);
+                                                                     });
   const HANDLE event = CreateEventW(nullptr, TRUE, FALSE, nullptr);
   wchar_t valid[16], blank[16];
   swprintf(valid, 16, L"0x%08x", static_cast<unsigned>(reinterpret_cast<UINT_PTR>(event)));

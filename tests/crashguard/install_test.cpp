@@ -155,6 +155,39 @@ TEST_F(Install, GoesOnWithoutCtrlRoutineAndWithoutTheLock) {
   EXPECT_TRUE(OtherFilterIsSet());
 }
 
+// Another thread that calls the function finds it as it was or as it is to be, after every single instruction of the exchange.
+std::vector<std::int64_t> code_seen;
+bool stepping = false;
+LONG WINAPI LookAtCode(EXCEPTION_POINTERS* pointers) {
+  constexpr DWORD kTrap = 0x100;
+  if (pointers->ExceptionRecord->ExceptionCode != static_cast<DWORD>(EXCEPTION_SINGLE_STEP)) return EXCEPTION_CONTINUE_SEARCH;
+  std::int64_t code;
+  std::memcpy(&code, reinterpret_cast<void*>(&SetUnhandledExceptionFilter), sizeof(code));
+  if (code_seen.back() != code) code_seen.push_back(code);
+  DWORD& flags = pointers->ContextRecord->EFlags;
+  flags = stepping ? flags | kTrap : flags & ~kTrap;
+  return EXCEPTION_CONTINUE_EXECUTION;
+}
+
+TEST_F(Install, TheFunctionIsExchangedAtOnce) {
+  code_seen.assign(1, 0);
+  code_seen.reserve(100);
+  const ImportFake<decltype(VirtualProtect)> protect("kernel32.dll", "VirtualProtect",
+                                                     [](auto* real, void* place, SIZE_T size, DWORD protection, DWORD* old) {
+                                                       stepping = false;
+                                                       const BOOL result = real(place, size, protection, old);
+                                                       stepping = protection == PAGE_EXECUTE_READWRITE;
+                                                       if (stepping)
+                                                         asm volatile("pushf; orl $0x100, (%%esp); popf" ::: "cc", "memory");
+                                                       return result;
+                                                     });
+  void* const handler = AddVectoredExceptionHandler(1, &LookAtCode);
+  InstallHere(install_flags::kLockFilter);
+  handler_.Uninstall();
+  RemoveVectoredExceptionHandler(handler);
+  EXPECT_THAT(code_seen, testing::SizeIs(4)) << "none, the system's, the guard's, the system's";
+}
+
 TEST_F(Install, ALogLibraryThatThrowsCostsNothingElse) {
   log_.Behave(test::CapturedLog::Behaviour::throws);
   EXPECT_EQ(1u, InstallHere(kEverything));

@@ -67,17 +67,22 @@ class Writers : public DumpStage {
   Writers() {
     attempts.clear();
     failing_attempts = 0;
+    const test::ImportFake<decltype(UuidCreate)> uuid("rpcrt4.dll", "UuidCreate", [](auto*, UUID* made) {
+      *made = UUID{static_cast<DWORD>(-512), 1, 2, {}};
+      return RPC_STATUS{RPC_S_OK};
+    });
+    handler_ = MakeHandler();
+  }
+
+  std::unique_ptr<CrashHandler> MakeHandler() const {
     const test::ImportFake<decltype(GetProcAddress)> fake(
         "kernel32.dll", "GetProcAddress", [](auto* real, HMODULE module, LPCSTR name) {
           if (std::string(name) != "MiniDumpWriteDump") return real(module, name);
           return reinterpret_cast<FARPROC>(reinterpret_cast<void*>(&WriteNothing));
         });
-    const test::ImportFake<decltype(UuidCreate)> uuid("rpcrt4.dll", "UuidCreate", [](auto*, UUID* made) {
-      *made = UUID{static_cast<DWORD>(-512), 1, 2, {}};
-      return RPC_STATUS{RPC_S_OK};
-    });
-    handler_ = std::make_unique<CrashHandler>();
-    handler_->SetDumpFolder(folder_);
+    auto handler = std::make_unique<CrashHandler>();
+    handler->SetDumpFolder(folder_);
+    return handler;
   }
 
   EXCEPTION_POINTERS* Crash() {

@@ -44,6 +44,10 @@ TEST(ThrownType, IsTheWholeNameOfTheFirstType) {
                            "crv::exceptions::fatal", ".?AVfatal@exceptions@crv@", ""}) {
     EXPECT_FALSE(IsFatalException(Throw(name).record)) << name;
   }
+  Throw thrown("class crv::exceptions::fatal");
+  EXPECT_FALSE(IsUncaughtAgain(thrown.record));
+  thrown.info.attributes = kUncaught;
+  EXPECT_TRUE(IsFatalException(thrown.record) && IsUncaughtAgain(thrown.record));
 }
 
 TEST(ThrownType, ARecordThatIsNotWhatItClaimsIsNobodysThrow) {

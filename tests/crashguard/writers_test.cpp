@@ -1,3 +1,4 @@
+#include <atomic>
 #include <thread>
 
 #include "crashguard/crash_guard.h"
@@ -93,6 +94,9 @@ TEST_F(Writers, InProcessEachAttemptLosesSomething) {
     for (const Attempt& attempt : attempts) types.push_back(attempt.type);
     EXPECT_EQ(row.types, types);
     EXPECT_THAT(Files(), SizeIs(row.status == 0 ? 1 : 0)) << "no partial file stays";
+    std::error_code no_file;
+    const std::uintmax_t size = std::filesystem::file_size(folder_ + L"\\asked.mdmp", no_file);
+    EXPECT_EQ(row.status == 0 ? 4u : static_cast<std::uintmax_t>(-1), size) << "of the last attempt alone";
     EXPECT_EQ(std::wstring(L"Dumped by CrashHandler, asked").append(1, L'\0'), attempts.back().comment);
     EXPECT_EQ(GetCurrentThreadId(), attempts.back().thread);
     EXPECT_TRUE(DeleteFileW((folder_ + L"\\asked.mdmp").c_str()) || row.status) << "the file is closed";
@@ -105,7 +109,75 @@ TEST_F(Writers, InProcessEachAttemptLosesSomething) {
   FILETIME now;
   GetSystemTimeAsFileTime(&now);
   EXPECT_THAT(Files(), ElementsAre(testing::StartsWith(L"unp" + std::to_wstring(now.dwHighDateTime))));
+  const std::wstring comment(5000, L'c');
+  handler_->WriteDumpInternal(nullptr, nullptr, comment.c_str());
+  EXPECT_EQ((L"Dumped by CrashHandler" + comment).append(1, L'\0'), attempts.back().comment);
   EXPECT_THAT(log_.lines(), IsEmpty());
+}
+
+TEST_F(Writers, WithoutAUuidNotEveryProcessDumpsItsWholeMemory) {
+  const ImportFake<decltype(UuidCreate)> uuid("rpcrt4.dll", "UuidCreate",
+                                              [](auto*, UUID*) { return RPC_STATUS{RPC_S_UUID_NO_ADDRESS}; });
+  DWORD ticks = 256;
+  const ImportFake<decltype(QueryPerformanceCounter)> counter("kernel32.dll", "QueryPerformanceCounter",
+                                                              [&](auto*, LARGE_INTEGER* now) {
+                                                                now->QuadPart = ticks++;
+                                                                return TRUE;
+                                                              });
+  for (const unsigned type : {0x41966u, 0x41164u}) {
+    const auto handler = MakeHandler();
+    handler->WriteDumpInternal(nullptr, L"asked.mdmp", nullptr);
+    EXPECT_EQ(type, attempts.back().type);
+  }
+}
+
+// What does not fit must not end up in the current folder.
+TEST_F(Writers, PathsThatDoNotFitAreNotUsed) {
+  int started = 0;
+  const ImportFake<decltype(CreateProcessW)> start("kernel32.dll", "CreateProcessW",
+                                                   [&](auto*, auto...) { return ++started, FALSE; });
+  const std::wstring fits = L"D:" + std::wstring(245, L'x'), longest = fits + L"x";  // and "\\cvDump32.exe" behind it
+  EXPECT_EQ(7u, handler_->WriteDumpExternal(nullptr, nullptr, nullptr, fits.c_str()));
+  EXPECT_EQ(1, started);
+  log_.clear();
+  for (const std::size_t length : {259, 260, 300}) {
+    EXPECT_EQ(4u, handler_->WriteDumpExternal(nullptr, nullptr, nullptr, std::wstring(length, L'x').c_str()));
+  }
+  EXPECT_THAT(log_.lines(), testing::Each("narrow 4 crashguard: Process dumper filename was not set"));
+  handler_->Install(folder_, longest + L"xxxxx", 0, 0);
+  EXPECT_EQ(4u, handler_->WriteDumpExternal(nullptr, nullptr, nullptr, nullptr));
+  const std::wstring name(200, L'n');
+  handler_->SetDumpFolder(fits);
+  EXPECT_EQ(5u, handler_->WriteDumpExternal(nullptr, nullptr, nullptr, L"D:\\"));
+  for (const wchar_t* const file : {static_cast<const wchar_t*>(nullptr), name.c_str()}) {
+    EXPECT_EQ(5u, handler_->WriteDumpInternal(nullptr, file, nullptr));
+  }
+  handler_->SetDumpFolder(std::wstring(300, L'x'));
+  EXPECT_EQ(5u, handler_->WriteDumpInternal(nullptr, L"asked.mdmp", nullptr));
+  EXPECT_EQ(1, started);
+  EXPECT_THAT(attempts, IsEmpty());
+}
+
+// The writers and what they read belong to one thread at a time; others wait.
+TEST_F(Writers, OneThreadAtATime) {
+  const auto module = AcquireCrashGuard();
+  std::thread others[3];
+  std::atomic<int> through = 0;
+  std::uint32_t status = 99;
+  {
+    const auto connection = module->ConnectDumpWritten([&] {
+      if (others[0].joinable()) return;
+      others[0] = std::thread([&] { status = handler_->WriteDumpInternal(nullptr, L"second.mdmp", nullptr), ++through; });
+      others[1] = std::thread([&] { handler_->SetDumpFolder(folder_), ++through; });
+      others[2] = std::thread([&] { handler_->Install(folder_, folder_, 0, 0), ++through; });
+      Sleep(100);
+      EXPECT_EQ(0, through);
+    });
+    EXPECT_EQ(0u, handler_->WriteDumpInternal(nullptr, L"first.mdmp", nullptr));
+    for (std::thread& other : others) other.join();
+  }
+  EXPECT_EQ(0u, status);
+  EXPECT_EQ(3, through);
 }
 
 TEST_F(Writers, TheDumperLearnsEverythingFromItsCommandLine) {
@@ -157,12 +229,14 @@ TEST_F(Writers, ADumperWhoseEndCannotBeReadIsStatus7) {
   int events = 0;
   const auto module = AcquireCrashGuard();
   const auto connection = module->ConnectDumpWritten([&] {
-    if (++events > 1) RaiseException(0x99, 0, 0, nullptr);
+    if (++events > 1) RaiseException(0, 0, 0, nullptr);
     EXPECT_EQ(8u, handler_->WriteDumpInternal(nullptr, nullptr, nullptr)) << "still writing";
   });
   std::vector<HANDLE> open;
   const ImportFake<decltype(CreateProcessW)> start("kernel32.dll", "CreateProcessW", [&](auto*, auto... arguments) {
     PROCESS_INFORMATION& information = *std::get<9>(std::tie(arguments...));
+    EXPECT_EQ(0u, information.dwProcessId);
+    information.dwProcessId = 77;
     information.hProcess = CreateEventW(nullptr, TRUE, TRUE, nullptr);
     information.hThread = CreateEventW(nullptr, TRUE, TRUE, nullptr);
     open = {information.hProcess, information.hThread};
@@ -178,8 +252,24 @@ TEST_F(Writers, ADumperWhoseEndCannotBeReadIsStatus7) {
                                         "narrow 4 crashguard: Failed to get exit code from dumper process, error: 6"));
   for (const HANDLE handle : open) EXPECT_FALSE(SetEvent(handle)) << "left open";
   handler_->Install(folder_, folder_, 0, 0);
+  const long references = module.use_count();
   EXPECT_EQ(1u, handler_->WriteDump(nullptr, false, nullptr));
   for (const HANDLE handle : open) EXPECT_FALSE(SetEvent(handle)) << "left open after a fault";
+  EXPECT_EQ(references, module.use_count());
+
+  log_.clear();
+  std::vector<HANDLE> ended;
+  const ImportFake<decltype(TerminateProcess)> terminate(
+      "kernel32.dll", "TerminateProcess", [&](auto*, HANDLE process, UINT) { return ended.push_back(process), TRUE; });
+  const ImportFake<decltype(WaitForSingleObject)> wait("kernel32.dll", "WaitForSingleObject", [](auto*, HANDLE, DWORD time) {
+    EXPECT_EQ(INFINITE, time);
+    SetLastError(ERROR_ACCESS_DENIED);
+    return WAIT_FAILED;
+  });
+  EXPECT_EQ(7u, handler_->WriteDumpExternal(nullptr, nullptr, nullptr, nullptr));
+  EXPECT_THAT(ended, ElementsAre(open[0])) << "a dumper that nobody waits for is ended";
+  EXPECT_EQ(2, events);
+  EXPECT_THAT(log_.lines(), ElementsAre("narrow 4 crashguard: Failed to get exit code from dumper process, error: 5"));
 }
 
 // Who began to write raises the event whatever comes of it; the fatal one only after an exception that nobody handled.

@@ -5,6 +5,7 @@
 #include <cstdlib>
 #include <stdexcept>
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include "platform/bounded_text.h"
@@ -92,7 +93,8 @@ TEST(StructuredGuard, GivesTheCodeOfWhatEndedTheBody) {
   const void* const chain = HandlerChain();
   int sum = 7;
   volatile int* volatile const nowhere = nullptr;
-  EXPECT_EQ(0u, Guarded([&] { sum += 1; }));
+  EXPECT_EQ(std::nullopt, Guarded([&] { sum += 1; }));
+  EXPECT_EQ(0u, Guarded([&] { RaiseException(0, 0, 0, nullptr); }));
   EXPECT_EQ(static_cast<DWORD>(EXCEPTION_ACCESS_VIOLATION), Guarded([&] { sum += *nowhere; }));
   EXPECT_EQ(0x1234u, Guarded([&] {
               const FrameRegistration between(&CountUnwinding);
@@ -103,7 +105,7 @@ TEST(StructuredGuard, GivesTheCodeOfWhatEndedTheBody) {
   EXPECT_EQ(8, sum);
   EXPECT_EQ(1, unwound) << "the frames in between are asked to clean up";
   int alive = 0;
-  EXPECT_THROW(Guarded([&] {
+  EXPECT_THROW(std::ignore = Guarded([&] {
                  const Counted counted(alive);
                  throw 3;
                }),
@@ -118,13 +120,23 @@ TEST(SpareStack, RunsTheBodyElsewhereAndComesBack) {
   RunOnSpareStack(
       [](void* context) {
         volatile char much[kSpareStackSize / 2] = {};
-        *static_cast<const char**>(context) = const_cast<const char*>(much);
-        try {
-          throw std::runtime_error("caught on the spare stack");
-        } catch (const std::runtime_error&) {
-        }
+        const char* const here = const_cast<const char*>(much);
+        *static_cast<const char**>(context) = here;
+        EXPECT_THROW(throw 3, int);
+        EXPECT_FALSE(IsOnThreadStack(here)) << "a dump shows the other stack";
+        EXPECT_EQ(0x77u, Guarded([here] {
+                    const KnownSpareStack stack;
+                    EXPECT_TRUE(IsOnThreadStack(here));
+                    EXPECT_THROW(throw 3, int);
+                    OutputDebugStringA("raises and goes on");
+                    RaiseException(0x77, 0, 0, nullptr);
+                  }));
+        EXPECT_FALSE(IsOnThreadStack(here)) << "after a fault, too";
+        { const KnownSpareStack stack; }
+        EXPECT_FALSE(IsOnThreadStack(here));
       },
       &place);
+  const KnownSpareStack nothing_here;
   EXPECT_FALSE(IsOnThreadStack(place));
   MEMORY_BASIC_INFORMATION end = {};
   VirtualQuery(place - kSpareStackSize / 2 + 0x800, &end, sizeof(end));  // amid the lowest page
