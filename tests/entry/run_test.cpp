@@ -3,6 +3,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <objbase.h>
+#include <shellapi.h>
 #include <shlobj.h>
 
 #include <stdexcept>
@@ -10,10 +11,10 @@
 
 #include "crashguard/crash_guard_module.h"
 #include "entry/log_folder.h"
+#include "instup/stage.h"
 #include "mi/module_counts.h"
 #include "support/captured_log.h"
 #include "support/import_fake.h"
-#include "support/redirected_hive.h"
 
 namespace crv::wsc {
 namespace {
@@ -40,13 +41,15 @@ class Run : public testing::Test {
                                                                  [this](auto*) { --com_balance_; }};
 };
 
-TEST_F(Run, RefusesWrongRequestsWithTheirCodeAndOneRecord) {
+// Where no suite is installed, so that enabling fails by its first step, which tells that it was tried.
+TEST_F(Run, ARequestGivesTheCodeOfItsFirstFailureAndOneRecordOfIt) {
+  const test::RedirectedHive nothing_installed;
   EXPECT_EQ(87u, ::run(nullptr));
   EXPECT_THAT(log_.module_lines(), ElementsAre("exception 0 wsc: run: run: nullptr [00000057]")) << "before anything else";
   const struct {
     const wchar_t* text;
     std::uint32_t result;
-    const char* failure;
+    std::string failure, log = "";  // the record; what stands before it, behind the first two
   } cases[] = {
       {L"", 87, "run:  [00000057]"},
       {L"  \t", 87, "run:   \t [00000057]"},
@@ -57,15 +60,26 @@ TEST_F(Run, RefusesWrongRequestsWithTheirCodeAndOneRecord) {
       {L"host /svc /update /antispyware /state:on /signatures:Up", 160, "to_signature_status Up [000000a0]"},
       {L"\"h h\" /as:1 /x w", 0xFFFFFFFF, "unsupported cmdline options: \"h h\" /as:1 /x \"w\" [ffffffff]"},
       {L"host /svc /fw", 0xFFFFFFFF, "unsupported cmdline options: \"host\" /fw /svc [ffffffff]"},  // fw before svc
+      {L"host /av /enable /disable", 2, "Unable to retrieve path of the program directory! [00000002]"},
+      {L"host /as /disable /enable /update", 2, "Unable to retrieve path of the program directory! [00000002]"},
+      {L"host /as /fw /enable", 2, "Unable to retrieve path of the program directory! [00000002]"},
+      {L"host /AV:x /UPDATE:y /Upgrade", 0xFFFFFFFF, "update program failed [ffffffff]", "wide 1 wsc: Updating AV."},
+      {L"host /av /as /fw /svc /upgrade", 0, "", "wide 1 wsc: Upgrading AV."},
+      {L"host /av enable disable update", 0, ""},
+      {L"host /fw /enable /disable", 0, "", "wide 1 wsc: Starting FW."},
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(testing::Message() << "row " << (&c - cases));
     log_.clear();
     EXPECT_EQ(c.result, ::run(c.text));
     const std::string text(c.text, c.text + std::char_traits<wchar_t>::length(c.text));
-    EXPECT_THAT(log_.module_lines(),
-                ElementsAre(EndsWith("\\CORVID Software\\Corvid\\log\\wsc.log 4194304 true"),
-                            "narrow 1 wsc: wsc started: '" + text + "'", std::string("exception 0 wsc: run: ") + c.failure));
+    std::vector<std::string> expected = {"narrow 1 wsc: wsc started: '" + text + "'"};
+    if (!c.log.empty()) expected.push_back(c.log);
+    if (!c.failure.empty()) expected.push_back("exception 0 wsc: run: " + c.failure);
+    std::vector<std::string> lines = log_.module_lines();
+    EXPECT_THAT(lines.at(0), EndsWith("\\CORVID Software\\Corvid\\log\\wsc.log 4194304 true"));
+    lines.erase(lines.begin());
+    EXPECT_EQ(expected, lines);
   }
 }
 
@@ -118,6 +132,40 @@ TEST_F(Run, OtherStandardExceptionsAre31AndForeignOnesLeave) {
   EXPECT_THAT(log_.module_lines(), ElementsAre("exception 0 wsc: run: std::bad_alloc"));
   exhausted = false;
   EXPECT_THROW(::run(L"host /av"), int);
+}
+
+TEST_F(Run, DisablingFirstRestartsTheHostAsAnAdministrator) {
+  const test::ImportFake<decltype(CheckTokenMembership)> nobody(
+      "advapi32.dll", "CheckTokenMembership", [](auto*, HANDLE, PSID, BOOL* member) { return *member = FALSE, TRUE; });
+  const test::ImportFake<decltype(ShellExecuteExW)> refuse("shell32.dll", "ShellExecuteExW",
+                                                           [](auto*, auto...) { return SetLastError(ERROR_CANCELLED), FALSE; });
+  for (const wchar_t* text : {L"host /av /disable", L"host /as /disable"}) EXPECT_EQ(ERROR_CANCELLED, ::run(text));
+}
+
+// A library that is missing where it belongs is not taken from the folder where the host was started.
+TEST_F(Run, TheCurrentFolderIsNoPlaceToLoadFrom) {
+  const instup::test::Stage stage;
+  wchar_t before[MAX_PATH], own[MAX_PATH];
+  GetCurrentDirectoryW(MAX_PATH, before);
+  GetModuleFileNameW(nullptr, own, MAX_PATH);
+  const std::wstring library = std::filesystem::path(own).replace_filename(L"crvData.dll").wstring();
+  ASSERT_TRUE(CopyFileW(library.c_str(), stage.Path(L"planted.dll").c_str(), FALSE));
+  SetCurrentDirectoryW(stage.Path(L"").c_str());
+  const test::ImportFake<decltype(LoadLibraryW)> missing("kernel32.dll", "LoadLibraryW", [](auto* real, std::wstring name) {
+    return real(name == L"crvData.dll" ? L"planted.dll" : name.c_str());
+  });
+  const auto enable = [](const wchar_t* search) { return SetDllDirectoryW(search), ::run(L"host /fw /enable"); };
+  {
+    const test::ImportFake<decltype(GetProcAddress)> old_xp(
+        "kernel32.dll", "GetProcAddress",
+        [](auto* real, auto dll, std::string name) { return name == "SetDllDirectoryW" ? nullptr : real(dll, name.c_str()); });
+    EXPECT_EQ(0u, enable(nullptr)) << "found where the system looks by itself";
+  }
+  EXPECT_EQ(0xFFFFFFFF, enable(nullptr));
+  EXPECT_EQ("exception 0 wsc: run: cannot load crvData.dll [ffffffff]", log_.module_lines().back());
+  EXPECT_EQ(0u, enable(stage.Path(L"").c_str())) << "the host's own choice of a folder holds";
+  SetDllDirectoryW(nullptr);
+  SetCurrentDirectoryW(before);
 }
 
 TEST(RunWithCom, RefusesAThreadOfASingleThreadedApartmentAndLeavesOthersAsTheyWere) {
