@@ -112,7 +112,7 @@ TEST_F(Updater, AnUnregisteredSuiteIsNotLookedForInTheCurrentFolder) {
   wchar_t before[MAX_PATH];
   GetCurrentDirectoryW(MAX_PATH, before);
   SetCurrentDirectoryW(setup_.c_str());
-  WriteSettings(L"");  // its installer would be run for a repair
+  WriteSettings(L"");                                        // its installer would be run for a repair
   for (const wchar_t* const data_folder : {L"", L"data"}) {  // as a broken uninstallation leaves it
     test::SetText(test::kCorvidKey, L"DataFolder", data_folder);
     EXPECT_FALSE(RunUpdater(nullptr, nullptr));
