@@ -4,6 +4,7 @@
 #include <sddl.h>
 
 #include <clocale>
+#include <set>
 #include <utility>
 
 #include "instup/folder_lookup.h"
@@ -50,7 +51,21 @@ class CommonOs : public test::StageTest {
                                            [this](auto real, auto... arguments) { return memory_ ? real(arguments...) : FALSE; }};
 };
 
+// The system's true version, whatever else reports.
+LONG WINAPI Windows7(OSVERSIONINFOW* version) {
+  EXPECT_EQ(284u, version->dwOSVersionInfoSize);
+  return version->dwMajorVersion = 6, version->dwMinorVersion = 1, version->dwPlatformId = 2, 0;
+}
+
 TEST_F(CommonOs, FirstReferenceSetsUpAndLastTearsDown) {
+  std::set<std::string> looked_up;
+  const ImportFake<decltype(GetProcAddress)> lookup("kernel32.dll", "GetProcAddress",
+                                                    [&](auto real, HMODULE module, std::string name) {
+                                                      looked_up.insert(name);
+                                                      if (name == "RtlGetVersion")
+                                                        return reinterpret_cast<FARPROC>(reinterpret_cast<void*>(&Windows7));
+                                                      return real(module, name.c_str());
+                                                    });
   AddFile(L"program\\crvCmnOS.dll");
   AddFile(L"data\\corvid5.ini");
   test::SetText(kCorvidKey, L"ProgramFolder", Path(L"program"));
@@ -63,6 +78,8 @@ TEST_F(CommonOs, FirstReferenceSetsUpAndLastTearsDown) {
 
   EXPECT_EQ(0u, CmnOsInitialize(0));
   EXPECT_EQ("open locale ", Done());
+  EXPECT_EQ(14, root::OptionalFunctions().os_class);
+  EXPECT_TRUE(looked_up.contains("GetTickCount64") && !looked_up.contains("PrefetchVirtualMemory"));
   wchar_t repaired[MAX_PATH] = {};
   GetEnvironmentVariableW(L"SystemRoot", repaired, MAX_PATH);
   EXPECT_EQ(system_root, repaired);

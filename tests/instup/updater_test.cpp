@@ -34,6 +34,7 @@ class Updater : public testing::Test, protected crv::test::ProbedInstaller {
   }
 
   PROCESS_INFORMATION last_ = {};
+  DWORD allowed_ = 0;  // the process that may bring its window to the front
 
  private:
   std::set<HANDLE> open_handles_;
@@ -52,6 +53,8 @@ class Updater : public testing::Test, protected crv::test::ProbedInstaller {
         if (result) open_handles_.insert({last_.hProcess, last_.hThread});
         return result;
       }};
+  const ImportFake<decltype(AllowSetForegroundWindow)> foreground_{
+      "user32.dll", "AllowSetForegroundWindow", [this](auto, DWORD process) { return allowed_ = process, TRUE; }};
   const ImportFake<decltype(CloseHandle)> close_{
       "kernel32.dll", "CloseHandle", [this](auto real, HANDLE handle) { return open_handles_.erase(handle), real(handle); }};
 };
@@ -165,6 +168,7 @@ TEST_F(Updater, AHostThatIsKilledBeforeTheInstallerRunsTakesItAlongAndNeverLater
                                                                 return failing == "assign" ? FALSE : real(to, process);
                                                               });
   const ImportFake<decltype(ResumeThread)> resume("kernel32.dll", "ResumeThread", [&](auto real, HANDLE thread) {
+    EXPECT_EQ(last_.dwProcessId, allowed_);
     if (failing != "host") return real(thread);
     CloseHandle(job);  // as the end of the host does
     EXPECT_EQ(WAIT_OBJECT_0, WaitForSingleObject(last_.hProcess, 10'000));

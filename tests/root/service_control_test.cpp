@@ -44,8 +44,22 @@ class ServiceControl : public testing::Test {
 
   test::RunningServices services_;
   std::string key_;  // at the time of the request, and at the last sleep
+  bool denied_ = false;
 
  private:
+  test::ImportFake<decltype(RegOpenKeyExW)> open_{
+      "advapi32.dll", "RegOpenKeyExW",
+      [this](auto real, HKEY root, const wchar_t* subkey, DWORD options, REGSAM access, HKEY* key) {
+        if (subkey != kServiceKey) return real(root, subkey, options, access, key);
+        EXPECT_TRUE(access & KEY_WOW64_32KEY);
+        return denied_ ? LSTATUS{ERROR_ACCESS_DENIED} : real(root, subkey, options, access, key);
+      }};
+  test::ImportFake<decltype(RegCreateKeyExW)> create_{
+      "advapi32.dll", "RegCreateKeyExW",
+      [this](auto real, HKEY root, const wchar_t* subkey, DWORD zero, auto name, DWORD options, REGSAM access, auto... rest) {
+        EXPECT_TRUE(subkey != kServiceKey || access == (KEY_SET_VALUE | KEY_WOW64_32KEY));
+        return real(root, subkey, zero, name, options, access, rest...);
+      }};
   test::RedirectedHive hive_;
   test::ImportFake<decltype(StartServiceW)> start_{"advapi32.dll", "StartServiceW", [this](auto real, auto... arguments) {
                                                      key_ = Key() + (IsVolatile(kServiceKey) ? "volatile" : "");
@@ -115,11 +129,7 @@ TEST_F(ServiceControl, MissingKeyExistsForTheRequestOnly) {
   EXPECT_EQ("key| key", key_);
   EXPECT_EQ("key", Key());
 
-  // Somebody's key that cannot be opened is not missing.
-  const test::ImportFake<decltype(RegOpenKeyExW)> denied(
-      "advapi32.dll", "RegOpenKeyExW", [&](auto real, HKEY root, const wchar_t* subkey, auto... rest) {
-        return subkey == kServiceKey ? LSTATUS{ERROR_ACCESS_DENIED} : real(root, subkey, rest...);
-      });
+  denied_ = true;  // not missing
   EXPECT_FALSE(Start(100));
   EXPECT_EQ("key", Key());
 }
