@@ -61,9 +61,9 @@ inline Lines Update(const std::string& product, const std::string& arguments, co
 
 }  // namespace asks
 
-// A run of the external dumper, and a dump in the log folder.
+// A run of the external dumper, and a dump in the log folder. One process in 256 asks for its full memory.
 inline std::string DumperRun(const std::string& comment) {
-  return "run | \"{suite}\\cvDump32.exe\" --pid * --exception_ptr * --thread_id * --dump_level 0 --dump_file \"{log}\\unp*.mdmp\""
+  return "run | \"{suite}\\cvDump32.exe\" --pid * --exception_ptr * --thread_id * --dump_level * --dump_file \"{log}\\unp*.mdmp\""
          " --comment \"" +
          comment + "\"";
 }
