@@ -119,6 +119,8 @@ CASES = [
          printed="run 0x00000000\nloaded 0\nprevious 1\nother filter", own_folder=False),
     Case("wsc.dll is freed, and a supervisor holds it", "unloaded /signal", 0x5B4, INSTALLED, [], printed="run 0x00000000\nheld",
          own_folder=False, handled=True),
+    Case("wsc.dll is loaded and freed again and again", "loaded-often", 0, (INSTALLED + UNINSTALLED) * 11, [], printed="lost slots 0, pages 0",
+         own_folder=False),
     Case("wsc.dll without a thread-local slot", "no-slot", 0, INSTALLED + [created(THROWN)] + UNINSTALLED, [OF_THROW], THROWN,
          printed="run 0x00000057", own_folder=False),
     Case("four runs of wsc.dll with wrong requests", "four-runs", 0,

@@ -4,14 +4,17 @@
 
 #include <cstdlib>
 #include <memory>
+#include <new>
 
 namespace crv::platform {
 namespace {
 
 std::string Demangle(const char* mangled) {
+  constexpr int kNoMemory = -1;
   int status = 0;
   const std::unique_ptr<char, decltype(&std::free)> name(abi::__cxa_demangle(mangled, nullptr, nullptr, &status), &std::free);
-  return status == 0 && name ? name.get() : mangled;
+  if (status == kNoMemory) throw std::bad_alloc();
+  return name ? name.get() : mangled;
 }
 
 }  // namespace

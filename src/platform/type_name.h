@@ -7,7 +7,7 @@
 
 namespace crv::platform {
 
-// "Name" behind the key; the mangled name when it cannot be demangled.
+// "Name" behind the key; the mangled name when it cannot be demangled. Throw std::bad_alloc, since a name may be written down.
 std::string StructTypeName(const std::type_info& type);  // "struct Name"
 std::string ClassTypeName(const std::type_info& type);   // "class Name"
 

@@ -1,7 +1,10 @@
 // What becomes of the crash guard before a fault, and what it leaves.
 #include <windows.h>
 
+#include <malloc.h>
+
 #include <cstdio>
+#include <vector>
 
 #include "crasher/stage.h"
 
@@ -86,6 +89,43 @@ int LibraryUnloaded(Stage&) {
   return 0;
 }
 
+int FreeSlots() {
+  std::vector<DWORD> taken;
+  for (DWORD slot = TlsAlloc(); slot != TLS_OUT_OF_INDEXES; slot = TlsAlloc()) taken.push_back(slot);
+  for (const DWORD slot : taken) TlsFree(slot);
+  return static_cast<int>(taken.size());
+}
+
+// Bytes of the C runtime's heap, which the library shares.
+std::size_t HeapInUse() {
+  const HANDLE heap = reinterpret_cast<HANDLE>(_get_heap_handle());
+  PROCESS_HEAP_ENTRY entry = {};
+  std::size_t sum = 0;
+  HeapLock(heap);
+  while (HeapWalk(heap, &entry)) {
+    if (entry.wFlags & PROCESS_HEAP_ENTRY_BUSY) sum += entry.cbData;
+  }
+  HeapUnlock(heap);
+  return sum;
+}
+
+// What each load costs the process for good.
+int LoadedOften(Stage&) {
+  constexpr int kLoads = 10;
+  int slots = 0;
+  std::size_t bytes = 0;
+  for (int i = 0; i <= kLoads; ++i) {
+    if (i == 1) slots = FreeSlots(), bytes = HeapInUse();  // the first load brings other libraries along
+    const HMODULE library = LoadLibraryW(L"wsc.dll");
+    RunLibrary(library, L"crasher.exe /as");
+    FreeLibrary(library);
+  }
+  constexpr std::size_t kPage = 4096;  // bytes
+  const std::size_t pages = (HeapInUse() - bytes) / kLoads / kPage;
+  std::printf("lost slots %d, pages %u\n", slots - FreeSlots(), static_cast<unsigned>(pages));
+  return 0;
+}
+
 // The library in a process where only the loader finds a thread-local slot: its crash guard works without the mark of re-entry.
 int NoSlot(Stage&) {
   constexpr DWORD kForRuntime = 8;  // given back later: the compiler's runtime cannot throw without one
@@ -108,6 +148,7 @@ const Case kInstallations[] = {
     {L"installed-again", L"installed, uninstalled, installed, then a crash", &InstalledAgain, true},
     {L"unloaded", L"wsc.dll runs and is freed, then a crash", &LibraryUnloaded, true},
     {L"four-runs", L"wsc.dll makes four wrong requests", &FourRuns, true},
+    {L"loaded-often", L"wsc.dll is loaded, runs a wrong request and is freed, again and again", &LoadedOften, true},
     {L"no-slot", L"wsc.dll runs where no thread-local slot is left", &NoSlot, true},
     {},
 };

@@ -1,5 +1,6 @@
 // What the compiler's runtime is made to do: throws that vectored handlers see, a guard against structured exceptions, a spare stack.
 #include <gtest/gtest.h>
+#include <pthread.h>
 
 #include <csignal>
 #include <cstdlib>
@@ -13,6 +14,8 @@
 #include "platform/spare_stack.h"
 #include "platform/structured_guard.h"
 #include "platform/throw_record.h"
+#include "platform/type_name.h"
+#include "support/import_fake.h"
 
 namespace crv::platform {
 namespace {
@@ -141,6 +144,24 @@ TEST(SpareStack, RunsTheBodyElsewhereAndComesBack) {
   MEMORY_BASIC_INFORMATION end = {};
   VirtualQuery(place - kSpareStackSize / 2 + 0x800, &end, sizeof(end));  // amid the lowest page
   EXPECT_EQ(DWORD{PAGE_NOACCESS}, end.Protect);
+}
+
+TEST(TypeName, IsWholeOrThereIsNoMemory) {
+  EXPECT_EQ("struct std::runtime_error", StructTypeName(typeid(std::runtime_error)));
+  EXPECT_EQ("class std::exception", ClassTypeName(typeid(std::exception)));
+  const test::ImportFake<void*(void*, std::size_t)> none("msvcrt.dll", "realloc",
+                                                         [](auto*, auto...) -> void* { return nullptr; });
+  EXPECT_THROW(StructTypeName(typeid(std::runtime_error)), std::bad_alloc);
+}
+
+TEST(Once, NeedsNoMemoryAndDoesAgainWhatThrew) {
+  const test::ImportFake<void*(std::size_t, std::size_t)> none("msvcrt.dll", "calloc",
+                                                               [](auto*, auto...) -> void* { return nullptr; });
+  static int calls;
+  pthread_once_t once = PTHREAD_ONCE_INIT;
+  EXPECT_THROW(pthread_once(&once, [] { throw ++calls; }), int);
+  for (int i = 0; i < 2; ++i) EXPECT_EQ(0, pthread_once(&once, [] { ++calls; }));
+  EXPECT_EQ(2, calls);
 }
 
 TEST(BoundedText, WhatDoesNotFitLeavesNothing) {
