@@ -4,7 +4,6 @@
 #include <sddl.h>
 
 #include <clocale>
-#include <set>
 #include <utility>
 
 #include "instup/folder_lookup.h"
@@ -26,6 +25,11 @@ class CommonOs : public test::StageTest {
   // What was done since the last question: "locale open " and "close lock ", and what else concerns the whole process.
   std::string Done() { return std::exchange(done_, ""); }
   int References() const { return root::OptionalFunctions().table_count; }
+
+  static std::wstring SystemRoot() {
+    wchar_t folder[MAX_PATH * 2] = {};
+    return std::wstring(folder, GetEnvironmentVariableW(L"SystemRoot", folder, std::size(folder)));
+  }
 
   bool memory_ = true;
 
@@ -58,10 +62,10 @@ LONG WINAPI Windows7(OSVERSIONINFOW* version) {
 }
 
 TEST_F(CommonOs, FirstReferenceSetsUpAndLastTearsDown) {
-  std::set<std::string> looked_up;
+  std::string looked_up;
   const ImportFake<decltype(GetProcAddress)> lookup("kernel32.dll", "GetProcAddress",
                                                     [&](auto real, HMODULE module, std::string name) {
-                                                      looked_up.insert(name);
+                                                      looked_up += name + " ";
                                                       if (name == "RtlGetVersion")
                                                         return reinterpret_cast<FARPROC>(reinterpret_cast<void*>(&Windows7));
                                                       return real(module, name.c_str());
@@ -71,7 +75,7 @@ TEST_F(CommonOs, FirstReferenceSetsUpAndLastTearsDown) {
   test::SetText(kCorvidKey, L"ProgramFolder", Path(L"program"));
   test::SetText(kCorvidKey, L"DataFolder", Path(L"data"));
   test::SetText(kCorvidKey, L"TempFolder", Path(L"temp"));
-  const std::wstring system_root = _wgetenv(L"SystemRoot");
+  const std::wstring system_root = SystemRoot();
   SetEnvironmentVariableW(L"SystemRoot", nullptr);
   EXPECT_EQ(L"", CmnOsProgramFolder());
   EXPECT_EQ(0u, CmnOsUninitialize()) << "before the first initialisation there is nothing to release";
@@ -79,10 +83,14 @@ TEST_F(CommonOs, FirstReferenceSetsUpAndLastTearsDown) {
   EXPECT_EQ(0u, CmnOsInitialize(0));
   EXPECT_EQ("open locale ", Done());
   EXPECT_EQ(14, root::OptionalFunctions().os_class);
-  EXPECT_TRUE(looked_up.contains("GetTickCount64") && !looked_up.contains("PrefetchVirtualMemory"));
-  wchar_t repaired[MAX_PATH] = {};
-  GetEnvironmentVariableW(L"SystemRoot", repaired, MAX_PATH);
-  EXPECT_EQ(system_root, repaired);
+  EXPECT_EQ(
+      "RtlGetVersion IsWow64Process GetLogicalProcessorInformation GetTickCount64 RtlNtStatusToDosError NtOpenFile NtReadFile "
+      "NtWriteFile NtQueryInformationFile NtSetInformationFile NtQueryVirtualMemory NtQueryObject "
+      "NtQueryVolumeInformationFile NtQueryInformationProcess NtQuerySystemInformation RtlSetThreadErrorMode "
+      "NtWow64QueryInformationProcess64 NtWow64GetNativeSystemInformation NtWow64QueryVirtualMemory64 "
+      "NtWow64ReadVirtualMemory64 ",
+      looked_up);
+  EXPECT_EQ(system_root, SystemRoot());
   EXPECT_EQ(Path(L"program"), CmnOsProgramFolder());
   EXPECT_TRUE(test::IsDirectory(Path(L"data\\journal")));
   RemoveDirectoryW(Path(L"data\\journal").c_str());
@@ -106,18 +114,24 @@ TEST_F(CommonOs, FirstReferenceSetsUpAndLastTearsDown) {
   EXPECT_STREQ(L"D:(A;OIIO;GA;;;WD)(A;CI;FA;;;WD)", text);
   LocalFree(text);
 
+  const std::wstring long_root(300, L'x');
+  SetEnvironmentVariableW(L"SystemRoot", long_root.c_str());
   memory_ = false;
   EXPECT_EQ(DWORD{ERROR_NOT_ENOUGH_MEMORY}, CmnOsInitialize(0));
   EXPECT_EQ("open close ", Done());
   EXPECT_EQ(0, References()) << "a failure is undone";
   EXPECT_EQ(nullptr, root::OpenSecurityAttributes());
+  EXPECT_EQ(long_root, SystemRoot());
+  SetEnvironmentVariableW(L"SystemRoot", L"X:");
   memory_ = true;
   test::SetText(kCorvidKey, L"ProgramFolder", Path(L"host"));
   EXPECT_EQ(0u, CmnOsInitialize(root::kTableWithoutSideEffects));
   EXPECT_EQ("", Done());
   EXPECT_EQ(1, References());
+  EXPECT_EQ(L"X:", SystemRoot()) << "a value that is there counts";
   EXPECT_EQ(Path(L"program"), CmnOsProgramFolder()) << "settled folders outlive the release";
   EXPECT_TRUE(test::IsDirectory(Path(L"data\\journal"))) << "sub-folders are looked up again";
+  SetEnvironmentVariableW(L"SystemRoot", system_root.c_str());
   EXPECT_EQ(0u, CmnOsUninitialize());
 }
 

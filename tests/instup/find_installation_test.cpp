@@ -8,16 +8,9 @@
 namespace crv::instup {
 namespace {
 
-struct Key {
-  std::wstring path;
-  const wchar_t* program_value = L"ProgramFolder";
-};
-
-// From the first to be asked to the last, which has no data folder.
-const Key kKeys[] = {{L"SOFTWARE\\CORVID Software\\Corvid"},
-                     {L"SOFTWARE\\Vantor Software\\Corvid"},
-                     {L"SOFTWARE\\Vantor Software\\Corvid\\5.0"},
-                     {L"SOFTWARE\\Vantor Software\\Corvid\\4.0", L"Corvid4ProgramFolder"}};
+// From the first to be asked to the last, which names its program folder in another value and has no data folder.
+const std::wstring kKeys[] = {L"SOFTWARE\\CORVID Software\\Corvid", L"SOFTWARE\\Vantor Software\\Corvid",
+                              L"SOFTWARE\\Vantor Software\\Corvid\\5.0", L"SOFTWARE\\Vantor Software\\Corvid\\4.0"};
 
 const std::wstring k64BitView = L"View64\\";
 
@@ -29,10 +22,10 @@ TEST_F(FindInstallationTest, TakesTheFirstWholeKeyOfTheFirstViewAndItsSetup) {
       "advapi32.dll", "RegOpenKeyExW", [](auto real, HKEY root, std::wstring subkey, DWORD options, REGSAM access, HKEY* key) {
         return real(root, ((access & KEY_WOW64_64KEY ? k64BitView : L"") + subkey).c_str(), options, access, key);
       });
-  test::SetText(kKeys[0].path, L"ProgramFolder", L"C:\\without data");
-  test::SetText(kKeys[1].path, L"DataFolder", L"C:\\without a program");
-  test::SetText(kKeys[2].path, L"ProgramFolder", L"C:\\with an empty one");
-  test::SetText(kKeys[2].path, L"DataFolder", L"");
+  test::SetText(kKeys[0], L"ProgramFolder", L"C:\\without data");
+  test::SetText(kKeys[1], L"DataFolder", L"C:\\without a program");
+  test::SetText(kKeys[2], L"ProgramFolder", L"C:\\with an empty one");
+  test::SetText(kKeys[2], L"DataFolder", L"");
   InstallationInfo info;
   EXPECT_FALSE(FindInstallation(info));
   EXPECT_EQ(DWORD{ERROR_FILE_NOT_FOUND}, GetLastError());
@@ -42,9 +35,9 @@ TEST_F(FindInstallationTest, TakesTheFirstWholeKeyOfTheFirstViewAndItsSetup) {
   for (const std::wstring& view : {k64BitView, std::wstring()}) {
     for (std::size_t i = std::size(kKeys); i-- > 0;) {
       const std::wstring place = L"C:\\" + view + L"place " + std::to_wstring(i);
-      const std::wstring key = view + kKeys[i].path;
+      const std::wstring key = view + kKeys[i];
       SCOPED_TRACE(testing::PrintToString(place));
-      test::SetText(key, kKeys[i].program_value, place);
+      test::SetText(key, i < 3 ? L"ProgramFolder" : L"Corvid4ProgramFolder", place);
       if (i < 3) test::SetText(key, L"DataFolder", place + L" data");
       ASSERT_TRUE(FindInstallation(info));
       EXPECT_EQ(place, info.program_folder);
@@ -67,16 +60,12 @@ TEST_F(FindInstallationTest, TheProgramFolderIsAWholePathInThe32BitView) {
         EXPECT_EQ(REGSAM{KEY_QUERY_VALUE | KEY_WOW64_32KEY}, access);
         return real(root, subkey, options, KEY_QUERY_VALUE, key);
       });
-  const struct {
-    const wchar_t* value;
-    const char* thrown;
-  } cases[] = {{L"C:\\program", "nothing"},
-               {L"", "error 0000000d Unable to retrieve path of the program directory!"},
-               {L"program", "error 0000000d Unable to retrieve path of the program directory!"}};
-  for (const auto& c : cases) {
-    test::SetText(test::kCorvidKey, L"ProgramFolder", c.value);
-    EXPECT_EQ(c.thrown, crv::test::Thrown([&] { EXPECT_EQ(c.value, GetProgramFolder()); }));
+  for (const wchar_t* const partial : {L"", L"program"}) {
+    test::SetText(test::kCorvidKey, L"ProgramFolder", partial);
+    EXPECT_EQ("error 0000000d Unable to retrieve path of the program directory!", crv::test::Thrown(GetProgramFolder));
   }
+  test::SetText(test::kCorvidKey, L"ProgramFolder", L"C:\\program");
+  EXPECT_EQ(L"C:\\program", GetProgramFolder());
 }
 
 }  // namespace
