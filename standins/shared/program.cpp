@@ -36,12 +36,20 @@ Program::Program(const wchar_t* file, const std::wstring& arguments, Output outp
   CloseHandle(started.hThread);
 }
 
+Program::~Program() {
+  if (runs()) Kill();
+}
+
 std::optional<DWORD> Program::Result(DWORD limit) {
   DWORD result = 0;
   if (WaitForSingleObject(process_.get(), limit) == WAIT_OBJECT_0 && GetExitCodeProcess(process_.get(), &result)) return result;
+  Kill();
+  return std::nullopt;
+}
+
+void Program::Kill() {
   TerminateProcess(process_.get(), ERROR_TIMEOUT);
   WaitForSingleObject(process_.get(), kKillTakes);
-  return std::nullopt;
 }
 
 }  // namespace crv::standins

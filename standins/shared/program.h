@@ -19,6 +19,10 @@ class Program {
   // has to answer. Throws crv::exceptions::error when it cannot be started.
   Program(const wchar_t* file, const std::wstring& arguments, Output output);
 
+  ~Program();  // kills it when it still runs
+  Program(const Program&) = delete;
+  Program& operator=(const Program&) = delete;
+
   static std::wstring CommandLine(const wchar_t* file, const std::wstring& arguments);
 
   bool runs() const { return WaitForSingleObject(process_.get(), 0) == WAIT_TIMEOUT; }
@@ -27,6 +31,8 @@ class Program {
   std::optional<DWORD> Result(DWORD limit);
 
  private:
+  void Kill();
+
   root::ScopedKernelHandle process_;
 };
 

@@ -78,7 +78,7 @@ bool ConsoleHasColours() {
 void RequireSuite() {
   for (const wchar_t* const file : {L"wsc_proxy.exe", L"wsc.dll", L"crasher.exe"}) {
     if (GetFileAttributesW(Beside(file).c_str()) != INVALID_FILE_ATTRIBUTES) continue;
-    throw exceptions::error(GetLastError(), L"there is nothing to tour: cannot find %s", Beside(file).c_str());
+    throw exceptions::error(ERROR_FILE_NOT_FOUND, L"there is nothing to tour: cannot find %s", Beside(file).c_str());
   }
 }
 
@@ -127,7 +127,10 @@ int Run(const Options& options) {
 }
 
 int Main(const Words& words) {
-  if (words.size() == 1 && words[0] == L"list") return List();
+  if (!words.empty() && words[0] == L"list") {
+    if (words.size() > 1) throw UsageError{L"list takes no words"};
+    return List();
+  }
   if (!words.empty() && words[0] == L"run") return Run(OptionsFrom(words));
   throw UsageError{words.empty() ? L"a command is missing" : L"unknown command '" + words[0] + L"'"};
 }

@@ -39,7 +39,8 @@ struct Step {
   Frame frame = Frame::host;  // of the log
   Lines log = {};             // "level tag: text"
   Lines calls = {};           // what the stand-ins were asked, area by area; an answer other than 0 stands behind " = "
-  Lines leaves = {};          // the rows of the stand-ins' tables that are new or changed, as "cell | cell"; "name | gone"
+  Lines leaves =
+      {};  // the rows of the stand-ins' tables that are new or changed, as "cell | cell", "-" for no value; "name | gone"
   std::vector<Dump> dumps = {};
 };
 

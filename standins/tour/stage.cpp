@@ -12,7 +12,7 @@ constexpr char kSuccess[] = " = 0x00000000";
 std::string Text(Words cells) {
   while (!cells.empty() && cells.back() == kNothing) cells.pop_back();
   std::string text;
-  for (const std::wstring& cell : cells) text += (text.empty() ? "" : " | ") + ToUtf8(cell);
+  for (const std::wstring& cell : cells) text += (text.empty() ? "" : " | ") + (cell == kNothing ? "-" : ToUtf8(cell));
   return text;
 }
 

@@ -14,7 +14,7 @@ class Stage {
   Stage();
 
   // The rows of this one that the earlier one does not have, as "cell | cell"; and "name | gone" for what has no row any more.
-  // Cells without a value at the end of a row are left out.
+  // A cell without a value is "-", and left out at the end of a row.
   Lines ChangesSince(const Stage& earlier) const;
 
  private:

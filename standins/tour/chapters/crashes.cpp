@@ -26,7 +26,7 @@ std::vector<Chapter> CrashChapters() {
          .result = 0xc0000005,
          .frame = Frame::none,
          .log = Joined(kGuarded, kUpdating, kCrashNow, kFilter, logs::Dumped("c0000005")),
-         .leaves = Joined(Lines{"loaded | 1 (trusted) | 0 | — | 1"}, DumpedOutside("")),
+         .leaves = Joined(Lines{"loaded | 1 (trusted) | 0 | - | 1"}, DumpedOutside("")),
          .dumps = {{0xc0000005, "", "crv::crashguard::CrashNow at user_crash.cpp:[0-9]+"}}}}},
 
       {"library-crash",

@@ -28,7 +28,7 @@ std::vector<Chapter> DriverChapters() {
          .request = "/svc /register /antivirus",
          .log = logs::Register(kAv),
          .calls = asks::Register(kAv),
-         .leaves = {"anti-virus | Corvid Antivirus | \u2014 | \u2014 | {host}", "loaded | 1 (trusted) | 3 | {tour} | 0",
+         .leaves = {"anti-virus | Corvid Antivirus | - | - | {host}", "loaded | 1 (trusted) | 3 | {tour} | 0",
                     "IWscAVStatus | Corvid Antivirus"}},
         {.says = "every number but 0 is a yes",
          .before = {"driver answer 7"},
@@ -41,8 +41,7 @@ std::vector<Chapter> DriverChapters() {
          .request = "/svc /register /antivirus",
          .log = logs::Register(kAv),
          .calls = asks::Register(kAv),
-         .leaves = {"anti-virus | Corvid Antivirus | \u2014 | \u2014 | {host}",
-                    "loaded | 2 bytes of 4 (not trusted) | 5 | {tour} | 0"}},
+         .leaves = {"anti-virus | Corvid Antivirus | - | - | {host}", "loaded | 2 bytes of 4 (not trusted) | 5 | {tour} | 0"}},
         {.says = "the query fails",
          .before = {"driver fail 0xc0000022"},
          .request = "/svc /unregister /antivirus",
@@ -54,7 +53,7 @@ std::vector<Chapter> DriverChapters() {
          .request = "/svc /register /antivirus",
          .log = logs::Register(kAv),
          .calls = asks::Register(kAv),
-         .leaves = {"anti-virus | Corvid Antivirus | \u2014 | \u2014 | {host}"}}}},
+         .leaves = {"anti-virus | Corvid Antivirus | - | - | {host}"}}}},
   };
 }
 

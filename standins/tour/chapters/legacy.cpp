@@ -135,7 +135,7 @@ std::vector<Chapter> LegacyChapters() {
        {{.request = "/svc /register /firewall",
          .log = logs::Register(kFw),
          .calls = asks::Register(kFw),
-         .leaves = {"firewall | Corvid Antivirus | \u2014 | \u2014 | {host}", "IWscFWStatus | Corvid Antivirus"}}}},
+         .leaves = {"firewall | Corvid Antivirus | - | - | {host}", "IWscFWStatus | Corvid Antivirus"}}}},
   };
 }
 

@@ -52,7 +52,7 @@ std::vector<Chapter> RequestChapters() {
          .request = "/svc /register /firewall",
          .frame = Frame::none,
          .calls = asks::Register(kFw),
-         .leaves = {"firewall | Corvid Antivirus | \u2014 | \u2014 | {host}", "IWscFWStatus | Corvid Antivirus"}},
+         .leaves = {"firewall | Corvid Antivirus | - | - | {host}", "IWscFWStatus | Corvid Antivirus"}},
         {.says = "its exception meets the barrier of the module, before Security Center is asked",
          .before = {"log throw open"},
          .request = "/svc /unregister /firewall",
