@@ -31,7 +31,8 @@ bool TakeRestartedMark() {
   return true;
 }
 
-// ShellExecuteExW with the mark in the environment that the new process is given, which is this process's own meanwhile.
+// ShellExecuteExW with the mark in the environment that the new process is given, which is this process's own meanwhile. With
+// SEE_MASK_NOASYNC the process has its environment when the call returns.
 bool ExecuteMarked(SHELLEXECUTEINFOW& execute) {
   if (!SetEnvironmentVariableW(kRestartedMark, L"1")) return false;
   const bool started = ShellExecuteExW(&execute);

@@ -14,8 +14,8 @@
 // what fails before that, the library may lose.
 //
 // First the current folder is taken out of the search for libraries, then the process gets its crash guard. A system without a
-// writer of minidumps (127) and a data folder that cannot be found fail the call there, even before a missing command line does. A
-// crash guard that cannot be installed, perhaps for want of the log folder, is no failure. The thread is in COM's multithreaded
+// writer of minidumps (127) and a data folder that cannot be found fail the call there, even before a missing command line does.
+// A crash guard that cannot be installed, perhaps for want of the log folder, is no failure. The thread is in COM's multithreaded
 // apartment while the request is carried out.
 //
 // When the call returns, the crash guard and the search without the current folder stay. So does this library, even if the host

@@ -1,7 +1,8 @@
-// The COM back end: registers, unregisters and updates one product kind through Security Center's ISV class. One class for each of
-// IWscAVStatus, IWscASStatus and IWscFWStatus; it has no state, and every step creates and releases its own interface pointer.
+// The COM back end: registers, unregisters and updates one product kind through Security Center's ISV class. One class for each
+// of IWscAVStatus, IWscASStatus and IWscFWStatus; it has no state, and every step creates and releases its own interface pointer.
 // All operations block while Security Center's service comes up and while it answers "pending" (up to some 15 minutes per call),
-// and run on a thread that has initialised COM. Failures throw `crv::exceptions::error` with the HRESULT; completed steps are not rolled back.
+// and run on a thread that has initialised COM. Failures throw `crv::exceptions::error` with the HRESULT; completed steps are not
+// rolled back.
 #pragma once
 
 #include <concepts>

@@ -11,8 +11,8 @@
 namespace crv::wsc::sc {
 
 // Returns at once and silently when the service runs; starts a stopped one; waits for somebody else to start a disabled one.
-// Throws `crv::exceptions::error`: as QueryServiceState and ControlServiceAndWait do (root/service_control.h), with the last error
-// and "cannot get wscsvc status" when the start type cannot be read, or as the class below does.
+// Throws `crv::exceptions::error`: as QueryServiceState and ControlServiceAndWait do (root/service_control.h), with the last
+// error and "cannot get wscsvc status" when the start type cannot be read, or as the class below does.
 void ensure_running();
 
 namespace detail {

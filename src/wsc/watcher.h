@@ -1,5 +1,6 @@
 // Listens for Windows Security Center's change notifications and turns each burst of them into one call of the virtual `changed`,
-// made on a thread of its own once the notifications have stopped for a settle delay. A base class: it does nothing with a change.
+// made on a thread of its own once the notifications have stopped for a settle delay. A base class: it does nothing with a
+// change.
 //
 // Three kinds of thread meet here: the owner's, which constructs, stops and destroys; those of Security Center's client library,
 // which notify; and the worker, of which there is at most one. A subclass that owns what its `changed` uses has to call `stop`

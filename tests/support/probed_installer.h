@@ -1,4 +1,5 @@
-// An installation of the suite whose installer is a probe: registered in a redirected hive, with its folders on a stage of the test.
+// An installation of the suite whose installer is a probe: registered in a redirected hive, with its folders on a stage of the
+// test.
 #pragma once
 
 #include <fstream>

@@ -1,5 +1,5 @@
-// A stage on which HKEY_LOCAL_MACHINE of the test process is an empty key of the user's hive. Keys that COM needs (Software\Classes)
-// are not there; use it for code that only reads and writes the registry. One at a time, on one thread.
+// A stage on which HKEY_LOCAL_MACHINE of the test process is an empty key of the user's hive. Keys that COM needs
+// (Software\Classes) are not there; use it for code that only reads and writes the registry. One at a time, on one thread.
 #pragma once
 
 #include <gtest/gtest.h>
