@@ -1,0 +1,174 @@
+#include "sweep/documented.h"
+
+#include <algorithm>
+#include <iterator>
+
+#include "sweep/functions.h"
+#include "sweep/scenarios.h"
+
+namespace crv::sweep {
+namespace {
+
+using enum Kind;
+
+constexpr DWORD kNoCode = 0xFFFFFFFF;
+constexpr DWORD kGeneralFailure = 31;
+constexpr DWORD kProcNotFound = 127;
+constexpr DWORD kThrownObject = 0xE06D7363;
+
+constexpr char kMemory[] = "memory ran out: a clean code, or what needed it is done without";
+constexpr char kOptional[] = "nothing depends on it, or there is another way";
+
+// Calls made while the library is loaded.
+const Row kLoadRows[] = {
+    {"GetModuleHandleW", "ReadOsVersion", L"", not_loaded, 0, "the library has to know the version of Windows"},
+    {"GetProcAddress", "ReadOsVersion", L"", not_loaded, 0, "the library has to know the version of Windows"},
+    {"CreateFileW", "", L"CRVSP", nothing, 0, "a machine without the driver is normal"},
+    {"CreateFileW", "", L"crvSP", nothing, 0, "a machine without the driver is normal"},
+    {"VirtualProtect", "", L"", nothing, 0, "the spare stack then has no end"},
+    {"", "", L"", load, 0, "a library that cannot be set up is not loaded"},
+};
+
+// Calls made while the process gets its crash guard, which may fail without a word.
+const Row kGuardRows[] = {
+    {"LoadLibraryW", "DumpLibrary", L"dbghelp", fixed, kProcNotFound, "without a writer of dumps there is no crash guard"},
+    {"GetProcAddress", "DumpLibrary::DumpLibrary", L"MiniDumpWriteDump", fixed, kProcNotFound, "the same"},
+    {"malloc", "", L"", memory, 0, kMemory},
+    {"calloc", "", L"", memory, 0, kMemory},
+    {"realloc", "", L"", memory, 0, kMemory},
+    {"", "LookupFolder", L"", nothing, 0, "the library's folders have a fallback, which is made", Row::kAnyCode, "", 0, 0, "",
+     true},
+    {"", "", L"", nothing, 0, "a crash guard that cannot be installed is no failure"},
+};
+
+const Row kRequestRows[] = {
+    // Memory.
+    {"SysAllocString", "", L"", ended, kThrownObject, "the COM support library's error is no standard exception and leaves run"},
+    {"malloc", "", L"", memory, 0, kMemory},
+    {"calloc", "", L"", memory, 0, kMemory},
+    {"realloc", "", L"", memory, 0, kMemory},
+    {"_strdup", "", L"", memory, 0, kMemory},
+
+    // Dumps of a thrown `fatal`.
+    {"GetExitCodeProcess", "WriteDumpExternal", L"", nothing, 0, "the dump is written in the process as well", Row::kAnyCode, "",
+     0, 1},
+    {"WaitForSingleObject", "WriteDumpExternal", L"", nothing, 0, "the dumper is ended, the dump written in the process",
+     Row::kAnyCode, "", 0, 1},
+    {"", "WriteDumpExternal", L"", nothing, 0, "the dump is written in the process, and never more than lost"},
+    {"", "WriteDumpInternal", L"", nothing, 0, "a dump is all that is lost"},
+
+    // The log.
+    {"AcquireLogModule", "change_defender_status", L"", nothing, 0, "the switch reports nothing to its caller"},
+    {"AcquireLogModule", "CavmStop", L"", nothing, 0, "a log that fails must not end the process"},
+    {"AcquireLogModule", "LogFailure", L"", unrecorded, 0, "a log that fails must not cost the result"},
+    {"AcquireLogModule", "crashguard", L"", nothing, 0, "a record is all that is lost"},
+    {"AcquireLogModule", "", L"", fixed, kGeneralFailure, "a standard exception, but none of ours"},
+
+    // The runtime, which has another way.
+    {"", "init_codepage_func", L"", nothing, 0, kOptional},
+    {"", "init_vscprintf", L"", nothing, 0, kOptional},
+    {"TlsSetValue", "VectoredExceptionHandler", L"", nothing, 0, "the thread then has no mark"},
+    {"", "FindTickCount", L"", nothing, 0, kOptional},
+
+    // Folders.
+    {"SHGetFolderPathW", "LogFolder", L"", nothing, 0, "the registry knows the folder as well"},
+    {"SHGetFolderPathW", "GetPersistentDataFolder", L"", nothing, 0, "the same"},
+
+    // Paths of modules.
+    {"QueryDosDeviceW", "", L"", fixed, ERROR_PATH_NOT_FOUND, "the search goes on to the next volume, and there is none"},
+
+    // Windows Defender.
+    {"RegOpenKeyExW", "OptedOut", L"Corvid\\Wsc", nothing, 0, "without the user's word it is switched off"},
+    {"RegQueryValueExW", "", L"IReallyWant", nothing, 0, "without the user's word it is switched off"},
+    {"", "change_defender_status", L"", nothing, 0, "the caller never sees a failure", Row::kAnyCode, "", 0, 0,
+     "change_defender_status: "},
+
+    // Security Center.
+    {"RegCreateKeyExW", "write_registered_name", L"", nothing, 0, "the registration counts as done", Row::kAnyCode, "", 0, 0,
+     "error wsc cannot write registered name"},
+    {"RegSetValueExW", "write_registered_name", L"", nothing, 0, "the registration counts as done", Row::kAnyCode, "", 0, 0,
+     "error wsc cannot write registered name"},
+    {"RegOpenKeyExW", "", L"Corvid\\Wsc", nothing, 0, "a name that cannot be read counts as another one", Row::kAnyCode, "", 0, 0,
+     "wrong display name - reregistering"},
+    {"RegQueryValueExW", "", L"IWsc", nothing, 0, "a name that cannot be read counts as another one", Row::kAnyCode, "", 0, 0,
+     "wrong display name - reregistering"},
+    {"IWscAVStatus.Unregister", "", L"", nothing, 0, "it was not registered", 0x80070002},
+    {"IWscASStatus.Unregister", "", L"", nothing, 0, "it was not registered", 0x80070002},
+    {"IWscFWStatus.Unregister", "", L"", nothing, 0, "it was not registered", 0x80070002},
+    {"IWscAVStatus.UpdateStatus", "", L"", nothing, 0, "it is registered, and updated once more", 0x80070002, "", 0, 0,
+     "Not registered, registering..."},
+    {"IWscASStatus.UpdateStatus", "", L"", nothing, 0, "it is registered, and updated once more", 0x80070002, "", 0, 0,
+     "Not registered, registering..."},
+    {"IWscFWStatus.UpdateStatus", "", L"", nothing, 0, "it is registered, and updated once more", 0x80070002, "", 0, 0,
+     "Not registered, registering..."},
+
+    // The suite's own libraries.
+    {"CavmStop", "", L"", nothing, 0, "only logged", Row::kAnyCode, "", 0, 0, "error wsc cavmstop failed"},
+    {"LoadLibraryExW", "AvManager", L"cavm4h.dll", fixed, kNoCode, "the failure has no code"},
+    {"LoadLibraryW", "start_firewall", L"crvData.dll", fixed, kNoCode, "the failure has no code"},
+
+    // The driver.
+    {"DeviceIoControl", "", L"", nothing, 0, "without a proper answer the parent is trusted"},
+
+    // Rights.
+    {"", "RunningUnderAdminAccount", L"", fixed, kNoCode, "the error lies nested in one without a code", Row::kAnyCode, "", 0, 0,
+     "RunningUnderAdminAccount (code 0xffffffff) <- "},
+
+    // The installer.
+    {"", "FindInstallation", L"", nothing, 0, "it is found in another view of the registry, or there is a default"},
+    {"CreateFileW", "", L"setup.ini", nothing, 0, "the installer repairs its settings", Row::kAnyCode, "", 0, 0, "", true},
+    {"", "LoadSettingsFile", L"", nothing, 0, "the installer repairs its settings", Row::kAnyCode, "", 0, 0, "", true},
+    {"AllowSetForegroundWindow", "", L"", nothing, 0, kOptional},
+    {"", "StartJob", L"", nothing, 0, "a started installer is only not ended with the host"},
+    {"CreateJobObjectW", "", L"", nothing, 0, "a started installer is only not ended with the host"},
+    {"SetInformationJobObject", "", L"", nothing, 0, "a started installer is only not ended with the host"},
+    {"AssignProcessToJobObject", "", L"", nothing, 0, "a started installer is only not ended with the host"},
+    {"WaitForSingleObject", "WaitForExitCode", L"", code, 0, "what it came to is not known"},
+    {"GetExitCodeProcess", "WaitForExitCode", L"", code, 0, "what it came to is not known"},
+    {"", "RunUpdater", L"", fixed, kNoCode, "the installer could not be run: a failure without a code"},
+};
+
+// The process ends: nobody is left to report to.
+const Row kEndRows[] = {
+    {"", "", L"", nothing, 0, "the result stands already"},
+};
+
+const Row kCrashRows[] = {
+    {"GetExitCodeProcess", "WriteDumpExternal", L"", nothing, 0, "the dump is written in the process as well", Row::kAnyCode, "",
+     0, 1},
+    {"WaitForSingleObject", "WriteDumpExternal", L"", nothing, 0, "the dumper is ended, the dump written in the process",
+     Row::kAnyCode, "", 0, 1},
+    {"", "", L"", nothing, 0, "a crash leaves its dump, whatever else fails"},
+};
+
+const Row kDefault = {"", "", L"", code, 0, "the result is the code of the failing call"};
+
+bool Holds(std::string_view text, std::string_view part) { return text.find(part) != std::string_view::npos; }
+
+bool Fits(const Row& row, const Trial& trial) {
+  return (*row.function == 0 || trial.fault.function == row.function) &&
+         (*row.caller == 0 || std::any_of(trial.callers.begin(), trial.callers.end(),
+                                          [&](const std::string& caller) { return Holds(caller, row.caller); })) &&
+         std::wstring_view(trial.outcome.block.text).find(row.text) != std::wstring_view::npos &&
+         Holds(trial.scenario.name, row.scenario) && (row.code == Row::kAnyCode || row.code == trial.fault.code);
+}
+
+template <typename Rows>
+const Row& First(const Rows& rows, const Trial& trial) {
+  const auto found = std::find_if(std::begin(rows), std::end(rows), [&](const Row& row) { return Fits(row, trial); });
+  return found == std::end(rows) ? kDefault : *found;
+}
+
+}  // namespace
+
+const Row& Documented(const Trial& trial) {
+  switch (trial.outcome.block.hit_in) {
+    case Phase::load: return First(kLoadRows, trial);
+    case Phase::guard: return First(kGuardRows, trial);
+    case Phase::request: return First(kRequestRows, trial);
+    case Phase::after: break;
+  }
+  return trial.scenario.request.after == After::crash ? First(kCrashRows, trial) : First(kEndRows, trial);
+}
+
+}  // namespace crv::sweep

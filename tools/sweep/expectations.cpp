@@ -1,0 +1,122 @@
+#include "sweep/expectations.h"
+
+#include <algorithm>
+#include <cstdio>
+
+#include "sweep/scenarios.h"
+
+namespace crv::sweep {
+namespace {
+
+constexpr DWORD kNotLoaded = 0xE0570001;
+constexpr DWORD kGeneralFailure = 31;
+constexpr DWORD kSlower = 10'000;  // ms beyond twice the time without a fault; other work may share the machine
+
+template <typename... Arguments>
+std::string Text(const char* format, Arguments... arguments) {
+  char text[512] = {};
+  _snprintf(text, sizeof(text) - 1, format, arguments...);
+  return text;
+}
+
+std::string CodeText(DWORD code) { return Text("(code 0x%08lx)", code); }
+
+void LookAtResult(const Trial& trial, DWORD wanted, std::vector<std::string>& complaints) {
+  const Outcome& outcome = trial.outcome;
+  if (outcome.exit_code != wanted) {
+    complaints.push_back(Text("the result is 0x%lx instead of 0x%lx", outcome.exit_code, wanted));
+  }
+}
+
+// One record of `run` with the code, or, where none is wanted, as many as without the fault.
+void LookAtRecords(const Trial& trial, bool wants_record, std::vector<std::string>& complaints) {
+  const std::vector<std::string>& records = trial.outcome.run_records;
+  if (!wants_record) {
+    if (records.size() != trial.normal.run_records.size())
+      complaints.push_back(Text("%u records of run", unsigned(records.size())));
+    return;
+  }
+  if (records.size() != 1) {
+    complaints.push_back(Text("%u records of run instead of 1", unsigned(records.size())));
+    return;
+  }
+  // Exceptions that are not the library's own have no code.
+  if (trial.outcome.exit_code != kGeneralFailure && records[0].find(CodeText(trial.outcome.exit_code)) == std::string::npos) {
+    complaints.push_back("the record of run has another code: " + records[0]);
+  }
+  if (records[0].starts_with("(code")) complaints.push_back("the record of run names no step: " + records[0]);
+}
+
+void LookAtRest(const Trial& trial, std::size_t fewest, std::size_t most, std::vector<std::string>& complaints) {
+  const Outcome& outcome = trial.outcome;
+  const ControlBlock& block = outcome.block;
+  const ControlBlock& normal = trial.normal.block;
+  if (block.returned && block.handles > normal.handles) {
+    complaints.push_back(Text("%lu handles instead of %lu", block.handles, normal.handles));
+  }
+  if (block.returned && block.threads > normal.threads) {
+    complaints.push_back(Text("%lu threads instead of %lu", block.threads, normal.threads));
+  }
+  if (block.milliseconds > 2 * normal.milliseconds + kSlower) complaints.push_back(Text("it took %lu ms", block.milliseconds));
+  if (outcome.dumps < fewest || outcome.dumps > most) {
+    complaints.push_back(Text("%u dumps instead of %u", unsigned(outcome.dumps), unsigned(fewest)));
+  }
+  if (outcome.empty_dumps) complaints.push_back(Text("%u dumps are empty", unsigned(outcome.empty_dumps)));
+  for (const std::wstring& program : outcome.left_programs) complaints.push_back(Text("%ls still ran", program.c_str()));
+}
+
+}  // namespace
+
+std::vector<std::string> Complaints(const Trial& trial) {
+  if (trial.outcome.timed_out) return {"it did not end"};
+  std::vector<std::string> complaints;
+  const Row& row = Documented(trial);
+  std::size_t fewest = trial.scenario.dumps - row.fewer_dumps, most = trial.scenario.dumps + row.more_dumps;
+  switch (row.kind) {
+    case Kind::code:
+    case Kind::fixed:
+      if (trial.scenario.request.after != After::crash) fewest = most = 0;  // what the scenario dumps otherwise was not reached
+      LookAtResult(trial, row.kind == Kind::code ? trial.fault.code : row.value, complaints);
+      LookAtRecords(trial, true, complaints);
+      break;
+    case Kind::nothing:
+      LookAtResult(trial, trial.scenario.result, complaints);
+      LookAtRecords(trial, false, complaints);
+      break;
+    case Kind::unrecorded: LookAtResult(trial, trial.scenario.result, complaints); break;
+    case Kind::memory:
+      if (!trial.outcome.block.loaded) {
+        LookAtResult(trial, kNotLoaded, complaints);
+      } else if (!trial.outcome.block.returned) {
+        complaints.push_back(Text("the process ended with 0x%lx", trial.outcome.exit_code));
+      } else {
+        LookAtResult(trial, trial.scenario.request.after == After::crash ? trial.scenario.result : trial.outcome.block.result,
+                     complaints);
+        LookAtRecords(trial, trial.outcome.block.result != 0, complaints);
+        if (trial.scenario.request.after != After::crash) fewest = 0;
+      }
+      break;
+    case Kind::load:
+      if (!trial.outcome.block.loaded && trial.outcome.exit_code == kNotLoaded) break;
+      LookAtResult(trial, trial.scenario.result, complaints);
+      LookAtRecords(trial, false, complaints);
+      break;
+    case Kind::not_loaded: LookAtResult(trial, kNotLoaded, complaints); break;
+    case Kind::ended:
+      LookAtResult(trial, row.value, complaints);
+      ++fewest;
+      ++most;
+      break;
+  }
+  const std::vector<std::string>& records = trial.outcome.records;
+  if (std::none_of(records.begin(), records.end(),
+                   [&](const std::string& record) { return record.find(row.record) != record.npos; }) &&
+      *row.record) {
+    complaints.push_back(Text("no record says \"%s\"", row.record));
+  }
+  LookAtRest(trial, fewest, most, complaints);
+  if (!complaints.empty()) complaints.push_back(Text("documented: %s", row.reason));
+  return complaints;
+}
+
+}  // namespace crv::sweep
