@@ -10,6 +10,7 @@
 #include "base/exceptions.h"
 #include "base/log.h"
 #include "root/module_path.h"
+#include "root/process.h"
 #include "root/scoped_handle.h"
 #include "root/token.h"
 
@@ -69,11 +70,7 @@ void run_elevated(const CommandLine& command_line, const std::function<void()>& 
   log::Info(tag, L"Restarting wsc_proxy.exe elevated.");
   const root::ScopedKernelHandle process = RestartElevated(command_line);
   if (!process) return;
-  if (WaitForSingleObject(process.get(), INFINITE) != WAIT_OBJECT_0) {
-    throw exceptions::error(GetLastError(), "WaitForSingleObject");
-  }
-  DWORD exit_code = 0;
-  if (!GetExitCodeProcess(process.get(), &exit_code)) throw exceptions::error(GetLastError(), "GetExitCodeProcess");
+  const std::uint32_t exit_code = root::WaitForExitCode(process.get());
   if (exit_code != 0) throw exceptions::error(exit_code, "elevated wsc_proxy ended with error");
 }
 

@@ -18,10 +18,7 @@ inline constexpr const wchar_t* kCorvidKey = L"SOFTWARE\\CORVID Software\\Corvid
 
 // Writes a value below HKEY_LOCAL_MACHINE.
 inline void SetBytes(const std::wstring& key, const wchar_t* name, DWORD type, const void* data, DWORD bytes) {
-  HKEY opened = nullptr;
-  ASSERT_EQ(0, RegCreateKeyExW(HKEY_LOCAL_MACHINE, key.c_str(), 0, nullptr, 0, KEY_SET_VALUE, nullptr, &opened, nullptr));
-  EXPECT_EQ(0, RegSetValueExW(opened, name, 0, type, static_cast<const BYTE*>(data), bytes));
-  RegCloseKey(opened);
+  EXPECT_EQ(0, SHSetValueW(HKEY_LOCAL_MACHINE, key.c_str(), name, type, data, bytes));
 }
 
 inline void SetText(const std::wstring& key, const wchar_t* name, const std::wstring& text, DWORD type = REG_SZ) {
