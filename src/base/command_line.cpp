@@ -1,5 +1,6 @@
 #include "base/command_line.h"
 
+#include <algorithm>
 #include <utility>
 
 namespace crv {
@@ -7,32 +8,28 @@ namespace {
 
 bool IsDelimiter(wchar_t c) { return c == L' ' || c == L'\t' || c == L'\r' || c == L'\n'; }
 
-// Calls `use` with each token in order, the empty ones included. The token is only lent.
+// Appends each token in order, the empty ones included, to `buffer` and calls `use` with the place where it begins. The token is the
+// user's to keep or to cut off.
 template <typename Use>
-void ForEachToken(const wchar_t* text, Use use) {
-  std::wstring token;
+void ForEachToken(const wchar_t* text, std::wstring& buffer, Use use) {
+  std::size_t begin = buffer.size();
   bool started = false;
   bool quoted = false;
-  const auto append = [&](wchar_t c) {
-    started = true;
-    token.push_back(c);
-  };
   for (const wchar_t* at = text; *at; ++at) {
     if (!quoted && IsDelimiter(*at)) {
       while (IsDelimiter(at[1])) ++at;
-      if (started) use(token);
+      if (started) use(begin);
       started = true;
-      token.clear();
-    } else if (*at != L'"') {
-      append(*at);
-    } else if (at[1] == L'"') {
-      append(L'"');
-      ++at;
-    } else {
+      begin = buffer.size();
+    } else if (*at == L'"' && at[1] != L'"') {
       quoted = !quoted;
+    } else {
+      if (*at == L'"') ++at;
+      started = true;
+      buffer.push_back(*at);
     }
   }
-  if (started) use(token);
+  if (started) use(begin);
 }
 
 void AppendWithDoubledQuotes(std::wstring& result, const std::wstring& text) {
@@ -72,45 +69,69 @@ void AppendWord(std::wstring& result, const std::wstring& word) {
 
 void CommandLine::parse(const wchar_t* text) {
   program_.clear();
+  text_.clear();
   switches_.clear();
   words_.clear();
   bool first = true;
-  ForEachToken(text, [&](const std::wstring& token) {
+  ForEachToken(text, text_, [&](std::size_t begin) {
     if (std::exchange(first, false)) {
-      program_ = token;
+      program_ = text_;
+      text_.clear();
     } else {
-      AddArgument(token);
+      AddArgument(begin);
     }
   });
 }
 
-void CommandLine::AddArgument(const std::wstring& token) {
-  if (token.empty()) return;
-  if (token.front() != L'/') {
-    words_.push_back(token);
+// The token at the end of the text: a switch stays there without its slash and colon, of others nothing stays.
+void CommandLine::AddArgument(std::size_t begin) {
+  if (begin == text_.size()) return;
+  if (text_[begin] != L'/') {
+    words_.push_back(text_.substr(begin));
+    text_.resize(begin);
     return;
   }
-  const std::size_t colon = token.find(L':');
+  const std::size_t colon = text_.find(L':', begin);
   if (colon == std::wstring::npos) {
-    set(token.substr(1), {});
+    switches_.push_back({begin + 1, text_.size(), text_.size()});
   } else {
-    set(token.substr(1, colon - 1), token.substr(colon + 1));
+    switches_.push_back({begin + 1, colon, text_.size() - 1});
+    text_.erase(colon, 1);
   }
 }
 
-bool CommandLine::has(const wchar_t* name) const { return switches_.find(name) != switches_.end(); }
-
-const std::wstring& CommandLine::value(const wchar_t* name) const {
-  static const std::wstring none;
-  const auto found = switches_.find(name);
-  return found == switches_.end() ? none : found->second;
+const CommandLine::Switch* CommandLine::Find(std::wstring_view name) const {
+  const auto length = static_cast<std::uint32_t>(name.size());
+  const auto found = std::find_if(switches_.rbegin(), switches_.rend(), [&](const Switch& entry) {
+    const std::wstring_view candidate = NameOf(entry);
+    return candidate.size() == name.size() &&
+           nocase::compare(candidate.data(), length, name.data(), length, nocase::kNoMaximum, locale_) == 0;
+  });
+  return found == switches_.rend() ? nullptr : &*found;
 }
 
-void CommandLine::set(std::wstring name, std::wstring value) { switches_.insert_or_assign(std::move(name), std::move(value)); }
+bool CommandLine::has(const wchar_t* name) const { return Find(name) != nullptr; }
+
+std::wstring CommandLine::value(const wchar_t* name) const {
+  const Switch* const found = Find(name);
+  return std::wstring(found ? ValueOf(*found) : std::wstring_view());
+}
+
+void CommandLine::set(const std::wstring& name, const std::wstring& value) {
+  const std::size_t begin = text_.size();
+  text_ += name + value;
+  switches_.push_back({begin, begin + name.size(), text_.size()});
+}
+
+CommandLine::Switches CommandLine::switches() const {
+  Switches result{nocase::Less(locale_)};
+  for (const Switch& entry : switches_) result.insert_or_assign(std::wstring(NameOf(entry)), std::wstring(ValueOf(entry)));
+  return result;
+}
 
 std::wstring CommandLine::arguments() const {
   std::wstring result;
-  for (const auto& [name, value] : switches_) AppendSwitch(result, name, value);
+  for (const auto& [name, value] : switches()) AppendSwitch(result, name, value);
   for (const std::wstring& word : words_) AppendWord(result, word);
   return result;
 }

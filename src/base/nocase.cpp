@@ -24,6 +24,18 @@ int CompareFolded(const wchar_t* left, const wchar_t* right, std::uint32_t count
   return 0;
 }
 
+// The locale's own folding; null for the classic locale, which folds A to Z alone.
+const std::ctype<wchar_t>* FoldingOf(const std::locale& locale) {
+  return locale == std::locale::classic() ? nullptr : &std::use_facet<std::ctype<wchar_t>>(locale);
+}
+
+int CompareFolded(const wchar_t* left, const wchar_t* right, std::uint32_t count, const std::ctype<wchar_t>* folding) {
+  if (!folding) return CompareFolded(left, right, count, FoldAscii);
+  return CompareFolded(left, right, count, [folding](wchar_t c) { return folding->tolower(c); });
+}
+
+int CompareLengths(std::size_t left, std::size_t right) { return left < right ? -1 : left > right; }
+
 }  // namespace
 
 int compare(const wchar_t* left, std::uint32_t left_length, const wchar_t* right, std::uint32_t right_length,
@@ -34,22 +46,16 @@ int compare(const wchar_t* left, std::uint32_t left_length, const wchar_t* right
   left_length = ResolveLength(left, left_length);
   right_length = ResolveLength(right, right_length);
   const std::uint32_t shorter = std::min(left_length, right_length);
-  const std::uint32_t count = std::min(shorter, maximum);
-
-  int result = 0;
-  if (locale == std::locale::classic()) {
-    result = CompareFolded(left, right, count, FoldAscii);
-  } else {
-    const auto& ctype = std::use_facet<std::ctype<wchar_t>>(locale);
-    result = CompareFolded(left, right, count, [&ctype](wchar_t c) { return ctype.tolower(c); });
-  }
-  if (result != 0 || maximum <= shorter || left_length == right_length) return result;
-  return left_length < right_length ? -1 : 1;
+  const int result = CompareFolded(left, right, std::min(shorter, maximum), FoldingOf(locale));
+  return result != 0 || maximum <= shorter ? result : CompareLengths(left_length, right_length);
 }
 
+Less::Less(const std::locale& locale) : locale_(locale), folding_(FoldingOf(locale_)) {}
+
 bool Less::operator()(const std::wstring& left, const std::wstring& right) const {
-  return compare(left.data(), static_cast<std::uint32_t>(left.size()), right.data(), static_cast<std::uint32_t>(right.size()),
-                 kNoMaximum, locale_) < 0;
+  const int result =
+      CompareFolded(left.data(), right.data(), static_cast<std::uint32_t>(std::min(left.size(), right.size())), folding_);
+  return result != 0 ? result < 0 : left.size() < right.size();
 }
 
 }  // namespace crv::nocase

@@ -17,13 +17,16 @@ inline constexpr std::uint32_t kNoMaximum = 0xFFFFFFFF;  // as a maximum: no lim
 int compare(const wchar_t* left, std::uint32_t left_length, const wchar_t* right, std::uint32_t right_length,
             std::uint32_t maximum, const std::locale& locale);
 
-// Orders names without regard to case; for ordered containers. Holds a copy of the global locale of its construction.
+// Orders names without regard to case, for ordered containers; under the global locale unless told otherwise.
 class Less {
  public:
+  explicit Less(const std::locale& locale = std::locale());
+
   bool operator()(const std::wstring& left, const std::wstring& right) const;
 
  private:
   std::locale locale_;
+  const std::ctype<wchar_t>* folding_;  // the locale's; null for the classic one
 };
 
 }  // namespace crv::nocase

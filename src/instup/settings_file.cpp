@@ -5,6 +5,7 @@
 #include <new>
 #include <stdexcept>
 #include <string_view>
+#include <utility>
 
 #include "root/scoped_handle.h"
 
@@ -68,7 +69,7 @@ DWORD ReadWhole(HANDLE file, std::vector<char>& bytes) {
   return ERROR_SUCCESS;
 }
 
-// The same with the file's text, whose bytes are given back by then: a large file needs the memory for its tree.
+// The same with the file's text; its bytes are given back by then.
 DWORD ReadText(HANDLE file, std::wstring& text) {
   std::vector<char> bytes;
   if (const DWORD error = ReadWhole(file, bytes)) return error;
@@ -85,7 +86,7 @@ DWORD Load(const std::wstring& path, SettingsTree& tree) {
   if (!lock.locked()) return GetLastError();
   std::wstring text;
   if (const DWORD error = ReadText(file.get(), text)) return error;
-  tree = SettingsTree::Parse(text);
+  tree = SettingsTree::Parse(std::move(text));
   return ERROR_SUCCESS;
 }
 

@@ -35,7 +35,8 @@ TEST(CommandLine, ParsesByItsTable) {
     SCOPED_TRACE(testing::Message() << "row " << (&c - cases));
     line.parse(c.text);
     EXPECT_EQ(c.program, line.program());
-    EXPECT_EQ(c.switches, Pairs(line.switches().begin(), line.switches().end()));
+    const auto switches = line.switches();
+    EXPECT_EQ(c.switches, Pairs(switches.begin(), switches.end()));
     EXPECT_EQ(c.words, line.words());
   }
   line.parse(L"p /State:on /Update");

@@ -37,6 +37,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   crv::CommandLine again;
   again.parse((L"program " + line.arguments()).c_str());
   Require(again.words() == line.words() && again.arguments() == line.arguments());
-  Require(std::equal(again.switches().begin(), again.switches().end(), line.switches().begin(), line.switches().end()));
+  const auto switches = again.switches(), wanted = line.switches();
+  Require(std::equal(switches.begin(), switches.end(), wanted.begin(), wanted.end()));
   return 0;
 }
