@@ -25,6 +25,8 @@ std::vector<Chapter> ActionChapters() {
          .calls = Manager({"CavmProviderStart(Shield 1)", "CavmProviderResume(Shield 2)"}),
          .leaves = {"Shield 1 | running", "Shield 2 | running"}},
         {.says = "once more: all run already", .request = "/av /enable", .log = kStarting, .calls = Manager({})},
+        {.says = "enabling counts before disabling", .request = "/av /disable /enable", .log = kStarting, .calls = Manager({})},
+        {.request = "/as /disable /enable", .log = kStarting, .calls = Manager({})},
         {.before = {"providers running suspended stopped"},
          .request = "/as /enable",
          .log = kStarting,
