@@ -18,7 +18,7 @@ namespace {
 constexpr int kFew = 7;  // for what takes seconds
 constexpr int kSome = 15;
 constexpr int kMany = 301;
-constexpr std::uint32_t kInstallFlags = crashguard::install_flags::kOfHosts;
+constexpr std::uint32_t kInstallFlags = crashguard::install_flags::kUsual;
 
 // A crash of this thread, as a filter gets it.
 EXCEPTION_POINTERS* Crash() {

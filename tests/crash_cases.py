@@ -50,7 +50,7 @@ class Case:
 
 
 WRITE = r"crasher::WriteToNull.* at faults\.cpp"
-THROWING = r"(ThrowFatal|FourFatals|UncaughtFatal).* at faults\.cpp"
+THROWING = r"(ThrowFatal|FourFatals|CaughtAndUncaughtFatal|UncaughtFatal).* at faults\.cpp"
 MISSING = "/dumper:C:\\nowhere"
 FALLBACK = [WAY_OUT, failed(7), created(AV)]
 
@@ -131,8 +131,9 @@ CASES = [
     Case("a fatal error that nobody catches, beyond the limit", "uncaught-fatal /limit:0", THROWN,
          INSTALLED + LIMITED + ENTERED + [created(THROWN)], [BY_DUMPER], THROWN, THROWING,
          printed="install 0\nwritten\nfatal written\nwine: Unhandled"),
-    Case("a caught fatal error and another one that nobody catches", "two-fatals /limit:1", THROWN,
-         INSTALLED + [created(THROWN)] + LIMITED + ENTERED + [created(THROWN)], [OF_THROW, BY_DUMPER], THROWN, THROWING),
+    Case("caught fatal errors and another one that nobody catches", "last-fatal", THROWN,
+         INSTALLED + [created(THROWN)] * 3 + LIMITED + ENTERED + [created(THROWN)], [OF_THROW] * 3 + [BY_DUMPER], THROWN, THROWING,
+         "install 0\nsame place"),
     Case("no crash", "none", 0, INSTALLED + UNINSTALLED, []),
     Case("no crash, and a supervisor that holds the end", "none /signal", 0x5B4, INSTALLED, [], printed="install 0\nheld", handled=True),
     Case("the same context twice", "microsoft-fatal", THROWN,

@@ -4,7 +4,7 @@
 //
 // Install and Uninstall are for one thread. All else may be called from any thread; writers wait for each other, except that one
 // called from within another one on the same thread is refused. Failures are logged under the tag "crashguard" and reported as
-// status values. Nothing is thrown but what a subscribed handler throws during a direct call of a writer, and std::bad_alloc.
+// status values. What is thrown: std::bad_alloc, and what a subscribed handler throws during a direct call of a writer.
 #pragma once
 
 #include <windows.h>
@@ -23,7 +23,7 @@ namespace install_flags {
 inline constexpr std::uint32_t kLockFilter = 0x1;         // nobody else can replace the unhandled-exception filter
 inline constexpr std::uint32_t kVectoredHandler = 0x100;  // every throw of crv::exceptions::fatal is dumped as it happens
 inline constexpr std::uint32_t kErrorMode = 0x200;        // the system shows no error boxes; not taken back by Uninstall
-inline constexpr std::uint32_t kOfHosts = 0x3FD;          // what the suite's hosts pass: all of these, among bits without meaning
+inline constexpr std::uint32_t kUsual = 0x3FD;            // what the suite's hosts pass: these three, and bits without a meaning
 }  // namespace install_flags
 
 namespace install_status {
@@ -39,11 +39,13 @@ namespace dump_status {
 inline constexpr std::uint32_t kWritten = 0;
 inline constexpr std::uint32_t kException = 1;  // a structured exception ended the writing
 inline constexpr std::uint32_t kNotInstalled = 2;
-inline constexpr std::uint32_t kNoDumper = 4;     // external: no dumper folder given, and none known before Install
-inline constexpr std::uint32_t kNoFile = 5;       // internal: the dump file could not be created
+inline constexpr std::uint32_t kNoDumper =
+    4;  // external: no dumper folder given and none known before Install; or its path is too long
+inline constexpr std::uint32_t kNoFile = 5;       // the dump's path is too long; internal: the file could not be created
 inline constexpr std::uint32_t kWriteFailed = 6;  // internal: all three attempts failed
-inline constexpr std::uint32_t kNotStarted = 7;   // external: the dumper could not be started or its exit code not be read
-inline constexpr std::uint32_t kRefused = 8;      // dump limit reached, context already dumped, or a writer is busy
+inline constexpr std::uint32_t kNotStarted =
+    7;  // external: the dumper could not be started or waited for, or its exit code not be read
+inline constexpr std::uint32_t kRefused = 8;  // dump limit reached, context already dumped, or a writer is busy
 // Any other value of the external writer is the dumper's exit code.
 }  // namespace dump_status
 
@@ -73,8 +75,8 @@ class ICrashGuardModule : public virtual mi::IModule {
   // `handler` is called on the thread that writes a dump, while other writers are locked out, until the connection, which the
   // caller owns, ends. DumpWritten: after each run of a writer that began to write, whatever came of it. FatalDumpWritten: only
   // after those since an exception that nobody handled.
-  virtual std::unique_ptr<mi::IEventConnection> ConnectDumpWritten(const EventHandler& handler) = 0;
-  virtual std::unique_ptr<mi::IEventConnection> ConnectFatalDumpWritten(const EventHandler& handler) = 0;
+  [[nodiscard]] virtual std::unique_ptr<mi::IEventConnection> ConnectDumpWritten(const EventHandler& handler) = 0;
+  [[nodiscard]] virtual std::unique_ptr<mi::IEventConnection> ConnectFatalDumpWritten(const EventHandler& handler) = 0;
 
   // Write a dump of this process, in-process or through cvDump32.exe, whose end is waited for without limit. `exception` may be
   // null: a dump of the running process. `file_name` (in the dump folder) null: "unp<time>.mdmp". `comment` may be null; for the
@@ -87,7 +89,7 @@ class ICrashGuardModule : public virtual mi::IModule {
   // Crashes the process on request: at once on this thread, or in `delay` ms on a new thread whose handle, null when it could not
   // be made, the caller owns.
   virtual void CrashNow() = 0;
-  virtual HANDLE CrashAfter(std::uint32_t delay) = 0;
+  [[nodiscard]] virtual HANDLE CrashAfter(std::uint32_t delay) = 0;
 };
 
 // The process-wide crash guard. Throws crv::exceptions::error with code 127 and "Failed to bind with dbghelp!MiniDumpWriteDump"

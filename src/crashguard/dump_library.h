@@ -1,6 +1,5 @@
 // The system's writer of minidumps, dbghelp.dll, held from construction to destruction. The suite's own copy in its program
-// folder is preferred, since that of older systems is too old. Not to be called from many threads: the system's writer is for one
-// at a time.
+// folder is preferred, since that of older systems is too old. The writer is for one thread at a time.
 #pragma once
 
 #include <windows.h>

@@ -35,7 +35,7 @@ class FilterEntry {
 
 std::atomic<bool> filter_entered = false;  // never reset
 
-// The mark that a thread is inside the vectored handler. It lasts as long as the library is loaded; without a slot there is none.
+// Marks the threads that are inside the vectored handler. Where the system has no thread-local slot left there is no mark.
 class EntryMark {
  public:
   EntryMark() : slot_(TlsAlloc()) {}

@@ -1,7 +1,7 @@
-// The stop protocol of a thread that watches the host's GUI thread. The crash guard starts no such thread, it only ends one: a
-// host that has one derives from the controller, starts `thread_`, which keeps a shared pointer to the controller, and lets it
-// wait for `wake_up_` until `stop_requested_`. One thread stops; a controller whose thread is still joinable must not be
-// destroyed.
+// How a thread that watches the host's GUI thread is stopped. This library has no such thread: the crash guard makes a controller
+// without one, and stopping that does nothing. A watcher derives from the controller, starts `thread_`, which keeps a shared pointer
+// to the controller, and lets it wait for `wake_up_` until `stop_requested_`. Stopping is for one thread; a controller whose
+// thread is still joinable must not be destroyed.
 #pragma once
 
 #include <condition_variable>

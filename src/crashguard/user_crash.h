@@ -10,6 +10,6 @@ namespace crv::crashguard {
 void CrashNow();
 
 // Crashes in `delay` ms on a thread of its own, whose handle the caller owns; null with the last error when there is none.
-HANDLE CrashAfter(std::uint32_t delay);
+[[nodiscard]] HANDLE CrashAfter(std::uint32_t delay);
 
 }  // namespace crv::crashguard

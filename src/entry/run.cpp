@@ -47,7 +47,7 @@ class CrashGuard {
  public:
   CrashGuard() : module_(crashguard::AcquireCrashGuard()) {
     const std::wstring dump_folder = LogFolder();
-    module_->Install(dump_folder, crashguard::install_flags::kOfHosts, kDumpLimit);
+    module_->Install(dump_folder, crashguard::install_flags::kUsual, kDumpLimit);
     fatal_dump_written_ = module_->ConnectFatalDumpWritten(&root::SendFatalDumpNotice);
   }
 

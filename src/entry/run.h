@@ -18,6 +18,7 @@
 // A crash guard that cannot be installed, perhaps for want of the log folder, is no failure. The thread is in COM's multithreaded
 // apartment while the request is carried out.
 //
-// When the call returns, the crash guard and the search without the current folder stay. So does this library, even if the host
-// frees it, once a change in Security Center was noticed while its disabled service was waited for.
+// The call waits until no other thread's crash is being dumped, since the host may end the process when it returns. Then the crash
+// guard and the search without the current folder stay. So does this library, even if the host frees it, once a change in Security
+// Center was noticed while its disabled service was waited for.
 extern "C" std::uint32_t __stdcall run(const wchar_t* command_line);

@@ -1,5 +1,5 @@
 // How many modules and other exported objects of this library are alive, in one process-wide 64-bit value: modules in its low 32
-// bits, exported objects in its high 32 bits. Each half wraps around by itself. Nothing throws; any thread.
+// bits, exported objects in its high 32 bits. Each half wraps around without touching the other. Nothing throws; any thread.
 #pragma once
 
 #include <cstdint>

@@ -8,6 +8,6 @@
 namespace crv::platform {
 
 // As GetMappedFileNameW: `size` and the result are in characters; 0 is a failure with the thread's last error.
-DWORD MappedFileName(HANDLE process, void* address, wchar_t* name, DWORD size);
+[[nodiscard]] DWORD MappedFileName(HANDLE process, void* address, wchar_t* name, DWORD size);
 
 }  // namespace crv::platform

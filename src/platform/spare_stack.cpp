@@ -11,8 +11,8 @@ constexpr std::size_t kPage = 0x1000;  // bytes
 
 alignas(kPage) unsigned char spare_stack[kSpareStackSize];
 
-// The lowest page is out of bounds, so that an overflow of this stack overwrites nothing.
-[[maybe_unused]] const bool has_end = [] {
+// The lowest page is a guard page: an overflow of this stack faults there instead of overwriting what lies below.
+[[maybe_unused]] const bool is_guarded = [] {
   DWORD protection;
   return VirtualProtect(spare_stack, kPage, PAGE_NOACCESS, &protection) != FALSE;
 }();

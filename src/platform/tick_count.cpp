@@ -6,7 +6,7 @@ namespace {
 
 using TickCount = ULONGLONG(WINAPI*)();
 
-// Counts GetTickCount's turns of 2^32 ms; right as long as somebody asks once in 49 days.
+// Counts how often GetTickCount has begun again at 0; right as long as somebody asks once in the 49 days that it takes.
 ULONGLONG WINAPI LongTickCount() {
   static volatile LONGLONG last = 0;
   for (;;) {

@@ -14,7 +14,7 @@ namespace crv::standins::crasher {
 struct Stage {
   std::wstring folder;         // of the dumps
   std::wstring dumper_folder;  // empty: that of the program
-  std::uint32_t flags = crashguard::install_flags::kOfHosts;
+  std::uint32_t flags = crashguard::install_flags::kUsual;
   std::int32_t limit = 3;
   std::shared_ptr<crashguard::ICrashGuardModule> guard;
   std::unique_ptr<mi::IEventConnection> spoilt;  // the handler that SpoilHandler connected

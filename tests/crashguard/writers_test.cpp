@@ -1,5 +1,6 @@
 #include <atomic>
 #include <thread>
+#include <utility>
 
 #include "crashguard/crash_guard.h"
 #include "crashguard/stage.h"
@@ -115,6 +116,18 @@ TEST_F(Writers, InProcessEachAttemptLosesSomething) {
   EXPECT_THAT(log_.lines(), IsEmpty());
 }
 
+TEST_F(Writers, InProcessTheUsualCommentNeedsNoHeap) {
+  bool none = false;
+  const ImportFake<void*(std::size_t)> heap(
+      "msvcrt.dll", "malloc", [&](auto* real, std::size_t size) { return std::exchange(none, false) ? nullptr : real(size); });
+  const ImportFake<decltype(CreateFileW)> file("kernel32.dll", "CreateFileW", [&](auto* real, auto... arguments) {
+    none = false;  // what writes the dump takes what it needs
+    return real(arguments...);
+  });
+  none = true;
+  EXPECT_EQ(0u, handler_->WriteDumpInternal(nullptr, nullptr, L"Cause: VectoredExceptionHandler"));
+}
+
 TEST_F(Writers, WithoutAUuidNotEveryProcessDumpsItsWholeMemory) {
   const ImportFake<decltype(UuidCreate)> uuid("rpcrt4.dll", "UuidCreate",
                                               [](auto*, UUID*) { return RPC_STATUS{RPC_S_UUID_NO_ADDRESS}; });
@@ -163,13 +176,22 @@ TEST_F(Writers, OneThreadAtATime) {
   const auto module = AcquireCrashGuard();
   std::thread others[3];
   std::atomic<int> through = 0;
+  std::atomic<bool> asked = false, writing = false;
   std::uint32_t status = 99;
+  // An install that has set its dump folder and is about to set its dumper.
+  const ImportFake<decltype(GetFileAttributesW)> folder("kernel32.dll", "GetFileAttributesW", [&](auto* real, LPCWSTR path) {
+    asked = true;
+    while (!writing) Sleep(1);
+    return real(path);
+  });
+  others[2] = std::thread([&] { handler_->Install(folder_, folder_, 0, 0), ++through; });
+  while (!asked) Sleep(1);
   {
     const auto connection = module->ConnectDumpWritten([&] {
       if (others[0].joinable()) return;
       others[0] = std::thread([&] { status = handler_->WriteDumpInternal(nullptr, L"second.mdmp", nullptr), ++through; });
       others[1] = std::thread([&] { handler_->SetDumpFolder(folder_), ++through; });
-      others[2] = std::thread([&] { handler_->Install(folder_, folder_, 0, 0), ++through; });
+      writing = true;
       Sleep(100);
       EXPECT_EQ(0, through);
     });
@@ -227,9 +249,11 @@ TEST_F(Writers, TheDumperLearnsEverythingFromItsCommandLine) {
 
 TEST_F(Writers, ADumperWhoseEndCannotBeReadIsStatus7) {
   int events = 0;
+  bool faults = false;
   const auto module = AcquireCrashGuard();
   const auto connection = module->ConnectDumpWritten([&] {
-    if (++events > 1) RaiseException(0, 0, 0, nullptr);
+    ++events;
+    if (faults) RaiseException(0, 0, 0, nullptr);
     EXPECT_EQ(8u, handler_->WriteDumpInternal(nullptr, nullptr, nullptr)) << "still writing";
   });
   std::vector<HANDLE> open;
@@ -253,10 +277,12 @@ TEST_F(Writers, ADumperWhoseEndCannotBeReadIsStatus7) {
   for (const HANDLE handle : open) EXPECT_FALSE(SetEvent(handle)) << "left open";
   handler_->Install(folder_, folder_, 0, 0);
   const long references = module.use_count();
+  faults = true;
   EXPECT_EQ(1u, handler_->WriteDump(nullptr, false, nullptr));
   for (const HANDLE handle : open) EXPECT_FALSE(SetEvent(handle)) << "left open after a fault";
   EXPECT_EQ(references, module.use_count());
 
+  faults = false;
   log_.clear();
   std::vector<HANDLE> ended;
   const ImportFake<decltype(TerminateProcess)> terminate(

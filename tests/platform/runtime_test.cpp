@@ -142,7 +142,7 @@ TEST(SpareStack, RunsTheBodyElsewhereAndComesBack) {
   const KnownSpareStack nothing_here;
   EXPECT_FALSE(IsOnThreadStack(place));
   MEMORY_BASIC_INFORMATION end = {};
-  VirtualQuery(place - kSpareStackSize / 2 + 0x800, &end, sizeof(end));  // amid the lowest page
+  VirtualQuery(place - kSpareStackSize / 2 + 0x800, &end, sizeof(end));  // amid the guard page
   EXPECT_EQ(DWORD{PAGE_NOACCESS}, end.Protect);
 }
 
