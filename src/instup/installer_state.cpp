@@ -2,9 +2,6 @@
 
 #include <windows.h>
 
-#include <algorithm>
-#include <cwchar>
-
 #include "base/command_line.h"
 #include "instup/find_installation.h"
 #include "instup/folders.h"
@@ -26,20 +23,6 @@ bool RunRepair(const std::wstring& installer) {
   command_line.set_program(installer);
   std::uint32_t exit_code = 0;  // given so that the launch waits; the file alone tells whether the repair helped
   return LaunchProcess(command_line.text(), &exit_code);
-}
-
-// The path as the system reads it, without "." and ".." and with a backslash at its end; empty when it cannot be read.
-std::wstring FullPath(const std::wstring& path) {
-  std::wstring full(GetFullPathNameW(path.c_str(), 0, nullptr, nullptr), L'\0');  // room for the terminating NUL as well
-  full.resize(std::min<std::size_t>(full.size(), GetFullPathNameW(path.c_str(), full.size(), full.data(), nullptr)));
-  if (!full.empty() && full.back() != L'\\') full += L'\\';
-  return full;
-}
-
-// The installer's settings file must not make another folder's program run.
-bool LiesIn(const std::wstring& folder, const std::wstring& path) {
-  const std::wstring outer = FullPath(folder);
-  return !outer.empty() && _wcsnicmp(FullPath(path).c_str(), outer.c_str(), outer.size()) == 0;
 }
 
 bool IsFile(const std::wstring& path) {
@@ -72,8 +55,9 @@ bool State::Locate() {
     if (!setup_record_.Read(setup_folder_)) return false;
   }
 
+  // The installer's settings file must not make another folder's program run.
+  if (LeadsOut(setup_record_.new_directory_name)) return false;
   const std::wstring new_folder = JoinPath(setup_folder_, setup_record_.new_directory_name);
-  if (!LiesIn(setup_folder_, new_folder)) return false;
   new_installer_ = JoinPath(new_folder, kInstaller);
   new_library_ = JoinPath(new_folder, kInstallerLibrary);
   return true;

@@ -20,10 +20,11 @@ class StartJob {
   StartJob(const StartJob&) = delete;
   StartJob& operator=(const StartJob&) = delete;
 
-  // From now on the process outlives this one. A job that keeps its limit must not be closed.
-  void Lift() {
-    if (job_ && !Limit(0)) static_cast<void>(job_.release());
-  }
+  // From now on the process outlives this one, unless the system refuses: then it lives as long as the object.
+  bool Lift() { return !job_ || Limit(0); }
+
+  // Never ends the process.
+  void Leave() { static_cast<void>(job_.release()); }
 
  private:
   // What the process starts does not belong to the job, so that it may use jobs of its own on every system.
@@ -36,17 +37,19 @@ class StartJob {
   root::ScopedKernelHandle job_;
 };
 
-// Started suspended, so that it may take the foreground before it runs. Null, with the last error, when it does not run.
-root::ScopedKernelHandle Start(std::wstring command_line) {
+}  // namespace
+
+bool LaunchProcess(const std::wstring& command_line, std::uint32_t* exit_code) {
+  std::wstring writable = command_line;  // CreateProcessW writes into it
   STARTUPINFOW startup = {};
   startup.cb = sizeof(startup);
   PROCESS_INFORMATION started = {};
-  // CreateProcessW writes into the command line.
-  if (!CreateProcessW(nullptr, command_line.data(), nullptr, nullptr, FALSE, CREATE_SUSPENDED | NORMAL_PRIORITY_CLASS, nullptr,
+  // Suspended until it may take the foreground.
+  if (!CreateProcessW(nullptr, writable.data(), nullptr, nullptr, FALSE, CREATE_SUSPENDED | NORMAL_PRIORITY_CLASS, nullptr,
                       nullptr, &startup, &started)) {
-    return {};
+    return false;
   }
-  root::ScopedKernelHandle process(started.hProcess);
+  const root::ScopedKernelHandle process(started.hProcess);
   const root::ScopedKernelHandle thread(started.hThread);
   StartJob job(process.get());
   AllowSetForegroundWindow(started.dwProcessId);
@@ -54,18 +57,14 @@ root::ScopedKernelHandle Start(std::wstring command_line) {
     const DWORD error = GetLastError();
     TerminateProcess(process.get(), error);
     SetLastError(error);
-    return {};
+    return false;
   }
-  job.Lift();
-  return process;
-}
-
-}  // namespace
-
-bool LaunchProcess(const std::wstring& command_line, std::uint32_t* exit_code) {
-  const root::ScopedKernelHandle process = Start(command_line);
-  if (!process) return false;
-  if (exit_code) *exit_code = root::WaitForExitCode(process.get());
+  const bool lifted = job.Lift();
+  if (exit_code) {
+    *exit_code = root::WaitForExitCode(process.get());
+  } else if (!lifted) {
+    job.Leave();
+  }
   return true;
 }
 

@@ -46,6 +46,21 @@ bool IsWholePath(const std::wstring& folder) noexcept {
   return root::GetPathRootInfo(text, &info) == 0 && (info.flags & root::kPathAbsolute) != 0;
 }
 
+bool LeadsOut(std::wstring_view path) noexcept {
+  int depth = 0;
+  while (!path.empty()) {
+    const std::size_t end = std::min(path.find_first_of(L"\\/"), path.size());
+    const std::wstring_view name = path.substr(0, end);
+    path.remove_prefix(std::min(end + 1, path.size()));
+    if (name.empty() || name == L".") continue;
+    const bool is_name = name.find_first_not_of(L". \t") != std::wstring_view::npos;
+    if (!is_name && name != L"..") return true;
+    depth += is_name ? 1 : -1;
+    if (depth < 0) return true;
+  }
+  return false;
+}
+
 std::wstring AppendPath(const std::wstring& text, const std::wstring& component) {
   std::wstring joined = text;
   if (!joined.empty() && joined.back() != L'\\' && !component.starts_with(L'\\')) joined += L'\\';

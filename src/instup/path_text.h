@@ -3,6 +3,7 @@
 #pragma once
 
 #include <string>
+#include <string_view>
 
 namespace crv::instup {
 
@@ -18,6 +19,10 @@ std::wstring AppendPath(const std::wstring& text, const std::wstring& component)
 // Whether the folder names one place whatever the current folder and drive are: it begins with a drive and a separator, is a drive
 // alone, or begins with two separators. Blanks and quotes around it do not matter, as for JoinPath.
 [[nodiscard]] bool IsWholePath(const std::wstring& folder) noexcept;
+
+// Whether a path that is joined to a folder leads out of it with "..", on its way or at its end. What consists of dots and blanks and
+// is neither "." nor ".." counts as leading out: systems differ in how they read it.
+[[nodiscard]] bool LeadsOut(std::wstring_view path) noexcept;
 
 // The text without trailing separators. Only a volume's root keeps one: "C:" and "\\?\Volume{...}" get a "\", since without it
 // they name something else (the drive's current directory, the device). A text of separators alone becomes "\".

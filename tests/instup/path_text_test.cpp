@@ -37,6 +37,13 @@ TEST(PathText, OnlyWholePathsNameOnePlace) {
   }
 }
 
+TEST(PathText, PathsLeadOutOfTheirFolderByDots) {
+  for (const wchar_t* out : {L"..", L"../x", L"\\..\\x", L"a\\..\\..\\b", L"a/..//..", L"...", L"a\\.. \\b", L" "})
+    EXPECT_TRUE(LeadsOut(out)) << out;
+  for (const wchar_t* in : {L"", L".", L"New", L"a\\..\\b", L".\\a\\b\\../..", L"..a", L"a..", L"a\\\\b"})
+    EXPECT_FALSE(LeadsOut(in)) << in;
+}
+
 TEST(PathText, NormalizesByItsTable) {
   const std::wstring volume = L"\\\\?\\Volume{01234567-89ab-cdef-0123-456789abcdef}";
   const std::wstring rows[][2] = {

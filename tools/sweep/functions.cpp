@@ -70,7 +70,6 @@ const Function kFailing[] = {
     {"GetModuleFileNameW", 12, 0, last_error, {kDenied, kNoMemory, ERROR_MOD_NOT_FOUND}},
     {"GetMappedFileNameW", 16, 0, last_error, {kDenied, kNoMemory, ERROR_UNEXP_NET_ERR}},
     {"GetProcAddress", 8, 0, last_error, {kNoMemory, ERROR_PROC_NOT_FOUND}, kNarrow | 1},
-    {"GetFullPathNameW", 16, 0, last_error, {kDenied, kNoMemory, kBadParameter}, 0},
     {"GetSystemDirectoryW", 8, 0, last_error, {kDenied, kNoMemory}},
     {"GetDllDirectoryW", 8, 0, last_error, {kNoMemory, ERROR_INVALID_FUNCTION}},
     {"SetDllDirectoryW", 4, kFalse, last_error, {kNoMemory, kBadParameter}},
