@@ -130,7 +130,7 @@ void Kill(unsigned count, unsigned seed) {
     ResultOf(Start(tails[i]));
     lengths[i] = GetTickCount() - begin;
   }
-  unsigned hit = 0;
+  unsigned hit = 0, suspended = 0;
   for (unsigned i = 0; i < count; ++i) {
     const int which = static_cast<int>(i % 2);
     {
@@ -140,7 +140,10 @@ void Kill(unsigned count, unsigned seed) {
       TerminateProcess(process.get(), kKilled);
       WaitForSingleObject(process.get(), kLimit);
     }
-    if (!ProgramsEnd()) Fail("still there after a kill:", Narrow(sweep::LeftPrograms(true)));
+    if (!ProgramsEnd()) {
+      ++suspended;
+      Fail("still there after a kill:", Narrow(sweep::LeftPrograms(true)));
+    }
     if (const DWORD result = ResultOf(Start(tails[which]))) Fail("the run after a kill:", std::to_string(result));
     const sweep::Picture now = sweep::TakePicture();
     if (now != stage) {
@@ -149,20 +152,24 @@ void Kill(unsigned count, unsigned seed) {
     }
   }
   const Log log = ReadLog();
-  std::printf("  %u of them while the host ran; a run takes %lu and %lu ms; %u records in the log, %u broken\n", hit, lengths[0],
-              lengths[1], log.records, log.broken);
+  std::printf(
+      "  %u of them while the host ran; %u left a program behind; a run takes %lu and %lu ms; %u records in the log, %u broken\n",
+      hit, suspended, lengths[0], lengths[1], log.records, log.broken);
 }
 
 void Repeat(unsigned count) {
   std::printf("%u runs in sequence\n", count);
   const sweep::Picture stage = SetStage();
   constexpr unsigned kWarm = 20;
+  constexpr unsigned kReport = 1000;
   unsigned long handles = 0;
   unsigned wrong = 0;
   const DWORD begin = GetTickCount();
   for (unsigned i = 0; i < count; ++i) {
     if (ResultOf(Start(kUpdate)) != 0) ++wrong;
     if (i == std::min(kWarm, count - 1)) handles = AllHandles();
+    if ((i + 1) % kReport == 0)
+      std::printf("  after %u runs: %lu handles, %lu ms each\n", i + 1, AllHandles(), (GetTickCount() - begin) / (i + 1));
   }
   const DWORD took = GetTickCount() - begin;
   const unsigned long handles_after = AllHandles();

@@ -16,12 +16,22 @@ constexpr DWORD kGeneralFailure = 31;
 constexpr DWORD kProcNotFound = 127;
 constexpr DWORD kThrownObject = 0xE06D7363;
 
+constexpr DWORD kNotRegistered = 0x80070002;
+
+constexpr char kNotWritten[] = "error wsc cannot write registered name";
+constexpr char kReregistered[] = "wrong display name - reregistering";
+constexpr char kRegistering[] = "Not registered, registering...";
+
+constexpr char kRegisters[] = "it is registered, and updated once more";
+constexpr char kRepairedOnce[] = "the installer repairs its settings once";
+constexpr char kSecondDump[] = "the dump is written in the process as well";
 constexpr char kMemory[] = "memory ran out: a clean code, or what needed it is done without";
 constexpr char kOptional[] = "nothing depends on it, or there is another way";
 
 // Calls made while the library is loaded.
 const Row kLoadRows[] = {
     {"GetModuleHandleW", "ReadOsVersion", L"", not_loaded, 0, "the library has to know the version of Windows"},
+    {"GetProcAddress", "__gcc_register_frame", L"", any, 0, "libgcc always has it; without it no throw could be caught"},
     {"GetProcAddress", "ReadOsVersion", L"", not_loaded, 0, "the library has to know the version of Windows"},
     {"CreateFileW", "", L"CRVSP", nothing, 0, "a machine without the driver is normal"},
     {"CreateFileW", "", L"crvSP", nothing, 0, "a machine without the driver is normal"},
@@ -33,28 +43,26 @@ const Row kLoadRows[] = {
 const Row kGuardRows[] = {
     {"LoadLibraryW", "DumpLibrary", L"dbghelp", fixed, kProcNotFound, "without a writer of dumps there is no crash guard"},
     {"GetProcAddress", "DumpLibrary::DumpLibrary", L"MiniDumpWriteDump", fixed, kProcNotFound, "the same"},
-    {"malloc", "", L"", memory, 0, kMemory},
-    {"calloc", "", L"", memory, 0, kMemory},
-    {"realloc", "", L"", memory, 0, kMemory},
-    {"", "LookupFolder", L"", nothing, 0, "the library's folders have a fallback, which is made", Row::kAnyCode, "", 0, 0, "",
-     true},
+    {"malloc", "", L"", either, 0, kMemory},
+    {"calloc", "", L"", either, 0, kMemory},
+    {"realloc", "", L"", either, 0, kMemory},
+    {"", "LookupFolder", L"", nothing, 0, "the library's folders have a fallback, which is made", {.repairs = true}},
     {"", "", L"", nothing, 0, "a crash guard that cannot be installed is no failure"},
 };
 
+// clang-format off: a row is a line, or two.
 const Row kRequestRows[] = {
     // Memory.
     {"SysAllocString", "", L"", ended, kThrownObject, "the COM support library's error is no standard exception and leaves run"},
-    {"malloc", "", L"", memory, 0, kMemory},
-    {"calloc", "", L"", memory, 0, kMemory},
-    {"realloc", "", L"", memory, 0, kMemory},
-    {"_strdup", "", L"", memory, 0, kMemory},
+    {"malloc", "", L"", either, 0, kMemory},
+    {"calloc", "", L"", either, 0, kMemory},
+    {"realloc", "", L"", either, 0, kMemory},
+    {"_strdup", "", L"", either, 0, kMemory},
 
     // Dumps of a thrown `fatal`.
-    {"GetExitCodeProcess", "WriteDumpExternal", L"", nothing, 0, "the dump is written in the process as well", Row::kAnyCode, "",
-     0, 1},
-    {"WaitForSingleObject", "WriteDumpExternal", L"", nothing, 0, "the dumper is ended, the dump written in the process",
-     Row::kAnyCode, "", 0, 1},
-    {"", "WriteDumpExternal", L"", nothing, 0, "the dump is written in the process, and never more than lost"},
+    {"GetExitCodeProcess", "WriteDumpExternal", L"", nothing, 0, kSecondDump, {.more_dumps = 1}},
+    {"WaitForSingleObject", "WriteDumpExternal", L"", nothing, 0, kSecondDump, {.more_dumps = 1}},
+    {"", "WriteDumpExternal", L"", nothing, 0, "the dump is written in the process"},
     {"", "WriteDumpInternal", L"", nothing, 0, "a dump is all that is lost"},
 
     // The log.
@@ -64,69 +72,83 @@ const Row kRequestRows[] = {
     {"AcquireLogModule", "crashguard", L"", nothing, 0, "a record is all that is lost"},
     {"AcquireLogModule", "", L"", fixed, kGeneralFailure, "a standard exception, but none of ours"},
 
-    // The runtime, which has another way.
+    // The runtime.
     {"", "init_codepage_func", L"", nothing, 0, kOptional},
     {"", "init_vscprintf", L"", nothing, 0, kOptional},
-    {"TlsSetValue", "VectoredExceptionHandler", L"", nothing, 0, "the thread then has no mark"},
     {"", "FindTickCount", L"", nothing, 0, kOptional},
+    {"TlsSetValue", "VectoredExceptionHandler", L"", nothing, 0, "the thread then has no mark"},
 
-    // Folders.
+    // Folders and paths.
     {"SHGetFolderPathW", "LogFolder", L"", nothing, 0, "the registry knows the folder as well"},
-    {"SHGetFolderPathW", "GetPersistentDataFolder", L"", nothing, 0, "the same"},
-
-    // Paths of modules.
+    {"SHGetFolderPathW", "GetPersistentDataFolder", L"", nothing, 0, "the registry knows the folder as well"},
     {"QueryDosDeviceW", "", L"", fixed, ERROR_PATH_NOT_FOUND, "the search goes on to the next volume, and there is none"},
+
+    // Services.
+    {"RegOpenKeyExW",
+     "",
+     L"SYSTEM\\CurrentControlSet\\Services",
+     nothing,
+     0,
+     "a missing key is made for the time, and taken away",
+     {.code = ERROR_FILE_NOT_FOUND, .repairs = true}},
+    {"RegOpenKeyExW", "", L"SYSTEM\\CurrentControlSet\\Services", nothing, 0, "a key that cannot be opened is there"},
 
     // Windows Defender.
     {"RegOpenKeyExW", "OptedOut", L"Corvid\\Wsc", nothing, 0, "without the user's word it is switched off"},
     {"RegQueryValueExW", "", L"IReallyWant", nothing, 0, "without the user's word it is switched off"},
-    {"", "change_defender_status", L"", nothing, 0, "the caller never sees a failure", Row::kAnyCode, "", 0, 0,
-     "change_defender_status: "},
+    {"", "change_defender_status", L"", nothing, 0, "the caller never sees a failure", {.record = "change_defender_status: "}},
 
     // Security Center.
-    {"RegCreateKeyExW", "write_registered_name", L"", nothing, 0, "the registration counts as done", Row::kAnyCode, "", 0, 0,
-     "error wsc cannot write registered name"},
-    {"RegSetValueExW", "write_registered_name", L"", nothing, 0, "the registration counts as done", Row::kAnyCode, "", 0, 0,
-     "error wsc cannot write registered name"},
-    {"RegOpenKeyExW", "", L"Corvid\\Wsc", nothing, 0, "a name that cannot be read counts as another one", Row::kAnyCode, "", 0, 0,
-     "wrong display name - reregistering"},
-    {"RegQueryValueExW", "", L"IWsc", nothing, 0, "a name that cannot be read counts as another one", Row::kAnyCode, "", 0, 0,
-     "wrong display name - reregistering"},
-    {"IWscAVStatus.Unregister", "", L"", nothing, 0, "it was not registered", 0x80070002},
-    {"IWscASStatus.Unregister", "", L"", nothing, 0, "it was not registered", 0x80070002},
-    {"IWscFWStatus.Unregister", "", L"", nothing, 0, "it was not registered", 0x80070002},
-    {"IWscAVStatus.UpdateStatus", "", L"", nothing, 0, "it is registered, and updated once more", 0x80070002, "", 0, 0,
-     "Not registered, registering..."},
-    {"IWscASStatus.UpdateStatus", "", L"", nothing, 0, "it is registered, and updated once more", 0x80070002, "", 0, 0,
-     "Not registered, registering..."},
-    {"IWscFWStatus.UpdateStatus", "", L"", nothing, 0, "it is registered, and updated once more", 0x80070002, "", 0, 0,
-     "Not registered, registering..."},
+    {"RegCreateKeyExW", "write_registered_name", L"", nothing, 0, "the registration counts as done", {.record = kNotWritten}},
+    {"RegSetValueExW", "write_registered_name", L"", nothing, 0, "the registration counts as done", {.record = kNotWritten}},
+    {"RegOpenKeyExW", "", L"Corvid\\Wsc", nothing, 0, "a name that cannot be read is another one", {.record = kReregistered}},
+    {"RegQueryValueExW", "", L"IWsc", nothing, 0, "a name that cannot be read is another one", {.record = kReregistered}},
+    {"IWscAVStatus.Unregister", "", L"", nothing, 0, "it was not registered", {.code = kNotRegistered}},
+    {"IWscASStatus.Unregister", "", L"", nothing, 0, "it was not registered", {.code = kNotRegistered}},
+    {"IWscFWStatus.Unregister", "", L"", nothing, 0, "it was not registered", {.code = kNotRegistered}},
+    {"IWscAVStatus.UpdateStatus",
+     "",
+     L"",
+     code,
+     0,
+     "only the second answer counts",
+     {.code = kNotRegistered, .scenario = "forgotten"}},
+    {"IWscAVStatus.UpdateStatus", "", L"", nothing, 0, kRegisters, {.code = kNotRegistered, .record = kRegistering}},
+    {"IWscASStatus.UpdateStatus", "", L"", nothing, 0, kRegisters, {.code = kNotRegistered, .record = kRegistering}},
+    {"IWscFWStatus.UpdateStatus", "", L"", nothing, 0, kRegisters, {.code = kNotRegistered, .record = kRegistering}},
 
-    // The suite's own libraries.
-    {"CavmStop", "", L"", nothing, 0, "only logged", Row::kAnyCode, "", 0, 0, "error wsc cavmstop failed"},
+    // The suite's own libraries and its driver.
+    {"CavmStop", "", L"", nothing, 0, "only logged", {.record = "error wsc cavmstop failed"}},
     {"LoadLibraryExW", "AvManager", L"cavm4h.dll", fixed, kNoCode, "the failure has no code"},
     {"LoadLibraryW", "start_firewall", L"crvData.dll", fixed, kNoCode, "the failure has no code"},
-
-    // The driver.
     {"DeviceIoControl", "", L"", nothing, 0, "without a proper answer the parent is trusted"},
 
     // Rights.
-    {"", "RunningUnderAdminAccount", L"", fixed, kNoCode, "the error lies nested in one without a code", Row::kAnyCode, "", 0, 0,
-     "RunningUnderAdminAccount (code 0xffffffff) <- "},
+    {"GetEnvironmentVariableW", "", L"CRV_WSC_RESTARTED", nothing, 0, "a host without the mark was not restarted"},
+    {"",
+     "RunningUnderAdminAccount",
+     L"",
+     fixed,
+     kNoCode,
+     "the error lies nested in one without a code",
+     {.record = "RunningUnderAdminAccount (code 0xffffffff) <- "}},
 
     // The installer.
     {"", "FindInstallation", L"", nothing, 0, "it is found in another view of the registry, or there is a default"},
-    {"CreateFileW", "", L"setup.ini", nothing, 0, "the installer repairs its settings", Row::kAnyCode, "", 0, 0, "", true},
-    {"", "LoadSettingsFile", L"", nothing, 0, "the installer repairs its settings", Row::kAnyCode, "", 0, 0, "", true},
+    {"CreateFileW", "", L"setup.ini", either, 0, kRepairedOnce, {.scenario = "repair", .repairs = true}},
+    {"", "LoadSettingsFile", L"", either, 0, kRepairedOnce, {.scenario = "repair", .repairs = true}},
+    {"CreateFileW", "", L"setup.ini", nothing, 0, "the installer repairs its settings", {.repairs = true}},
+    {"", "LoadSettingsFile", L"", nothing, 0, "the installer repairs its settings", {.repairs = true}},
+    {"GetFullPathNameW", "", L"", either, 0, "the update is refused; in its second run the place from the first one counts"},
     {"AllowSetForegroundWindow", "", L"", nothing, 0, kOptional},
-    {"", "StartJob", L"", nothing, 0, "a started installer is only not ended with the host"},
     {"CreateJobObjectW", "", L"", nothing, 0, "a started installer is only not ended with the host"},
-    {"SetInformationJobObject", "", L"", nothing, 0, "a started installer is only not ended with the host"},
     {"AssignProcessToJobObject", "", L"", nothing, 0, "a started installer is only not ended with the host"},
-    {"WaitForSingleObject", "WaitForExitCode", L"", code, 0, "what it came to is not known"},
-    {"GetExitCodeProcess", "WaitForExitCode", L"", code, 0, "what it came to is not known"},
+    {"SetInformationJobObject", "", L"", nothing, 0, "a job that would end the installer is not closed", {.more_handles = 1}},
+    {"WaitForSingleObject", "LaunchProcess", L"", code, 0, "what the installer came to is not known"},
+    {"GetExitCodeProcess", "LaunchProcess", L"", code, 0, "what the installer came to is not known"},
     {"", "RunUpdater", L"", fixed, kNoCode, "the installer could not be run: a failure without a code"},
 };
+// clang-format on
 
 // The process ends: nobody is left to report to.
 const Row kEndRows[] = {
@@ -134,10 +156,8 @@ const Row kEndRows[] = {
 };
 
 const Row kCrashRows[] = {
-    {"GetExitCodeProcess", "WriteDumpExternal", L"", nothing, 0, "the dump is written in the process as well", Row::kAnyCode, "",
-     0, 1},
-    {"WaitForSingleObject", "WriteDumpExternal", L"", nothing, 0, "the dumper is ended, the dump written in the process",
-     Row::kAnyCode, "", 0, 1},
+    {"GetExitCodeProcess", "WriteDumpExternal", L"", nothing, 0, kSecondDump, {.more_dumps = 1}},
+    {"WaitForSingleObject", "WriteDumpExternal", L"", nothing, 0, kSecondDump, {.more_dumps = 1}},
     {"", "", L"", nothing, 0, "a crash leaves its dump, whatever else fails"},
 };
 
@@ -150,7 +170,7 @@ bool Fits(const Row& row, const Trial& trial) {
          (*row.caller == 0 || std::any_of(trial.callers.begin(), trial.callers.end(),
                                           [&](const std::string& caller) { return Holds(caller, row.caller); })) &&
          std::wstring_view(trial.outcome.block.text).find(row.text) != std::wstring_view::npos &&
-         Holds(trial.scenario.name, row.scenario) && (row.code == Row::kAnyCode || row.code == trial.fault.code);
+         Holds(trial.scenario.name, row.extra.scenario) && (row.extra.code == kAnyCode || row.extra.code == trial.fault.code);
 }
 
 template <typename Rows>

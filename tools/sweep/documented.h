@@ -25,10 +25,23 @@ enum class Kind {
   fixed,       // the same with another code
   nothing,     // as if the call had not failed
   unrecorded,  // the same, but for the record of `run`
-  memory,      // nothing; or any code, with its record
+  either,      // nothing; or any code, with its record
   load,        // as if the call had not failed, or the host cannot load the library
   not_loaded,  // the host cannot load the library
+  any,         // nothing is asked of the run itself
   ended,       // the process ends with that code, and leaves a dump
+};
+
+inline constexpr DWORD kAnyCode = 0xFFFFFFF0;
+
+// What few rows need.
+struct Extra {
+  DWORD code = kAnyCode;       // with which the call failed
+  const char* scenario = "";   // part of its name
+  const char* record = "";     // part of a record that the log has to hold
+  bool repairs = false;        // the run leaves the machine in another good state than without the fault
+  std::size_t more_dumps = 0;  // that there may be
+  DWORD more_handles = 0;      // that there may be when `run` has returned
 };
 
 struct Row {
@@ -38,14 +51,7 @@ struct Row {
   Kind kind;
   DWORD value;  // of `fixed` and `ended`
   const char* reason;
-  DWORD code = kAnyCode;        // with which the call failed
-  const char* scenario = "";    // part of its name
-  std::size_t fewer_dumps = 0;  // that there may be than the scenario leaves otherwise
-  std::size_t more_dumps = 0;
-  const char* record = "";  // part of a record that the log has to hold
-  bool repairs = false;     // the run leaves the machine in another good state than without the fault
-
-  static constexpr DWORD kAnyCode = 0xFFFFFFF0;
+  Extra extra = {};
 };
 
 const Row& Documented(const Trial& trial);

@@ -47,11 +47,11 @@ void LookAtRecords(const Trial& trial, bool wants_record, std::vector<std::strin
   if (records[0].starts_with("(code")) complaints.push_back("the record of run names no step: " + records[0]);
 }
 
-void LookAtRest(const Trial& trial, std::size_t fewest, std::size_t most, std::vector<std::string>& complaints) {
+void LookAtRest(const Trial& trial, const Row& row, std::size_t fewest, std::size_t most, std::vector<std::string>& complaints) {
   const Outcome& outcome = trial.outcome;
   const ControlBlock& block = outcome.block;
   const ControlBlock& normal = trial.normal.block;
-  if (block.returned && block.handles > normal.handles) {
+  if (block.returned && block.handles > normal.handles + row.extra.more_handles) {
     complaints.push_back(Text("%lu handles instead of %lu", block.handles, normal.handles));
   }
   if (block.returned && block.threads > normal.threads) {
@@ -71,7 +71,8 @@ std::vector<std::string> Complaints(const Trial& trial) {
   if (trial.outcome.timed_out) return {"it did not end"};
   std::vector<std::string> complaints;
   const Row& row = Documented(trial);
-  std::size_t fewest = trial.scenario.dumps - row.fewer_dumps, most = trial.scenario.dumps + row.more_dumps;
+  if (row.kind == Kind::any) return {};
+  std::size_t fewest = trial.scenario.dumps, most = trial.scenario.dumps + row.extra.more_dumps;
   switch (row.kind) {
     case Kind::code:
     case Kind::fixed:
@@ -84,7 +85,7 @@ std::vector<std::string> Complaints(const Trial& trial) {
       LookAtRecords(trial, false, complaints);
       break;
     case Kind::unrecorded: LookAtResult(trial, trial.scenario.result, complaints); break;
-    case Kind::memory:
+    case Kind::either:
       if (!trial.outcome.block.loaded) {
         LookAtResult(trial, kNotLoaded, complaints);
       } else if (!trial.outcome.block.returned) {
@@ -102,6 +103,7 @@ std::vector<std::string> Complaints(const Trial& trial) {
       LookAtRecords(trial, false, complaints);
       break;
     case Kind::not_loaded: LookAtResult(trial, kNotLoaded, complaints); break;
+    case Kind::any: break;
     case Kind::ended:
       LookAtResult(trial, row.value, complaints);
       ++fewest;
@@ -110,11 +112,11 @@ std::vector<std::string> Complaints(const Trial& trial) {
   }
   const std::vector<std::string>& records = trial.outcome.records;
   if (std::none_of(records.begin(), records.end(),
-                   [&](const std::string& record) { return record.find(row.record) != record.npos; }) &&
-      *row.record) {
-    complaints.push_back(Text("no record says \"%s\"", row.record));
+                   [&](const std::string& record) { return record.find(row.extra.record) != record.npos; }) &&
+      *row.extra.record) {
+    complaints.push_back(Text("no record says \"%s\"", row.extra.record));
   }
-  LookAtRest(trial, fewest, most, complaints);
+  LookAtRest(trial, row, fewest, most, complaints);
   if (!complaints.empty()) complaints.push_back(Text("documented: %s", row.reason));
   return complaints;
 }

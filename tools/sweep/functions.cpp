@@ -77,7 +77,7 @@ const Function kFailing[] = {
     {"GetWindowsDirectoryW", 8, 0, last_error, {kDenied, kNoMemory}},
     {"GetCurrentDirectoryW", 8, 0, last_error, {kDenied, kNoMemory}},
     {"GetEnvironmentVariableW", 12, 0, last_error, {kNoMemory, ERROR_ENVVAR_NOT_FOUND}, 0},
-    {"SetEnvironmentVariableW", 8, kFalse, last_error, {kNoMemory, kBadParameter}, 0},
+    {"SetEnvironmentVariableW", 8, kFalse, last_error, {kNoMemory, kBadParameter}, 0, 1},
     {"ExpandEnvironmentStringsW", 12, 0, last_error, {kNoMemory, kBadParameter}, 0},
     {"PathAppendW", 8, kFalse, none, {0}},
     {"SHCreateDirectory", 8, kNone, result, {kDenied, kNoMemory, ERROR_PATH_NOT_FOUND}},

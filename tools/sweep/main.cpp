@@ -230,7 +230,7 @@ class Sweep {
     }
     std::vector<std::string> complaints = Complaints(trial);
     try {
-      LookAtNextRun(scenario, Documented(trial).repairs, complaints);
+      LookAtNextRun(scenario, Documented(trial).extra.repairs, complaints);
     } catch (const exceptions::error& failure) {
       complaints.push_back(std::string("the machine could not be put back: ") + failure.what());
       for (const wchar_t* const service : standins::kSystemServices) standins::RemoveService(service);
