@@ -30,6 +30,7 @@ struct ControlBlock {
   // For the host.
   wchar_t command_line[1024];
   After after;            // what the host does when `run` has returned
+  BOOL twice;             // `run` is called a second time
   BOOL pretend_ordinary;  // CheckTokenMembership says that the user is no administrator
   char function[64];      // the call that fails; empty: none
   LONG call;              // the number of it, from 1
@@ -45,6 +46,7 @@ struct ControlBlock {
   Phase hit_in;               // in which phase
   wchar_t text[260];          // what the failing call was about
   DWORD frames[kMostFrames];  // addresses in wsc.dll, from its start, innermost first
+  DWORD handles_first;        // the same before the second call
   DWORD handles;              // of the process, when `run` has returned
   DWORD threads;
   DWORD milliseconds;  // that load and `run` took

@@ -52,6 +52,9 @@ const Row kGuardRows[] = {
 
 // clang-format off: a row is a line, or two.
 const Row kRequestRows[] = {
+    // Notifications come on a thread of the client library: what is thrown there leaves through it and ends the process.
+    {"", "watcher::notify", L"", any, 0, "a failure of the runtime propagates from the step that made it"},
+
     // Memory.
     {"SysAllocString", "", L"", ended, kThrownObject, "the COM support library's error is no standard exception and leaves run"},
     {"malloc", "", L"", either, 0, kMemory},

@@ -33,7 +33,7 @@ struct Function {
   int needed_argument = kNoText;       // a call with null at this position is none that fails
 };
 
-// Every name that stands in a list, and the names that stand in more than one.
+// The names of what the library calls, and those that stand in more than one list.
 std::vector<std::string_view> ListedNames();
 std::vector<std::string_view> NamesListedTwice();
 

@@ -158,8 +158,13 @@ void Exchange(IMAGE_THUNK_DATA* slot, void* function) {
 
 FARPROC WINAPI LookUp(HMODULE module, const char* name) {
   const FARPROC address = GetProcAddress(module, name);
-  if (!address) return nullptr;
   const DWORD last_error = GetLastError();
+  if (!address) {
+    if (!FindFailing(name) && !ReasonNotToFail(name)) NoteUnlisted(name);
+    Count(name);
+    SetLastError(last_error);
+    return nullptr;
+  }
   void* const hooked = Hooked(name, reinterpret_cast<void*>(address), false);
   SetLastError(last_error);
   return reinterpret_cast<FARPROC>(hooked);

@@ -34,6 +34,7 @@ void Fill(ControlBlock& block, const Request& request, const Fault& fault) {
   std::memset(&block, 0, sizeof(block));
   wcsncpy(block.command_line, request.command_line.c_str(), std::size(block.command_line) - 1);
   block.after = request.after;
+  block.twice = request.twice;
   block.pretend_ordinary = request.pretend_ordinary;
   strncpy(block.function, fault.function.c_str(), sizeof(block.function) - 1);
   block.call = fault.call;

@@ -21,6 +21,7 @@ struct Request {
   std::wstring command_line;  // for `run`
   After after = After::end;
   bool pretend_ordinary = false;
+  bool twice = false;
 };
 
 struct Outcome {
