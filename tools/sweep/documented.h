@@ -41,7 +41,6 @@ struct Extra {
   const char* record = "";     // part of a record that the log has to hold
   bool repairs = false;        // the run leaves the machine in another good state than without the fault
   std::size_t more_dumps = 0;  // that there may be
-  DWORD more_handles = 0;      // that there may be when `run` has returned
 };
 
 struct Row {
