@@ -24,6 +24,7 @@ constexpr char kRegistering[] = "Not registered, registering...";
 
 constexpr char kRegisters[] = "it is registered, and updated once more";
 constexpr char kRepairedOnce[] = "the installer repairs its settings once";
+constexpr char kNoPlace[] = "both writers have failed: the dumper, and now the path or the file";
 constexpr char kSecondDump[] = "the dump is written in the process as well";
 constexpr char kMemory[] = "memory ran out: a clean code, or what needed it is done without";
 constexpr char kOptional[] = "nothing depends on it, or there is another way";
@@ -53,6 +54,7 @@ const Row kGuardRows[] = {
 // clang-format off: a row is a line, or two.
 const Row kRequestRows[] = {
     // Notifications come on a thread of the client library: what is thrown there leaves through it and ends the process.
+    {"", "pthread_create_wrapper", L"", any, 0, "a failure of the runtime propagates from the step that made it"},
     {"", "watcher::notify", L"", any, 0, "a failure of the runtime propagates from the step that made it"},
 
     // Memory.
@@ -97,6 +99,9 @@ const Row kRequestRows[] = {
     {"RegOpenKeyExW", "", L"SYSTEM\\CurrentControlSet\\Services", nothing, 0, "a key that cannot be opened is there"},
 
     // Windows Defender.
+    {"GetModuleHandleW", "", L"advapi32", nothing, 0, "the older function deletes the key"},
+    {"GetProcAddress", "", L"RegDeleteKeyExW", nothing, 0, "the older function deletes the key"},
+    {"RegEnumKeyW", "", L"", nothing, 0, "a key that cannot be listed counts as one without subkeys"},
     {"RegOpenKeyExW", "OptedOut", L"Corvid\\Wsc", nothing, 0, "without the user's word it is switched off"},
     {"RegQueryValueExW", "", L"IReallyWant", nothing, 0, "without the user's word it is switched off"},
     {"", "change_defender_status", L"", nothing, 0, "the caller never sees a failure", {.record = "change_defender_status: "}},
@@ -160,19 +165,101 @@ const Row kEndRows[] = {
 const Row kCrashRows[] = {
     {"GetExitCodeProcess", "WriteDumpExternal", L"", nothing, 0, kSecondDump, {.more_dumps = 1}},
     {"WaitForSingleObject", "WriteDumpExternal", L"", nothing, 0, kSecondDump, {.more_dumps = 1}},
+    {"PathAppendW", "WriteDumpInternal", L"", nothing, 0, kNoPlace, {.fewer_dumps = 1}},
+    {"CreateFileW", "WriteDumpInternal", L"", nothing, 0, kNoPlace, {.fewer_dumps = 1}},
     {"", "", L"", nothing, 0, "a crash leaves its dump, whatever else fails"},
 };
+
+// The step that the record of `run` names. The texts of nested errors count as well.
+struct Step {
+  const char* function;
+  const char* caller;   // as in a row
+  const wchar_t* text;  // as in a row
+  const char* step;     // part of the record
+};
+
+// clang-format off: a row is a line.
+const Step kSteps[] = {
+    {"AcquireLogModule", "", L"", "log library: made to fail"},
+    {"AllocateAndInitializeSid", "", L"", "RunningUnderAdminAccount (code 0xffffffff) <- AllocateAndInitializeSid (code "},
+    {"CavmGetProviderInfoList", "", L"", "provider info failes"},
+    {"CavmProviderResume", "", L"", "provider resume"},
+    {"CavmProviderStart", "", L"", "provider start"},
+    {"CavmStart", "", L"", "CavmStart failed"},
+    {"CheckTokenMembership", "", L"", "RunningUnderAdminAccount (code 0xffffffff) <- Unable to check token membership! (code "},
+    {"CoCreateInstance", "wmi_connect", L"", "create CLSID_WbemLocator"},
+    {"CoCreateInstance", "", L"", "CoCreateInstance CLSID_WscIsv: class _com_ptr_t<_com_IIID<IWsc"},
+    {"CoInitializeEx", "", L"", "CoInitializeEx"},
+    {"CreateEventW", "", L"", "cannot create event"},
+    {"DuplicateToken", "", L"", "RunningUnderAdminAccount (code 0xffffffff) <- Unable to duplicate the access token! (code "},
+    {"FindFirstVolumeW", "", L"", "Unable to enumerate volumes!"},
+    {"Firewall.Start", "", L"", "start firewall error"},
+    {"GetExitCodeProcess", "", L"", "GetExitCodeProcess"},
+    {"GetFileVersionInfoSizeW", "", L"", "GetFileVersionInfoSizeW"},
+    {"GetFileVersionInfoW", "", L"", "GetFileVersionInfoW"},
+    {"GetMappedFileNameW", "", L"", "Unable to retrieve the path of the module!"},
+    {"GetModuleHandleW", "", L"", "GetModuleHandleW ("},
+    {"GetProcAddress", "DumpLibrary", L"", "Failed to bind with dbghelp!MiniDumpWriteDump"},
+    {"GetProcAddress", "", L"", "GetProcAddress ("},
+    {"GetVolumePathNamesForVolumeNameW", "", L"", "Unable to retrieve volume paths for volume '"},
+    {"IWbemClassObject.Put", "", L"", "wmi Put prop failed: "},
+    {"IWbemClassObject.SpawnInstance", "", L"", "wmi SpawnInstance"},
+    {"IWbemLocator.ConnectServer", "", L"", "wbem_locator->ConnectServer"},
+    {"IWbemServices.DeleteInstance", "", L"", "wmi DeleteInstance"},
+    {"IWbemServices.GetObject", "", L"", "wmi GetObjectW"},
+    {"IWbemServices.PutInstance", "", L"", "update status PutInstance"},
+    {"IWscASStatus.Register", "", L"", "WSC Register: struct IWscASStatus"},
+    {"IWscASStatus.Unregister", "", L"", "WSC Unregister: struct IWscASStatus"},
+    {"IWscASStatus.UpdateStatus", "", L"", "WSC UpdateStatus: struct IWscASStatus"},
+    {"IWscAVStatus.Register", "", L"", "WSC Register: struct IWscAVStatus"},
+    {"IWscAVStatus.Unregister", "", L"", "WSC Unregister: struct IWscAVStatus"},
+    {"IWscAVStatus.UpdateStatus", "", L"", "WSC UpdateStatus: struct IWscAVStatus"},
+    {"IWscFWStatus.Register", "", L"", "WSC Register: struct IWscFWStatus"},
+    {"IWscFWStatus.Unregister", "", L"", "WSC Unregister: struct IWscFWStatus"},
+    {"IWscFWStatus.UpdateStatus", "", L"", "WSC UpdateStatus: FW"},
+    {"LoadLibraryExW", "", L"cavm4h.dll", "cannot load "},
+    {"LoadLibraryW", "", L"crvData.dll", "cannot load crvData.dll"},
+    {"LoadLibraryW", "", L"dbghelp.dll", "Failed to bind with dbghelp!MiniDumpWriteDump"},
+    {"LoadLibraryW", "", L"wscapi.dll", "cannot load wscapi.dll"},
+    {"NtQueryInformationProcess", "", L"", "Unable to retrieve basic process information!"},
+    {"OpenProcessToken", "", L"", "RunningUnderAdminAccount (code 0xffffffff) <- Unable to open default process token! (code "},
+    {"OpenSCManagerW", "", L"", "Unable to open the service control manager!"},
+    {"OpenServiceW", "", L"", "Unable to open the service 'wscsvc'!"},
+    {"OpenThreadToken", "", L"", "RunningUnderAdminAccount (code 0xffffffff) <- Unable to open current thread token! (code "},
+    {"QueryDosDeviceW", "", L"", "Unable to convert NT path '"},
+    {"QueryServiceStatus", "", L"", "Unable to query status of the service 'wscsvc'!"},
+    {"RegOpenKeyExW", "", L"Services\\wscsvc", "cannot get wscsvc status"},
+    {"RegQueryValueExW", "", L"Start", "cannot get wscsvc status"},
+    {"RegOpenKeyExW", "AvManager", L"", "Unable to retrieve path of the program directory!"},
+    {"RegQueryValueExW", "AvManager", L"", "Unable to retrieve path of the program directory!"},
+    {"SetEnvironmentVariableW", "run_elevated", L"", "cannot run elevated process '"},
+    {"ShellExecuteExW", "", L"", "cannot run elevated process '"},
+    {"StartServiceW", "", L"", "Unable to start the service 'wscsvc'!"},
+    {"VerQueryValueW", "", L"", "VerQueryValueW"},
+    {"WaitForSingleObject", "wscsvc::wait", L"", "event wait error"},
+    {"WaitForSingleObject", "", L"", "WaitForSingleObject"},
+    {"WscRegisterForChanges", "", L"", "WscRegisterForChanges"},
+    {"crvGetFirewall", "", L"", "cannot get firewall"},
+    {"", "RunUpdater", L"", "update program failed"},
+};
+// clang-format on
 
 const Row kDefault = {"", "", L"", code, 0, "the result is the code of the failing call"};
 
 bool Holds(std::string_view text, std::string_view part) { return text.find(part) != std::string_view::npos; }
 
-bool Fits(const Row& row, const Trial& trial) {
+// Function, callers and text, which rows and steps have in common.
+template <typename Place>
+bool IsThere(const Place& row, const Trial& trial) {
   return (*row.function == 0 || trial.fault.function == row.function) &&
          (*row.caller == 0 || std::any_of(trial.callers.begin(), trial.callers.end(),
                                           [&](const std::string& caller) { return Holds(caller, row.caller); })) &&
-         std::wstring_view(trial.outcome.block.text).find(row.text) != std::wstring_view::npos &&
-         Holds(trial.scenario.name, row.extra.scenario) && (row.extra.code == kAnyCode || row.extra.code == trial.fault.code);
+         std::wstring_view(trial.outcome.block.text).find(row.text) != std::wstring_view::npos;
+}
+
+bool Fits(const Row& row, const Trial& trial) {
+  return IsThere(row, trial) && Holds(trial.scenario.name, row.extra.scenario) &&
+         (row.extra.code == kAnyCode || row.extra.code == trial.fault.code);
 }
 
 template <typename Rows>
@@ -182,6 +269,11 @@ const Row& First(const Rows& rows, const Trial& trial) {
 }
 
 }  // namespace
+
+const char* DocumentedStep(const Trial& trial) {
+  const auto found = std::find_if(std::begin(kSteps), std::end(kSteps), [&](const Step& step) { return IsThere(step, trial); });
+  return found == std::end(kSteps) ? nullptr : found->step;
+}
 
 const Row& Documented(const Trial& trial) {
   switch (trial.outcome.block.hit_in) {

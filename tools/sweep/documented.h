@@ -36,10 +36,11 @@ inline constexpr DWORD kAnyCode = 0xFFFFFFF0;
 
 // What few rows need.
 struct Extra {
-  DWORD code = kAnyCode;       // with which the call failed
-  const char* scenario = "";   // part of its name
-  const char* record = "";     // part of a record that the log has to hold
-  bool repairs = false;        // the run leaves the machine in another good state than without the fault
+  DWORD code = kAnyCode;      // with which the call failed
+  const char* scenario = "";  // part of its name
+  const char* record = "";    // part of a record that the log has to hold
+  bool repairs = false;       // the run leaves the machine in another good state than without the fault
+  std::size_t fewer_dumps = 0;
   std::size_t more_dumps = 0;  // that there may be
 };
 
@@ -54,5 +55,8 @@ struct Row {
 };
 
 const Row& Documented(const Trial& trial);
+
+// What the record of `run` says of the step that failed; null when nothing is listed.
+const char* DocumentedStep(const Trial& trial);
 
 }  // namespace crv::sweep

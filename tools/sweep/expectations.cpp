@@ -44,7 +44,15 @@ void LookAtRecords(const Trial& trial, bool wants_record, std::vector<std::strin
   if (trial.outcome.exit_code != kGeneralFailure && records[0].find(CodeText(trial.outcome.exit_code)) == std::string::npos) {
     complaints.push_back("the record of run has another code: " + records[0]);
   }
-  if (records[0].starts_with("(code")) complaints.push_back("the record of run names no step: " + records[0]);
+}
+
+void LookAtStep(const Trial& trial, std::vector<std::string>& complaints) {
+  const char* const step = DocumentedStep(trial);
+  if (!step) {
+    complaints.push_back("no text is listed for the step");
+  } else if (!trial.outcome.run_records.empty() && trial.outcome.run_records[0].find(step) == std::string::npos) {
+    complaints.push_back("the record of run names another step: " + trial.outcome.run_records[0]);
+  }
 }
 
 void LookAtRest(const Trial& trial, std::size_t fewest, std::size_t most, std::vector<std::string>& complaints) {
@@ -72,13 +80,14 @@ std::vector<std::string> Complaints(const Trial& trial) {
   std::vector<std::string> complaints;
   const Row& row = Documented(trial);
   if (row.kind == Kind::any) return {};
-  std::size_t fewest = trial.scenario.dumps, most = trial.scenario.dumps + row.extra.more_dumps;
+  std::size_t fewest = trial.scenario.dumps - row.extra.fewer_dumps, most = trial.scenario.dumps + row.extra.more_dumps;
   switch (row.kind) {
     case Kind::code:
     case Kind::fixed:
       if (trial.scenario.request.after != After::crash) fewest = most = 0;  // what the scenario dumps otherwise was not reached
       LookAtResult(trial, row.kind == Kind::code ? trial.fault.code : row.value, complaints);
       LookAtRecords(trial, true, complaints);
+      LookAtStep(trial, complaints);
       break;
     case Kind::nothing:
       LookAtResult(trial, trial.scenario.result, complaints);
