@@ -12,6 +12,7 @@
 #include "root/module_path.h"
 #include "root/process.h"
 #include "root/scoped_handle.h"
+#include "root/system_library.h"
 #include "root/token.h"
 
 namespace crv::wsc {
@@ -35,8 +36,9 @@ bool TakeRestartedMark() {
 // ShellExecuteExW with the mark in the environment that the new process is given, which is this process's own meanwhile. With
 // SEE_MASK_NOASYNC the process has its environment when the call returns.
 bool ExecuteMarked(SHELLEXECUTEINFOW& execute) {
-  if (!SetEnvironmentVariableW(kRestartedMark, L"1")) return false;
-  const bool started = ShellExecuteExW(&execute);
+  const auto shell_execute = root::FindSystemFunction<decltype(ShellExecuteExW)>(L"shell32.dll", "ShellExecuteExW");
+  if (!shell_execute || !SetEnvironmentVariableW(kRestartedMark, L"1")) return false;
+  const bool started = shell_execute(&execute);
   const DWORD error = GetLastError();
   SetEnvironmentVariableW(kRestartedMark, nullptr);
   SetLastError(error);

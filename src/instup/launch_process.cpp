@@ -4,6 +4,7 @@
 
 #include "root/process.h"
 #include "root/scoped_handle.h"
+#include "root/system_library.h"
 
 namespace crv::instup {
 namespace {
@@ -52,7 +53,8 @@ bool LaunchProcess(const std::wstring& command_line, std::uint32_t* exit_code) {
   const root::ScopedKernelHandle process(started.hProcess);
   const root::ScopedKernelHandle thread(started.hThread);
   StartJob job(process.get());
-  AllowSetForegroundWindow(started.dwProcessId);
+  const auto allow = root::FindSystemFunction<decltype(AllowSetForegroundWindow)>(L"user32.dll", "AllowSetForegroundWindow");
+  if (allow) allow(started.dwProcessId);
   if (ResumeThread(thread.get()) == kResumeFailed) {
     const DWORD error = GetLastError();
     TerminateProcess(process.get(), error);

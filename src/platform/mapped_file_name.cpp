@@ -1,14 +1,11 @@
 #include "platform/mapped_file_name.h"
 
-#include <psapi.h>
-
 #include <cwchar>
 #include <string>
 
 namespace crv::platform {
 
-DWORD MappedFileName(HANDLE process, void* address, wchar_t* name, DWORD size) {
-  const DWORD length = GetMappedFileNameW(process, address, name, size);
+DWORD DocumentMappedFileName(DWORD length, wchar_t* name, DWORD size) {
   constexpr wchar_t kDosDevices[] = L"\\??\\";
   constexpr DWORD kPrefixLength = 4;
   // A name that did not fit has its whole length for an answer and is not there to be read.

@@ -6,6 +6,7 @@
 
 #include "base/exceptions.h"
 #include "root/registry.h"
+#include "root/system_library.h"
 
 namespace crv::root {
 namespace {
@@ -40,7 +41,9 @@ std::wstring CommonAppDataFolder(std::uint32_t csidl) {
 std::wstring GetKnownFolderPath(std::uint32_t csidl) {
   wchar_t folder[kFolderSize];
   // S_FALSE says that the folder does not exist and leaves no path.
-  const HRESULT result = SHGetFolderPathW(nullptr, static_cast<int>(csidl), nullptr, SHGFP_TYPE_CURRENT, folder);
+  const auto get = FindSystemFunction<decltype(SHGetFolderPathW)>(L"shell32.dll", "SHGetFolderPathW");
+  const HRESULT result =
+      get ? get(nullptr, static_cast<int>(csidl), nullptr, SHGFP_TYPE_CURRENT, folder) : HRESULT_FROM_WIN32(GetLastError());
   if (result == S_OK) return folder;
   switch (csidl & ~kCsidlFlags) {
     case CSIDL_WINDOWS: return WindowsFolder(csidl);

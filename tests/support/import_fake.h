@@ -1,6 +1,6 @@
-// Answers one imported function of the test program with a callable for the length of a scope, by exchanging its place in the
-// import table. It sees every call that the test program and the product's static libraries in it make; calls made inside DLLs
-// are untouched. Set it up and end it only while no other thread calls the function. The callable gets the real function and then
+// Answers one function of the system with a callable for the length of a scope: an import of the test program by exchanging its place
+// in the import table, and one that the product looks up by name by answering the look-up. It sees every call that the test program and
+// the product's static libraries in it make; calls made inside DLLs are untouched. Set it up and end it only while no other thread calls the function. The callable gets the real function and then
 // the call's arguments:
 //
 //   const test::ImportFake<decltype(GetFileSize)> fake("kernel32.dll", "GetFileSize", [](auto* real, auto... arguments) {
@@ -17,6 +17,7 @@
 #include <utility>
 
 #include "shared/import_table.h"
+#include "support/looked_up.h"
 
 namespace crv::test {
 
@@ -29,20 +30,24 @@ class ImportFakeBase {
  protected:
   using Call = std::function<Result(Function*, Arguments...)>;
 
-  // `dll` as the import table names it, without regard to case. Fails the running test when the program does not import the
-  // function from there.
+  // `dll` as the import table names it, without regard to case. Fails the running test when the library has no such function.
   ImportFakeBase(const char* dll, const char* function, Call call, Function* thunk)
-      : call_(std::move(call)), slot_(standins::FindImport(dll, function)) {
+      : call_(std::move(call)), function_(function), slot_(standins::FindImport(dll, function)) {
     active = this;
-    if (!slot_) {
-      ADD_FAILURE() << "the test program does not import " << dll << "!" << function;
-      return;
+    if (slot_) {
+      real_ = reinterpret_cast<Function*>(*slot_);
+      standins::WriteImport(slot_, reinterpret_cast<void*>(thunk));
+    } else {
+      real_ = reinterpret_cast<Function*>(AnswerLookUps(dll, function, reinterpret_cast<void*>(thunk)));
+      EXPECT_NE(nullptr, real_) << "there is no " << dll << "!" << function;
     }
-    real_ = reinterpret_cast<Function*>(*slot_);
-    standins::WriteImport(slot_, reinterpret_cast<void*>(thunk));
   }
   ~ImportFakeBase() {
-    if (slot_) standins::WriteImport(slot_, reinterpret_cast<void*>(real_));
+    if (slot_) {
+      standins::WriteImport(slot_, reinterpret_cast<void*>(real_));
+    } else {
+      EndAnswer(function_);
+    }
   }
 
   static Result Forward(Arguments... arguments) { return active->call_(active->real_, arguments...); }
@@ -50,7 +55,8 @@ class ImportFakeBase {
  private:
   inline static const ImportFakeBase* active = nullptr;
   const Call call_;
-  void** const slot_;
+  const char* const function_;
+  void** const slot_;  // null: it is looked up
   Function* real_ = nullptr;
 };
 
