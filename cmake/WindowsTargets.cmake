@@ -5,14 +5,33 @@ set(CRV_OLDEST_WINDOWS 0x0502)
 
 add_compile_definitions(UNICODE _UNICODE WIN32_LEAN_AND_MEAN NOMINMAX STRICT _GLIBCXX_ASSERTIONS
   PSAPI_VERSION=1)
-# Version 4 of the debug information is what debuggers for minidumps read in Windows images; its paths do not depend on the machine.
-# Frame pointers let a dump's stack be walked where there is no debug information.
-add_compile_options(-gdwarf-4 "-ffile-prefix-map=${CMAKE_SOURCE_DIR}/=" -fno-omit-frame-pointer)
-# Two builds of the same sources are byte-identical. libstdc++ and the thread library are linked in; libgcc is shared, so that an
-# exception thrown in one DLL can be caught in another. Each image counts its uncaught exceptions for itself, so what
-# std::uncaught_exceptions says must never be compared across DLLs: a throw that comes from another one is not counted in this one,
-# and the catch clause that ends it counts one too few.
-add_link_options(-Wl,--no-insert-timestamp -Wl,--dynamicbase -Wl,--nxcompat -static-libstdc++ -shared-libgcc -Wl,-Bstatic)
+set(CRV_SYMBOLS symbols)  # the folder of the program databases, below the build tree
+file(MAKE_DIRECTORY "${CMAKE_BINARY_DIR}/${CRV_SYMBOLS}")
+
+# No path of the machine stays in the images, so that two clones build the same bytes. Frame pointers let a dump's stack be walked where
+# there is no debug information.
+add_compile_options("-ffile-prefix-map=${CMAKE_SOURCE_DIR}/=" "-ffile-prefix-map=${CMAKE_BINARY_DIR}/=build/" -fno-omit-frame-pointer)
+# libstdc++ and the thread library are linked in; libgcc is shared, so that an exception thrown in one DLL can be caught in another.
+# Each image counts its uncaught exceptions for itself, so what std::uncaught_exceptions says must never be compared across DLLs: a throw
+# that comes from another one is not counted in this one, and the catch clause that ends it counts one too few.
+add_link_options(-Wl,--dynamicbase -Wl,--nxcompat -static-libstdc++ -Wl,-Bstatic)
+if(CMAKE_CXX_COMPILER_ID STREQUAL "Clang")
+  # A program database for each image, which the image names without a folder. The link time is a hash of the content: debuggers
+  # and symbol stores find an image by it and by its size. LLD's own choice of versions would keep Windows XP from loading the image.
+  add_compile_options(-gcodeview -gno-codeview-command-line -ffile-compilation-dir=/corvid-wsc)
+  add_link_options("-Wl,--pdb=${CRV_SYMBOLS}/$<TARGET_PROPERTY:NAME>.pdb" "-Wl,-Xlink=-pdbaltpath:$<TARGET_PROPERTY:NAME>.pdb"
+    -Wl,-Xlink=-pdbsourcepath:/corvid-wsc -Wl,-Xlink=-Brepro
+    -Wl,--major-os-version,4 -Wl,--minor-os-version,0 -Wl,--major-subsystem-version,4 -Wl,--minor-subsystem-version,0)
+  # What the runtime's own objects bring is in another format and no use to the readers of program databases.
+  foreach(rule IN ITEMS LINK_EXECUTABLE CREATE_SHARED_LIBRARY)
+    foreach(language IN ITEMS C CXX)
+      string(APPEND CMAKE_${language}_${rule} " && \"${CRV_STRIP}\" --strip-debug <TARGET>")
+    endforeach()
+  endforeach()
+else()
+  add_compile_options(-gdwarf-4)
+  add_link_options(-Wl,--no-insert-timestamp -shared-libgcc)
+endif()
 set(CMAKE_CXX_STANDARD_LIBRARIES "-lstdc++ -lwinpthread ${CMAKE_CXX_STANDARD_LIBRARIES}")
 
 # Boost's headers alone: the machine's own include folder would bring glibc's headers with it.
@@ -26,9 +45,7 @@ target_include_directories(crv_boost SYSTEM INTERFACE "${CRV_BOOST_INCLUDE}")
 
 # The runtime DLL that every image of ours imports: the one of the compiler's other thread model, which needs neither
 # libwinpthread-1.dll nor, as that one does, a function that Windows XP lacks.
-execute_process(COMMAND "${CMAKE_CXX_COMPILER}" -print-file-name=libgcc_s_dw2-1.dll
-  OUTPUT_VARIABLE CRV_LIBGCC_DLL OUTPUT_STRIP_TRAILING_WHITESPACE)
-string(REPLACE "-posix/" "-win32/" CRV_RUNTIME_DLLS "${CRV_LIBGCC_DLL}")
+set(CRV_RUNTIME_DLLS /usr/lib/gcc/i686-w64-mingw32/12-win32/libgcc_s_dw2-1.dll)
 
 # crv_product_library(NAME SOURCES... LINK libs...): one folder of the product as a static library.
 function(crv_product_library name)

@@ -44,7 +44,7 @@ const std::terminate_handler previous = std::set_terminate(&EndWithUncaught);
 }  // namespace
 
 // Takes the place of the C runtime's function in the image. A handler of SIGABRT is still asked first.
-extern "C" [[noreturn]] void abort() {
+extern "C" void abort() {
   using Handler = void(__cdecl*)(int);
   const Handler handler = std::signal(SIGABRT, SIG_DFL);
   if (handler != SIG_DFL && handler != SIG_IGN && handler != SIG_ERR) handler(SIGABRT);

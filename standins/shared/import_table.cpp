@@ -5,6 +5,12 @@
 #include <cstring>
 
 namespace crv::standins {
+namespace {
+
+// The tables are read-only, and the function that changes that may be the one that is exchanged.
+const auto system_protect = &VirtualProtect;
+
+}  // namespace
 
 void** FindImport(const char* library, const char* function) {
   auto* const base = reinterpret_cast<BYTE*>(GetModuleHandleW(nullptr));
@@ -29,9 +35,9 @@ void** FindImport(const char* library, const char* function) {
 
 void WriteImport(void** place, void* function) {
   DWORD old = 0;
-  VirtualProtect(place, sizeof(*place), PAGE_READWRITE, &old);
+  system_protect(place, sizeof(*place), PAGE_READWRITE, &old);
   *place = function;
-  VirtualProtect(place, sizeof(*place), old, &old);
+  system_protect(place, sizeof(*place), old, &old);
 }
 
 }  // namespace crv::standins
