@@ -26,10 +26,14 @@ struct Slot {};
 template <int count>
 class Operations : public Operations<count - 1> {
  public:
+  using Operations<count - 1>::Call;
   virtual DWORD Call(Slot<count>*) { return Fault(count); }
 };
 template <>
-class Operations<0> {};
+class Operations<0> {
+ public:
+  void Call(Slot<0>*);  // the end of the series; nobody defines or calls it
+};
 
 class Firewall : public Operations<kBeforeStart> {
  public:
