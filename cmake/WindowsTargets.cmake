@@ -19,6 +19,8 @@ if(CMAKE_CXX_COMPILER_ID STREQUAL "Clang")
   # A program database for each image, which the image names without a folder. The link time is a hash of the content: debuggers
   # and symbol stores find an image by it and by its size. LLD's own choice of versions would keep Windows XP from loading the image.
   add_compile_options(-gcodeview -gno-codeview-command-line -ffile-compilation-dir=/corvid-wsc)
+  # Two throws of a function that end in the same instructions would else become one, and a dump name the line of the other.
+  add_compile_options("SHELL:-mllvm -enable-tail-merge=false")
   add_link_options("-Wl,--pdb=${CRV_SYMBOLS}/$<TARGET_PROPERTY:NAME>.pdb" "-Wl,-Xlink=-pdbaltpath:$<TARGET_PROPERTY:NAME>.pdb"
     -Wl,-Xlink=-pdbsourcepath:/corvid-wsc -Wl,-Xlink=-Brepro
     -Wl,--major-os-version,4 -Wl,--minor-os-version,0 -Wl,--major-subsystem-version,4 -Wl,--minor-subsystem-version,0)
@@ -44,8 +46,13 @@ add_library(crv_boost INTERFACE)
 target_include_directories(crv_boost SYSTEM INTERFACE "${CRV_BOOST_INCLUDE}")
 
 # The runtime DLL that every image of ours imports: the one of the compiler's other thread model, which needs neither
-# libwinpthread-1.dll nor, as that one does, a function that Windows XP lacks.
-set(CRV_RUNTIME_DLLS /usr/lib/gcc/i686-w64-mingw32/12-win32/libgcc_s_dw2-1.dll)
+# libwinpthread-1.dll nor, as that one does, a function that Windows XP lacks. Two thirds of it are
+# debug sections, which no reader of program databases understands.
+set(runtime /usr/lib/gcc/i686-w64-mingw32/12-win32/libgcc_s_dw2-1.dll)
+set(CRV_RUNTIME_DLLS "${CMAKE_BINARY_DIR}/runtime/libgcc_s_dw2-1.dll")
+set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS "${runtime}")
+file(MAKE_DIRECTORY "${CMAKE_BINARY_DIR}/runtime")
+execute_process(COMMAND "${CRV_STRIP}" -o "${CRV_RUNTIME_DLLS}" "${runtime}" COMMAND_ERROR_IS_FATAL ANY)
 
 # crv_product_library(NAME SOURCES... LINK libs...): one folder of the product as a static library.
 function(crv_product_library name)

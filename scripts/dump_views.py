@@ -1,5 +1,5 @@
 #!/usr/bin/python3
-"""Has two independent readers open the minidumps that the tour kept: dump_views.py [--quiet] FOLDER PROGRAM_FOLDER...
+"""Has two independent readers open the minidumps that the tour kept: dump_views.py [--quiet] FOLDER STORE...
 
 FOLDER holds the dumps and dumps.tsv, in which the tour wrote what must be seen in them. Each dump is shown, with --quiet only one
 that differs. The last line counts them.
@@ -10,12 +10,13 @@ import subprocess
 import sys
 
 import minidump
+import symbol_store
 
 
-def differences(path, code, place, folders):
+def differences(path, code, place, stores):
     """What is not as it has to be in one dump."""
     _, text = minidump.read_streams(path)
-    stops = minidump.read_stops(path, folders)
+    stops = minidump.read_stops(path, text, stores)
     exception = minidump.read_exception(text)
     if not exception or exception[0] != code:
         yield f"obj2yaml had to find the exception 0x{code:08x}"
@@ -23,7 +24,7 @@ def differences(path, code, place, folders):
         yield "obj2yaml does not find the thread that stopped"
     if not stops or stops[0].code != code:
         yield f"the debugger had to find the exception 0x{code:08x}"
-    if not any(re.search(place, f"{minidump.short_name(stop.function)} at {stop.place}") for stop in stops if stop.place):
+    if not any(re.search(place, f"{stop.function} at {stop.place}") for stop in minidump.own_stops(stops)):
         yield f"the debugger had to see: {place}"
 
 
@@ -35,13 +36,14 @@ def main():
         print(__doc__, file=sys.stderr)
         return 2
     shelf = pathlib.Path(folders[0])
+    stores = [symbol_store.Store(store) for store in folders[1:]]
     failed = 0
     lines = (shelf / "dumps.tsv").read_text(encoding="utf-8").splitlines()
     for line in lines:
         name, code, place, step = line.split("\t")
         try:
-            found = list(differences(shelf / name, int(code, 16), place, folders[1:]))
-            shown = None if quiet and not found else minidump.describe(shelf / name, folders[1:])
+            found = list(differences(shelf / name, int(code, 16), place, stores))
+            shown = None if quiet and not found else minidump.describe(shelf / name, stores)
         except (OSError, subprocess.SubprocessError) as failure:
             found, shown = [str(failure)], name
         if shown:

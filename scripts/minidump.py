@@ -1,24 +1,33 @@
 #!/usr/bin/python3
-"""Shows what is in a minidump, as two independent readers see it: minidump.py DUMP PROGRAM_FOLDER...
+"""Shows what is in a minidump, as two independent readers see it: minidump.py DUMP STORE...
 
-obj2yaml lists the streams, lldb says where the process stopped. The program folders hold the images with their debug information.
+obj2yaml lists the streams, lldb says where the process stopped. A store is a symbol store's folder or the archive of one; the images
+and program databases of the dump are taken from there alone.
 """
 import collections
+import itertools
 import pathlib
 import re
 import subprocess
 import sys
+import tempfile
+import zipfile
 
-FRAMES = 3          # shown
+import pefile
+import symbol_store
+
+DEEPEST = 64        # frames that are looked at; a stack overflow has tens of thousands
+FRAME = '"frame <${function.name}> <{${line.file.basename}:${line.number}}>\\n"'
 RAISING = ("throw_record.cpp", "throw_hook.cpp", "uncaught.cpp")  # how a throw and the end of a program become an exception
 LONGEST_READ = 120  # s; a cold debugger on a busy machine takes a while
 
 Stop = collections.namedtuple("Stop", "code thread function place")  # place: "file.cpp:line", empty when it is not known
+Module = collections.namedtuple("Module", "name key")
 
 
 def read_streams(path):
     """The stream types, in their order, and the whole text of obj2yaml."""
-    text = subprocess.run(["obj2yaml-14", str(path)], stdin=subprocess.DEVNULL, capture_output=True, check=True, text=True,
+    text = subprocess.run(["obj2yaml-16", str(path)], stdin=subprocess.DEVNULL, capture_output=True, check=True, text=True,
                           timeout=LONGEST_READ).stdout
     return re.findall(r"^  - Type: +(\S+)", text, re.M), text
 
@@ -40,34 +49,66 @@ def read_threads(text):
     return {int(value, 16) for value in re.findall(r"Thread Id: +(\S+)", section)}
 
 
-def read_stops(path, folders):
-    """Where the debugger sees the stopped thread: its frames from the innermost on."""
-    images = ["-O", "settings set target.exec-search-paths " + " ".join(f'"{folder}"' for folder in folders)]
-    text = subprocess.run(["lldb-14", "--no-lldbinit", "--batch", *images, "-c", str(path), "-o", "bt 12"], stdin=subprocess.DEVNULL,
-                          capture_output=True, check=False, text=True, timeout=LONGEST_READ).stdout
-    reason = re.search(r"thread #(\d+), stop reason = Exception (0x[0-9a-f]+)", text)
+def read_modules(text):
+    """The images of the process in the text of obj2yaml."""
+    section = text.split("ModuleList", 1)[-1].split("  - Type:", 1)[0]
+    found = re.findall(r"Size of Image: +(\S+)\n(?: +Checksum:.*\n)? +Time Date Stamp: +(\S+)\n +Module Name: +'?(.*?)'?$", section, re.M)
+    return [Module(name.rsplit("\\", 1)[-1], symbol_store.image_key(int(time), int(size, 16))) for size, time, name in found]
+
+
+def read_first(stores, name, key):
+    return next(filter(None, (store.read(name, key) for store in stores)), None)
+
+
+def lay_out(modules, stores, folder):
+    """The images that the stores have, by name, time and size, each with its program database beside it, where the debugger looks."""
+    for module in modules:
+        content = read_first(stores, *module)
+        if not content:
+            continue
+        (folder / module.name).write_bytes(content)
+        record = symbol_store.read_record(pefile.PE(data=content, fast_load=False))
+        database = record and read_first(stores, *record)
+        if database:
+            (folder / record.name).write_bytes(database)
+
+
+def plain(function):
+    """A function's name without its arguments, of an inlined one the name alone, and without the name of no namespace."""
+    name = function.split(" [inlined] ")[-1].replace("`anonymous namespace'::", "").replace("(anonymous namespace)::", "")
+    return name.split("(")[0]
+
+
+def read_stops(path, text, stores):
+    """Where the debugger sees the stopped thread: its frames from the innermost on. It has nothing but what the stores hold."""
+    with tempfile.TemporaryDirectory() as folder:
+        lay_out(read_modules(text), stores, pathlib.Path(folder))
+        output = subprocess.run(["lldb-16", "--no-lldbinit", "--batch", "-O", f'settings set target.exec-search-paths "{folder}"',
+                                 "-O", f"settings set frame-format {FRAME}", "-c", str(path), "-o", f"bt {DEEPEST}"],
+                                stdin=subprocess.DEVNULL, capture_output=True, check=False, text=True, timeout=LONGEST_READ).stdout
+    reason = re.search(r"thread #(\d+), stop reason = Exception (0x[0-9a-f]+)", output)
     if not reason:
         return []
-    frames = re.findall(r"frame #\d+: 0x[0-9a-f]+(?: [^`\s]+)?(?:`([^\n]*?))?(?: at (\S+?:\d+)\S*)?$", text, re.M)
-    return [Stop(int(reason[2], 16), int(reason[1]), function, place) for function, place in frames]
+    frames = re.findall(r"^ *\*? *frame <(.*)> <(.*)>$", output, re.M)
+    return [Stop(int(reason[2], 16), int(reason[1]), plain(function), place) for function, place in frames]
 
 
-def short_name(function):
-    return function.replace("(anonymous namespace)::", "").split("(")[0]
+def own_stops(stops):
+    """The frames with known places, but for a throw's own machinery; those that repeat each other are one."""
+    return [stop for stop, _ in itertools.groupby(stops) if stop.place and not stop.place.startswith(RAISING)]
 
 
-def describe(path, folders):
+def describe(path, stores):
     """The whole view, as text. Fails with SubprocessError when the file is no minidump, or a reader takes too long."""
     streams, text = read_streams(path)
-    stops = read_stops(path, folders)
+    stops = read_stops(path, text, stores)
     lines = [f"{path.name}, {path.stat().st_size} bytes", f"  streams    {' '.join(streams)}",
              f"  comment    {read_comment(text) or '(empty)'}"]
     if stops:
         lines.append(f"  stopped    by exception 0x{stops[0].code:08x}")
     else:
         lines.append("  stopped    (the debugger finds no exception)")
-    for stop in [stop for stop in stops if stop.place and not stop.place.startswith(RAISING)][:FRAMES]:
-        lines.append(f"  in         {short_name(stop.function)} at {stop.place}")
+    lines += [f"  in         {stop.function} at {stop.place}" for stop in own_stops(stops)]
     return "\n".join(lines)
 
 
@@ -77,11 +118,11 @@ def main():
         return 2
     path = pathlib.Path(sys.argv[1])
     try:
-        print(describe(path, sys.argv[2:]))
+        print(describe(path, [symbol_store.Store(store) for store in sys.argv[2:]]))
     except subprocess.CalledProcessError as failure:
         print(f"{path}: no minidump ({failure.stderr.strip()})", file=sys.stderr)
         return 1
-    except (OSError, subprocess.TimeoutExpired) as failure:
+    except (OSError, zipfile.BadZipFile, subprocess.TimeoutExpired) as failure:
         print(f"{path}: {failure}", file=sys.stderr)
         return 1
     return 0

@@ -1,17 +1,28 @@
 #!/usr/bin/python3
-"""Looks at the finished wsc.dll and at what lies beside it as Windows' loader will: check_image.py DIST_FOLDER.
+"""Looks at the finished wsc.dll and at what lies beside it as Windows' loader and a debugger will: check_image.py FOLDER SYMBOLS_FOLDER.
 
-Prints one line for each check that fails, then "N passed, N failed"; the status is 0 when none failed.
+The program databases lie in the symbols folder. Where an image is signed, the signature is checked. Prints one line for each check that fails, then "N passed, N failed"; the status is 0 when none failed.
 """
 import pathlib
 import re
+import subprocess
 import sys
+import tempfile
 
 import pefile
+
+sys.path.insert(0, str(pathlib.Path(__file__).resolve().parent.parent / "scripts"))
+import symbol_store  # noqa: E402
 
 EXPORT = "_run@4"
 RUNTIME_DLLS = {"libgcc_s_dw2-1.dll"}
 SUITE_DLLS = {"log.dll"}  # installed by the suite itself
+WITHOUT_RECORD = {"libgcc_s_dw2-1.dll"}  # of a program database: Debian's own, linked by GNU ld, which writes none
+LARGEST = {"wsc.dll": 1_600_000}
+
+EXECUTABLE, WRITABLE, DISCARDABLE = 0x20000000, 0x80000000, 0x02000000  # of a section
+REPRODUCIBLE = 16                                                       # a debug entry: the link time is a hash of the content
+SIGNATURE_HEADER = 8                                                    # bytes before the PKCS#7 data
 
 # Windows XP lacks these; an import of one keeps the image from loading there. Not all that came later, but what this compiler's
 # runtime and code of this kind reach for. Patterns in verbose form.
@@ -100,12 +111,71 @@ def check_loading(report, path, image):
         report.check(f"{name} has {flag}", "" if flags & characteristics[flag] else f"flags 0x{flags:04x}")
 
 
+def section_name(section):
+    return section.Name.rstrip(b"\0").decode("ascii", "replace")
+
+
+def database_key(path):
+    """GUID and age, as llvm-pdbutil reads them from the program database itself."""
+    text = subprocess.run(["llvm-pdbutil-16", "dump", "--summary", str(path)], stdin=subprocess.DEVNULL, capture_output=True, check=False,
+                          text=True).stdout
+    guid, age = re.search(r"GUID: \{(\S+)\}", text), re.search(r"Age: (\d+)", text)
+    return f"{guid[1].replace('-', '').upper()}{int(age[1]):x}" if guid and age else "no program database"
+
+
+def check_identity(report, path, image, symbols):
+    """By what a debugger and a symbol store know it, and that nothing but that is in it."""
+    name = path.name
+    debug = [section_name(section) for section in image.sections
+             if section_name(section).startswith(".debug")
+             or section.Characteristics & DISCARDABLE and section_name(section) != ".reloc"]
+    report.check(f"{name} has no debug sections", ", ".join(debug))
+    both = [section_name(section) for section in image.sections
+            if section.Characteristics & WRITABLE and section.Characteristics & EXECUTABLE]
+    report.check(f"{name} has no section that is writable and executable", ", ".join(both))
+    size = path.stat().st_size
+    report.check(f"{name} is small", f"{size} bytes" if size > LARGEST.get(name, size) else "")
+    report.check(f"{name} has a link time", "" if image.FILE_HEADER.TimeDateStamp else "0")
+    record = symbol_store.read_record(image)
+    if name in WITHOUT_RECORD:
+        report.check(f"{name} is rightly listed as without a debug record", record.name if record else "")
+        return
+    entries = {entry.struct.Type for entry in getattr(image, "DIRECTORY_ENTRY_DEBUG", [])}
+    report.check(f"{name} has a hash as its link time", "" if REPRODUCIBLE in entries else f"debug entries {sorted(entries)}")
+    found = record and database_key(symbols / record.name)
+    report.check(f"{name} has the program database of its debug record",
+                 "" if record and record.key == found else f"record {record}, database {found}")
+    report.check(f"{name} names its program database without a folder",
+                 "" if record and record.name == path.with_suffix(".pdb").name else str(record))
+
+
+def check_signature(report, path, image):
+    """Where there is one: whether it is of this content, by one of the certificates in it."""
+    place = image.OPTIONAL_HEADER.DATA_DIRECTORY[pefile.DIRECTORY_ENTRY["IMAGE_DIRECTORY_ENTRY_SECURITY"]]
+    if not place.Size:
+        return
+    data = path.read_bytes()[place.VirtualAddress + SIGNATURE_HEADER:place.VirtualAddress + place.Size]
+    text = subprocess.run(["openssl", "pkcs7", "-inform", "DER", "-print_certs"], input=data, capture_output=True, check=False).stdout
+    said = "no certificate in it"
+    with tempfile.NamedTemporaryFile(suffix=".pem") as file:
+        for certificate in re.findall(rb"-----BEGIN CERTIFICATE-----.*?-----END CERTIFICATE-----\n", text, re.S):
+            pathlib.Path(file.name).write_bytes(certificate)
+            run = subprocess.run(["sbverify", "--cert", file.name, str(path)], stdin=subprocess.DEVNULL, capture_output=True, check=False,
+                                 text=True)
+            said = "" if run.returncode == 0 else (run.stdout + run.stderr).strip()
+            if not said:
+                break
+    report.check(f"{path.name} has a valid signature", said)
+
+
 def check_product(report, image):
     found = exports(image)
     report.check(f"wsc.dll exports {EXPORT} alone", "" if found == [EXPORT] else str(found))
     relocated = image.OPTIONAL_HEADER.DATA_DIRECTORY[pefile.DIRECTORY_ENTRY["IMAGE_DIRECTORY_ENTRY_BASERELOC"]].Size
     report.check("wsc.dll can be relocated", "" if relocated else "it has no relocations")
     strings = version_strings(image)
+    version = strings.get("ProductVersion", "")
+    report.check("wsc.dll names its version and commit", "" if re.fullmatch(r"\d+\.\d+\.\d+(\+[0-9a-f]{12,}(-dirty)?)?", version) else version)
     wanted = ("CompanyName", "FileDescription", "FileVersion", "ProductName", "ProductVersion", "OriginalFilename")
     missing = [key for key in wanted if not strings.get(key)]
     report.check("wsc.dll has a version resource", f"without {', '.join(missing)}" if missing else "")
@@ -130,14 +200,16 @@ def check_folder(report, images):
 
 
 def main():
-    if len(sys.argv) != 2:
+    if len(sys.argv) != 3:
         print(__doc__, file=sys.stderr)
         return 2
-    folder = pathlib.Path(sys.argv[1])
+    folder, symbols = map(pathlib.Path, sys.argv[1:])
     images = {path.name: pefile.PE(str(path)) for path in sorted(folder.iterdir())}
     report = Report()
     for name, image in images.items():
         check_loading(report, folder / name, image)
+        check_identity(report, folder / name, image, symbols)
+        check_signature(report, folder / name, image)
     check_product(report, images["wsc.dll"])
     check_folder(report, images)
     print(f"{report.passed} passed, {report.failed} failed")

@@ -15,6 +15,7 @@ import sys
 ROOT = pathlib.Path(__file__).resolve().parent.parent
 sys.path.insert(0, str(ROOT / "scripts"))
 import minidump  # noqa: E402
+import symbol_store  # noqa: E402
 from crash_cases import ALWAYS, CASES, SKIPPED, WAY_OUT  # noqa: E402
 
 SUITE = "C:\\Program Files\\CORVID Software\\Corvid\\"
@@ -30,7 +31,8 @@ def wine(program, *words):
 
 class Runner:
     def __init__(self, build):
-        self.images = [build / "standins", build / "dist"]
+        self.stores = [symbol_store.Store(path)
+                       for path in [*(build / "stores/package").glob("*-symbols.zip"), build / "stores/standins"]]
         self.drive = pathlib.Path(os.environ.get("CORVID_WSC_PREFIX") or build / "prefix") / "drive_c"
         self.crashes = self.drive / "crashes"
         self.log_folder = self.drive / "ProgramData/CORVID Software/Corvid/log"
@@ -117,11 +119,28 @@ class Runner:
         code, thread = minidump.read_exception(text) or (0, 0)
         if code != case.code or thread not in minidump.read_threads(text):
             yield f"exception 0x{code:08x} of thread {thread:x}"
-        stops = minidump.read_stops(path, self.images)
+        stops = minidump.read_stops(path, text, self.stores)
         if not stops or stops[0].code != case.code:
             yield f"the debugger sees {stops}"
-        elif case.function and not any(re.search(case.function, f"{stop.function} at {stop.place}") for stop in stops):
-            yield f"the debugger does not see {case.function}: {stops}"
+        elif case.function:
+            yield from self.stack_differences(case, [f"{stop.function} at {stop.place}" for stop in minidump.own_stops(stops)])
+
+    @staticmethod
+    def stack_differences(case, stack):
+        """The innermost frame of ours is that of the fault; the whole stack is known when it ends in the program's entry."""
+        if not stack or not re.fullmatch(case.function, stack[0]):
+            yield f"the debugger had to see {case.function} innermost: {stack}"
+            return
+        if not re.fullmatch(case.outermost, stack[-1]):
+            yield f"the debugger had to see {case.outermost} outermost: {stack}"
+        if case.throws and "throw " not in Runner.source_line(stack[0]):
+            yield f"the debugger had to see a line that throws, not {Runner.source_line(stack[0])!r}"
+
+    @staticmethod
+    def source_line(frame):
+        name, number = frame.rsplit(" at ", 1)[1].split(":")
+        found = [*ROOT.glob(f"src/*/{name}"), *ROOT.glob(f"standins/*/{name}")]
+        return found[0].read_text("utf-8").splitlines()[int(number) - 1].strip()
 
 
 def main():
@@ -130,7 +149,10 @@ def main():
     if len(sys.argv) < 2 or unknown:
         print(f"there is no case {unknown[0]!r}" if unknown else __doc__, file=sys.stderr)
         return 2
-    runner = Runner(pathlib.Path(sys.argv[1]).resolve())
+    build = pathlib.Path(sys.argv[1]).resolve()
+    if subprocess.run([ROOT / "scripts/stores", build], stdin=subprocess.DEVNULL, check=False).returncode:
+        return 2
+    runner = Runner(build)
     if not runner.log_folder.is_dir():
         print(f"the suite is not installed in {runner.drive}; run scripts/stage", file=sys.stderr)
         return 2
