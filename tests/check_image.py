@@ -1,7 +1,8 @@
 #!/usr/bin/python3
-"""Looks at the finished wsc.dll and at what lies beside it as Windows' loader and a debugger will: check_image.py FOLDER SYMBOLS_FOLDER.
+"""Looks at the finished wsc.dll and at what lies beside it as Windows' loader and a debugger will: check_image.py FOLDER SYMBOLS
 
-The program databases lie in the symbols folder. Where an image is signed, the signature is checked. Prints one line for each check that fails, then "N passed, N failed"; the status is 0 when none failed.
+The program databases lie in the folder SYMBOLS. Where an image is signed, the signature is checked. Prints one line for each check that
+fails, then "N passed, N failed"; the status is 0 when none failed.
 """
 import pathlib
 import re
@@ -175,7 +176,8 @@ def check_product(report, image):
     report.check("wsc.dll can be relocated", "" if relocated else "it has no relocations")
     strings = version_strings(image)
     version = strings.get("ProductVersion", "")
-    report.check("wsc.dll names its version and commit", "" if re.fullmatch(r"\d+\.\d+\.\d+(\+[0-9a-f]{12,}(-dirty)?)?", version) else version)
+    named = re.fullmatch(r"\d+\.\d+\.\d+(\+[0-9a-f]{12,}(-dirty)?)?", version)
+    report.check("wsc.dll names its version and commit", "" if named else version)
     wanted = ("CompanyName", "FileDescription", "FileVersion", "ProductName", "ProductVersion", "OriginalFilename")
     missing = [key for key in wanted if not strings.get(key)]
     report.check("wsc.dll has a version resource", f"without {', '.join(missing)}" if missing else "")
