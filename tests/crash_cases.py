@@ -56,6 +56,7 @@ def fault(function):
 
 
 WRITE = fault("WriteToNull")
+IN_THREAD = r".*thread.*"  # the library's own function that a thread starts in
 CRASH_NOW = r"crv::crashguard::CrashNow at user_crash\.cpp:\d+"
 THROWING = fault("ThrowFatal")
 MISSING = "/dumper:C:\\nowhere"
@@ -170,7 +171,7 @@ CASES = [
          outermost=r"crv::crashguard::SleepAndCrash at user_crash\.cpp:\d+"),
     Case("CrashNow during a run", "during-run", AV,
          INSTALLED + ["warning User-initiated crash commencing"] + ENTERED + [created(AV)], [BY_DUMPER],
-         function=CRASH_NOW, printed="", notices=1, own_folder=False),
+         function=CRASH_NOW, outermost=IN_THREAD, printed="", notices=1, own_folder=False),
     Case("a component crashes in the real host", "run /av /enable", AV, INSTALLED + ENTERED + [created(AV)], [BY_DUMPER],
          function=r".*CrashAsTold at scripted_calls\.cpp:\d+", printed="", notices=1, centre=["script", "CavmStart", "crash"], own_folder=False),
     Case("CrashNow outside of runs", "crash-now", AV, INSTALLED + ["warning User-initiated crash commencing"] + ENTERED + [created(AV)],
