@@ -87,7 +87,8 @@ class Runner:
         log = self.read_log(folder / "wsc.log", ended[1])
         if len(log) != len(case.log) or not all(map(self.agrees, case.log, log)):
             yield "the log had to be\n    " + "\n    ".join(case.log) + "\n  and was\n    " + "\n    ".join(log)
-        dumps = sorted(folder.rglob("*.mdmp"), key=lambda path: path.stat().st_mtime_ns)
+        found = folder.rglob("*.mdmp") if case.own_folder else folder.glob("*.mdmp")  # the tour keeps its dumps below the log folder
+        dumps = sorted(found, key=lambda path: path.stat().st_mtime_ns)
         if len(dumps) != len(case.dumps):
             yield f"there had to be {len(case.dumps)} dumps, not {len(dumps)}"
         for path, comment in zip(dumps, case.dumps):
