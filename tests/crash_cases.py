@@ -114,7 +114,7 @@ CASES = [
     Case("the dumper hangs and is ended", "dumper-ended", AV, INSTALLED + ENTERED + [failed(9), created(AV)], [IN_PROCESS], function=WRITE,
          centre=["dumper", "hang"]),
     Case("a run of the module ends meanwhile", "run-ends", AV, INSTALLED + ENTERED + TWICE + [created(AV)], [BY_DUMPER],
-         printed="install 0\nrun came back after the dump", function=WRITE, outermost=WRITE, own_folder=False),
+         printed="\nrun came back after the dump", function=WRITE, outermost=WRITE, own_folder=False),
     Case("the dump folder was removed", "folder-removed", AV, INSTALLED + ENTERED + [created(AV)], [BY_DUMPER], function=WRITE,
          below="removed/deeper"),
     Case("no dump file can be created", f"file-refused {MISSING}", AV, INSTALLED_ALONE + ENTERED + [WAY_OUT, failed(7)], [],
