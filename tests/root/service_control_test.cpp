@@ -56,7 +56,7 @@ class ServiceControl : public testing::Test {
       }};
   test::ImportFake<decltype(RegCreateKeyExW)> create_{
       "advapi32.dll", "RegCreateKeyExW",
-      [this](auto real, HKEY root, const wchar_t* subkey, DWORD zero, auto name, DWORD options, REGSAM access, auto... rest) {
+      [](auto real, HKEY root, const wchar_t* subkey, DWORD zero, auto name, DWORD options, REGSAM access, auto... rest) {
         EXPECT_TRUE(subkey != kServiceKey || access == (KEY_SET_VALUE | KEY_WOW64_32KEY));
         return real(root, subkey, zero, name, options, access, rest...);
       }};
