@@ -1,7 +1,6 @@
 #include "crashguard/crash_handler.h"
 
 #include <rpc.h>
-#include <shlwapi.h>
 
 #include <cstdlib>
 #include <utility>
@@ -11,6 +10,7 @@
 #include "crashguard/exit_signal.h"
 #include "crashguard/guard_log.h"
 #include "root/proc_address.h"
+#include "root/system_library.h"
 
 namespace crv::crashguard {
 namespace {
@@ -21,7 +21,8 @@ constexpr std::int32_t kUsualFullDumpDivisor = 256;
 // The same for the life of the process, different in others.
 std::int32_t MakeSampleKey() {
   UUID uuid = {};
-  const RPC_STATUS status = UuidCreate(&uuid);
+  const auto create = root::FindSystemFunction<decltype(UuidCreate)>(L"rpcrt4.dll", "UuidCreate");
+  const RPC_STATUS status = create ? create(&uuid) : RPC_S_UUID_NO_ADDRESS;
   if (status == RPC_S_OK || status == RPC_S_UUID_LOCAL_ONLY) return static_cast<std::int32_t>(uuid.Data1);
   LARGE_INTEGER counter = {};
   QueryPerformanceCounter(&counter);
@@ -49,8 +50,9 @@ std::wstring HostFolder() {
     return std::wstring();
   }
   path[MAX_PATH - 1] = L'\0';  // Windows XP leaves a name that was cut without its end
-  PathRemoveFileSpecW(path);
-  return path;
+  const std::wstring name = path;
+  const std::size_t end = name.rfind(L'\\');
+  return end == std::wstring::npos ? std::wstring() : name.substr(0, end);
 }
 
 }  // namespace

@@ -14,6 +14,7 @@
 #include <string>
 
 #include "crashguard/dump_library.h"
+#include "crashguard/system_calls.h"
 #include "crashguard/filter_lock.h"
 #include "crashguard/gui_thread_watcher.h"
 
@@ -48,6 +49,9 @@ class CrashHandler {
 
   // From now on every dump is one of a fatal crash.
   void SetFatal() { fatal_ = true; }
+
+  // Whether the system is shutting down.
+  bool IsShutdown() const { return system_.system_metrics && system_.system_metrics(SM_SHUTTINGDOWN); }
 
   // Address of kernel32's CtrlRoutine in this process, or null.
   std::uintptr_t ctrl_routine() const { return ctrl_routine_; }
@@ -95,6 +99,7 @@ class CrashHandler {
   std::atomic<std::int32_t> dumps_left_ = 0;
   std::int32_t sample_key_;
   const DumpLibrary dump_library_;
+  const SystemCalls system_;
   CRITICAL_SECTION lock_;  // held by the writers
 
   // The thrown objects whose dumps were written; the oldest goes first.

@@ -1,6 +1,5 @@
 // CrashHandler: whether a dump is written at all, and the writer that works in-process.
-#include <shlobj.h>
-#include <shlwapi.h>
+#include <windows.h>
 
 #include <algorithm>
 #include <cstring>
@@ -124,15 +123,17 @@ bool CrashHandler::IsFullDumpHandler() const {
 // False when the folder and the name do not fit: without the folder a dump would land in whatever folder is the current one.
 bool CrashHandler::BuildDumpPath(const wchar_t* file_name) {
   path_[0] = L'\0';
+  const auto append = system_.path_append;
+  if (!append) return false;
   if (file_name) {
-    if (!platform::wcscpy_s(path_, kPathLimit, dump_folder_.c_str()) || !PathAppendW(path_, file_name)) return false;
+    if (!platform::wcscpy_s(path_, kPathLimit, dump_folder_.c_str()) || !append(path_, file_name)) return false;
   } else {
     FILETIME now;
     GetSystemTimeAsFileTime(&now);
     if (!platform::swprintf_s(file_name_, kPathLimit, L"unp%u%u.mdmp", now.dwHighDateTime, now.dwLowDateTime)) return false;
-    if (!PathAppendW(path_, dump_folder_.c_str()) || !PathAppendW(path_, file_name_)) return false;
+    if (!append(path_, dump_folder_.c_str()) || !append(path_, file_name_)) return false;
   }
-  SHCreateDirectory(nullptr, dump_folder_.c_str());
+  if (system_.create_folder) system_.create_folder(nullptr, dump_folder_.c_str());
   return true;
 }
 

@@ -99,7 +99,7 @@ LONG HandleCrash(EXCEPTION_POINTERS* exception) {
     return EXCEPTION_CONTINUE_SEARCH;
   }
   handler.WriteDump(exception, false, nullptr);
-  if (GetSystemMetrics(SM_SHUTTINGDOWN)) {
+  if (handler.IsShutdown()) {
     Record([] { log::Info(tag, "Saved a crash when system is shutting down."); });
     TerminateProcess(GetCurrentProcess(), code);
   } else if (UnderServiceAccount()) {

@@ -7,6 +7,7 @@
 
 #include "base/log_library.h"
 #include "shared/import_table.h"
+#include "shared/looked_up.h"
 #include "crasher/stage.h"
 
 namespace crv::standins::crasher {
@@ -48,7 +49,8 @@ bool Replace(const char* library, const char* function, void* replacement) {
 }  // namespace
 
 bool Pretend(const std::wstring& what) {
-  if (what == L"shutdown") return Replace("user32.dll", "GetSystemMetrics", reinterpret_cast<void*>(&ShuttingDown));
+  if (what == L"shutdown")
+    return AnswerLookUps("user32.dll", "GetSystemMetrics", reinterpret_cast<void*>(&ShuttingDown)) != nullptr;
   if (what == L"service") return Replace("advapi32.dll", "EqualSid", reinterpret_cast<void*>(&EverySidIsEqual));
   return false;
 }

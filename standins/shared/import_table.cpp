@@ -5,13 +5,6 @@
 #include <cstring>
 
 namespace crv::standins {
-namespace {
-
-// The tables are read-only, and the function that changes that may be the one that is exchanged.
-const auto system_protect = &VirtualProtect;
-
-}  // namespace
-
 void** FindImport(const char* library, const char* function) {
   auto* const base = reinterpret_cast<BYTE*>(GetModuleHandleW(nullptr));
   const auto* const dos = reinterpret_cast<IMAGE_DOS_HEADER*>(base);
@@ -34,6 +27,8 @@ void** FindImport(const char* library, const char* function) {
 }
 
 void WriteImport(void** place, void* function) {
+  // The tables are read-only, and the function that changes that may be the one that is exchanged.
+  static decltype(&VirtualProtect) volatile system_protect = &VirtualProtect;
   DWORD old = 0;
   system_protect(place, sizeof(*place), PAGE_READWRITE, &old);
   *place = function;

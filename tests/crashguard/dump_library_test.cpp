@@ -46,7 +46,7 @@ TEST(DumpLibrary, IsBoundOrThereIsNoCrashGuard) {
   there = true;
   const ImportFake<decltype(GetProcAddress)> function(
       "kernel32.dll", "GetProcAddress", [](auto* real, HMODULE module, LPCSTR name) {
-        return std::string(name) == "MiniDumpWriteDump" ? nullptr : real(module, name);
+        return !IS_INTRESOURCE(name) && std::string(name) == "MiniDumpWriteDump" ? nullptr : real(module, name);
       });
   EXPECT_EQ(kFailure, test::Thrown([] { CrashGuardModule module; }));
   EXPECT_EQ(2, freed);

@@ -77,7 +77,7 @@ class Writers : public DumpStage {
   std::unique_ptr<CrashHandler> MakeHandler() const {
     const test::ImportFake<decltype(GetProcAddress)> fake(
         "kernel32.dll", "GetProcAddress", [](auto* real, HMODULE module, LPCSTR name) {
-          if (std::string(name) != "MiniDumpWriteDump") return real(module, name);
+          if (IS_INTRESOURCE(name) || std::string(name) != "MiniDumpWriteDump") return real(module, name);
           return reinterpret_cast<FARPROC>(reinterpret_cast<void*>(&WriteNothing));
         });
     auto handler = std::make_unique<CrashHandler>();

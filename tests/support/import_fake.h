@@ -17,7 +17,7 @@
 #include <utility>
 
 #include "shared/import_table.h"
-#include "support/looked_up.h"
+#include "shared/looked_up.h"
 
 namespace crv::test {
 
@@ -38,7 +38,7 @@ class ImportFakeBase {
       real_ = reinterpret_cast<Function*>(*slot_);
       standins::WriteImport(slot_, reinterpret_cast<void*>(thunk));
     } else {
-      real_ = reinterpret_cast<Function*>(AnswerLookUps(dll, function, reinterpret_cast<void*>(thunk)));
+      real_ = reinterpret_cast<Function*>(standins::AnswerLookUps(dll, function, reinterpret_cast<void*>(thunk)));
       EXPECT_NE(nullptr, real_) << "there is no " << dll << "!" << function;
     }
   }
@@ -46,7 +46,7 @@ class ImportFakeBase {
     if (slot_) {
       standins::WriteImport(slot_, reinterpret_cast<void*>(real_));
     } else {
-      EndAnswer(function_);
+      standins::EndAnswer(function_);
     }
   }
 

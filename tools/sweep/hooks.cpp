@@ -165,7 +165,9 @@ FARPROC WINAPI LookUp(HMODULE module, const char* name) {
     SetLastError(last_error);
     return nullptr;
   }
-  void* const hooked = Hooked(name, reinterpret_cast<void*>(address), false);
+  const auto ordinal = static_cast<DWORD>(reinterpret_cast<DWORD_PTR>(name));
+  const char* const plain = IS_INTRESOURCE(name) ? PlainName("shell32.dll", nullptr, ordinal) : name;
+  void* const hooked = Hooked(plain, reinterpret_cast<void*>(address), false);
   SetLastError(last_error);
   return reinterpret_cast<FARPROC>(hooked);
 }

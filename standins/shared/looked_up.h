@@ -1,7 +1,8 @@
-// The test program's look-ups of functions by name, answered with a function of the test's own. One thread.
+// The calling program's own look-ups of functions by name, answered with another function: for the program itself and the static libraries
+// in it. One thread.
 #pragma once
 
-namespace crv::test {
+namespace crv::standins {
 
 // From now on GetProcAddress gives `answer` for every function of that name, whatever the library. The result is the real function, null
 // when the library has none.
@@ -9,4 +10,4 @@ void* AnswerLookUps(const char* library, const char* function, void* answer);
 
 void EndAnswer(const char* function);
 
-}  // namespace crv::test
+}  // namespace crv::standins
