@@ -27,6 +27,7 @@ constexpr char kRepairedOnce[] = "the installer repairs its settings once";
 constexpr char kNoPlace[] = "both writers have failed: the dumper, and now the path or the file";
 constexpr char kSecondDump[] = "the dump is written in the process as well";
 constexpr char kMemory[] = "memory ran out: a clean code, or what needed it is done without";
+constexpr char kShellFolders[] = "the registry knows the folder as well";
 constexpr char kOptional[] = "nothing depends on it, or there is another way";
 
 // Calls made while the library is loaded.
@@ -78,14 +79,18 @@ const Row kRequestRows[] = {
     {"AcquireLogModule", "", L"", fixed, kGeneralFailure, "a standard exception, but none of ours"},
 
     // The runtime.
-    {"", "init_codepage_func", L"", nothing, 0, kOptional},
-    {"", "init_vscprintf", L"", nothing, 0, kOptional},
+    {"GetModuleHandleW", "", L"msvcrt.dll", nothing, 0, kOptional},
+    {"GetProcAddress", "", L"___lc_codepage_func", nothing, 0, kOptional},
+    {"GetProcAddress", "", L"_vscprintf", nothing, 0, kOptional},
     {"", "FindTickCount", L"", nothing, 0, kOptional},
     {"TlsSetValue", "VectoredExceptionHandler", L"", nothing, 0, "the thread then has no mark"},
 
     // Folders and paths.
-    {"SHGetFolderPathW", "LogFolder", L"", nothing, 0, "the registry knows the folder as well"},
-    {"SHGetFolderPathW", "GetPersistentDataFolder", L"", nothing, 0, "the registry knows the folder as well"},
+    {"GetModuleHandleW", "GetSystemLibrary", L"", nothing, 0, "the library is loaded then"},
+    {"SHGetFolderPathW", "", L"", nothing, 0, kShellFolders},
+    {"GetSystemDirectoryW", "GetKnownFolderPath", L"", nothing, 0, kShellFolders},
+    {"LoadLibraryW", "GetKnownFolderPath", L"", nothing, 0, kShellFolders},
+    {"GetProcAddress", "GetKnownFolderPath", L"", nothing, 0, kShellFolders},
     {"QueryDosDeviceW", "", L"", fixed, ERROR_PATH_NOT_FOUND, "the search goes on to the next volume, and there is none"},
 
     // Services.
@@ -149,6 +154,9 @@ const Row kRequestRows[] = {
      {.record = "RunningUnderAdminAccount (code 0xffffffff) <- "}},
 
     // The installer.
+    {"GetSystemDirectoryW", "LaunchProcess", L"", nothing, 0, kOptional},
+    {"LoadLibraryW", "LaunchProcess", L"", nothing, 0, kOptional},
+    {"GetProcAddress", "LaunchProcess", L"", nothing, 0, kOptional},
     {"", "FindInstallation", L"", nothing, 0, "it is found in another view of the registry, or there is a default"},
     {"CreateFileW", "", L"setup.ini", either, 0, kRepairedOnce, {.scenario = "repair", .repairs = true}},
     {"", "LoadSettingsFile", L"", either, 0, kRepairedOnce, {.scenario = "repair", .repairs = true}},
@@ -207,6 +215,17 @@ const Step kSteps[] = {
     {"GetMappedFileNameW", "", L"", "Unable to retrieve the path of the module!"},
     {"GetModuleHandleW", "", L"", "GetModuleHandleW ("},
     {"GetProcAddress", "DumpLibrary", L"", "Failed to bind with dbghelp!MiniDumpWriteDump"},
+    {"GetProcAddress", "GetModulePath", L"", "Unable to retrieve the path of the module!"},
+    {"GetSystemDirectoryW", "GetModulePath", L"", "Unable to retrieve the path of the module!"},
+    {"LoadLibraryW", "GetModulePath", L"", "Unable to retrieve the path of the module!"},
+    {"GetProcAddress", "GetFileVersion", L"GetFileVersionInfoSizeW", "GetFileVersionInfoSizeW"},
+    {"GetProcAddress", "GetFileVersion", L"GetFileVersionInfoW", "GetFileVersionInfoW"},
+    {"GetProcAddress", "GetFileVersion", L"VerQueryValueW", "VerQueryValueW"},
+    {"GetSystemDirectoryW", "GetFileVersion", L"", "Ver"},  // any of the three
+    {"LoadLibraryW", "GetFileVersion", L"", "GetFileVersionInfoSizeW"},
+    {"GetProcAddress", "run_elevated", L"", "cannot run elevated process"},
+    {"GetSystemDirectoryW", "run_elevated", L"", "cannot run elevated process"},
+    {"LoadLibraryW", "run_elevated", L"", "cannot run elevated process"},
     {"GetProcAddress", "", L"", "GetProcAddress ("},
     {"GetVolumePathNamesForVolumeNameW", "", L"", "Unable to retrieve volume paths for volume '"},
     {"IWbemClassObject.Put", "", L"", "wmi Put prop failed: "},

@@ -228,7 +228,6 @@ const Reason kCannotFail[] = {
     {"GetVersion", kAnswers},
     {"InitializeCriticalSection", kAnswers},
     {"LeaveCriticalSection", kAnswers},
-    {"PathRemoveFileSpecW", kAnswers},
     {"QueryPerformanceCounter", kAnswers},
     {"SetErrorMode", kAnswers},
     {"SetLastError", kAnswers},

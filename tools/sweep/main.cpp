@@ -79,7 +79,7 @@ class Passed {
 class Sweep {
  public:
   explicit Sweep(const Options& options)
-      : options_(options), symbols_(standins::Beside(L"wsc.dll")), passed_(options.progress), random_(options.seed) {
+      : options_(options), symbols_(standins::Beside(L"wsc.names")), passed_(options.progress), random_(options.seed) {
     counts_.passed = static_cast<unsigned>(passed_.size());
   }
 
@@ -244,8 +244,9 @@ class Sweep {
     Trial trial{scenario, fault, normal, outcome, {}};
     for (const DWORD frame : outcome.block.frames) {
       if (frame == 0) break;
-      const std::string name = symbols_.NameAt(frame);
-      if (trial.callers.empty() || trial.callers.back() != name) trial.callers.push_back(name);
+      for (const std::string& name : symbols_.NamesAt(frame)) {
+        if (trial.callers.empty() || trial.callers.back() != name) trial.callers.push_back(name);
+      }
     }
     std::vector<std::string> complaints = Complaints(trial);
     try {

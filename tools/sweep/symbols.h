@@ -1,25 +1,25 @@
-// The functions of wsc.dll by address, from the symbol table that the linker leaves in the file.
+// The functions around each call that wsc.dll makes, from the file wsc.names that tools/sweep/run makes of its program database: a line
+// for each place behind a call, "ADDRESS<tab>FUNCTION<tab>FUNCTION...", the address from the library's start, in hexadecimal, and the
+// innermost function first; the others are those that it was inlined into.
 #pragma once
 
 #include <windows.h>
 
 #include <map>
 #include <string>
+#include <vector>
 
 namespace crv::sweep {
 
 class Symbols {
  public:
-  // Reads the library beside this program; without a symbol table every name is an address.
   explicit Symbols(const std::wstring& path);
 
-  // The C++ name of the function with that address, counted from the library's start.
-  std::string NameAt(DWORD address) const;
+  // For an address that is not in the file the address itself.
+  std::vector<std::string> NamesAt(DWORD address) const;
 
  private:
-  void ReadSymbols(const std::string& image, DWORD table, DWORD count, const IMAGE_SECTION_HEADER* sections);
-
-  std::map<DWORD, std::string> names_;
+  std::map<DWORD, std::vector<std::string>> names_;
 };
 
 }  // namespace crv::sweep
