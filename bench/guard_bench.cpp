@@ -97,7 +97,7 @@ void RunAndLoadRows() {
   const std::wstring product = SuiteFolder() + L"wsc.dll";
   const std::wstring empty = OwnFolder() + L"empty.dll";
   PrintRow(
-      "loading and freeing wsc.dll / an empty DLL", kMany, [&] { load(product); }, [&] { load(empty); });
+      "loading and freeing wsc.dll / an empty DLL with its imports", kMany, [&] { load(product); }, [&] { load(empty); });
 }
 
 }  // namespace
