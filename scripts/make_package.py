@@ -119,8 +119,10 @@ def main():
     parser.add_argument("out", type=pathlib.Path, help="the folder that is made")
     sign_images.add_options(parser)
     options = parser.parse_args()
-    if not options.sign and (options.timestamp or options.certificate or options.password_file):
-        parser.error("--timestamp, --certificate and --password-file go with --sign")
+    wrong = sign_images.wrong_use(options)
+    if wrong:
+        print(f"package: {wrong}", file=sys.stderr)
+        return 2
     signal.signal(signal.SIGTERM, lambda *_: sys.exit(143))
     options.build, options.out = options.build.resolve(), options.out.resolve()
     new = options.out.with_name(options.out.name + ".new")

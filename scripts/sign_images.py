@@ -18,14 +18,27 @@ def add_options(parser):
     group = parser.add_argument_group("signing")
     group.add_argument("--sign", metavar="KEY", help="a PKCS#12 file, or the PKCS#11 URI of a key (pkcs11:...)")
     group.add_argument("--certificate", metavar="FILE", help="the certificates for a PKCS#11 key, unless the token has them")
-    group.add_argument("--pkcs11-module", metavar="FILE", default=ENGINE_MODULE, help="the token's library")
+    group.add_argument("--pkcs11-module", metavar="FILE", help="the token's library")
     group.add_argument("--password-file", metavar="FILE", help=f"holds the password or PIN; else {PASSWORD_VARIABLE} in the environment")
     group.add_argument("--timestamp", metavar="URL", help="an RFC 3161 time-stamp server")
 
 
+def wrong_use(options):
+    """What is wrong with the options; empty when nothing is. An empty one comes of a variable that nobody set: never taken for no wish to
+    sign."""
+    details = {"--timestamp": options.timestamp, "--certificate": options.certificate, "--password-file": options.password_file,
+               "--pkcs11-module": options.pkcs11_module}
+    empty = [name for name, value in {"--sign": options.sign, **details}.items() if value == ""]
+    if empty:
+        return f"{empty[0]} is empty"
+    if options.sign is None and any(details.values()):
+        return f"{', '.join(name for name, value in details.items() if value)} without --sign"
+    return ""
+
+
 def read_password(options):
     if options.password_file:
-        return pathlib.Path(options.password_file).read_text("utf-8").removesuffix("\n").removesuffix("\r")
+        return next(iter(pathlib.Path(options.password_file).read_text("utf-8").splitlines()), "")
     return os.environ.get(PASSWORD_VARIABLE, "")
 
 
@@ -35,7 +48,7 @@ def key_options(options):
             raise SigningError(f"the file {options.sign} cannot be read")
         return ["-pkcs12", options.sign]
     certificate = ["-certs", options.certificate] if options.certificate else ["-pkcs11cert", options.sign]
-    return ["-pkcs11module", options.pkcs11_module, *certificate, "-key", options.sign]
+    return ["-pkcs11module", options.pkcs11_module or ENGINE_MODULE, *certificate, "-key", options.sign]
 
 
 def sign(images, options):

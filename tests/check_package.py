@@ -116,7 +116,9 @@ class Checks:
         return both, certificate
 
     def signing(self, both, certificate):
-        made = self.make(self.signed, f"--sign={both}", password=PASSWORD)
+        words = self.work / "password"
+        words.write_text(f"{PASSWORD}\nits first line alone counts\n", "utf-8")
+        made = self.make(self.signed, f"--sign={both}", f"--password-file={words}")
         self.check("a package is signed", made.text if made.returncode else "")
         if made.returncode:
             return
@@ -147,16 +149,18 @@ class Checks:
         finally:
             must(ROOT / "scripts/stage", self.build)
 
-    def refused(self, what, reason, *words, build=None, password=""):
+    def refused(self, what, reason, *words, build=None, password="", status=1):
         """Nothing is made, and the package that was there stays."""
         before = sums(self.signed)
         made = self.make(self.signed, *words, build=build, password=password)
         rest = [path.name for path in self.work.glob("*.new")]
-        right = made.returncode == 1 and reason in made.text and sums(self.signed) == before and not rest
+        right = made.returncode == status and reason in made.text and sums(self.signed) == before and not rest
         right = right and "Traceback" not in made.text and PASSWORD not in made.text
         self.check(f"refused: {what}", "" if right else f"status {made.returncode}, left {rest}:\n{made.text}")
 
     def refusals(self, both, certificate):
+        self.refused("an empty name of the key", "--sign is empty", "--sign=", status=2)
+        self.refused("details of a signature alone", "--timestamp without --sign", "--timestamp=http://127.0.0.1:9/", status=2)
         self.refused("a wrong password", "Wrong password", f"--sign={both}", password="wrong")
         self.refused("a certificate without a key", "could not be signed", f"--sign={certificate}", password=PASSWORD)
         self.refused("a key that is not there", "cannot be read", "--sign=/nowhere/key.p12", password=PASSWORD)
