@@ -1,7 +1,7 @@
 #!/usr/bin/python3
-"""Looks at the finished wsc.dll and at what lies beside it as Windows' loader and a debugger will: check_image.py FOLDER SYMBOLS
+"""Looks at the finished wsc.dll and at what lies beside it as Windows' loader and a debugger will: check_image.py FOLDER SYMBOLS [OTHERS]
 
-The program databases lie in the folder SYMBOLS. Where an image is signed, the signature is checked. Prints one line for each check that
+The program databases lie in the folder SYMBOLS; the images in the folder OTHERS only have to load on every Windows. Where an image is signed, the signature is checked. Prints one line for each check that
 fails, then "N passed, N failed"; the status is 0 when none failed.
 """
 import pathlib
@@ -202,10 +202,10 @@ def check_folder(report, images):
 
 
 def main():
-    if len(sys.argv) != 3:
+    if len(sys.argv) not in (3, 4):
         print(__doc__, file=sys.stderr)
         return 2
-    folder, symbols = map(pathlib.Path, sys.argv[1:])
+    folder, symbols, *others = map(pathlib.Path, sys.argv[1:])
     images = {path.name: pefile.PE(str(path)) for path in sorted(folder.iterdir())}
     report = Report()
     for name, image in images.items():
@@ -214,6 +214,8 @@ def main():
         check_signature(report, folder / name, image)
     check_product(report, images["wsc.dll"])
     check_folder(report, images)
+    for path in (path for other in others for path in sorted(other.iterdir()) if path.suffix in (".exe", ".dll")):
+        check_loading(report, path, pefile.PE(str(path)))
     print(f"{report.passed} passed, {report.failed} failed")
     return 1 if report.failed else 0
 
