@@ -3,6 +3,7 @@
 #include <dbghelp.h>
 
 #include <algorithm>
+#include <utility>
 
 #include "base/exceptions.h"
 #include "base/format_message.h"
@@ -36,17 +37,18 @@ const Content* FindStream(std::vector<char>& dump, ULONG type, ULONG& size) {
 }  // namespace
 
 std::vector<std::wstring> DumpFiles() {
-  std::vector<std::wstring> files;
+  std::vector<std::pair<ULONGLONG, std::wstring>> found_files;  // when each was written, and its path
   WIN32_FIND_DATAW found;
   const HANDLE search = FindFirstFileW((LogFolder() + L"\\*.mdmp").c_str(), &found);
-  if (search == INVALID_HANDLE_VALUE) return files;
+  if (search == INVALID_HANDLE_VALUE) return {};
   do {
-    files.push_back(LogFolder() + L"\\" + found.cFileName);
+    const FILETIME& time = found.ftLastWriteTime;
+    found_files.emplace_back(ULONGLONG{time.dwHighDateTime} << 32 | time.dwLowDateTime, LogFolder() + L"\\" + found.cFileName);
   } while (FindNextFileW(search, &found));
   FindClose(search);
-  // Their names are numbers that grow with the time.
-  std::sort(files.begin(), files.end(),
-            [](const std::wstring& a, const std::wstring& b) { return a.size() == b.size() ? a < b : a.size() < b.size(); });
+  std::sort(found_files.begin(), found_files.end());  // by the time: the numbers in the names do not always grow with it
+  std::vector<std::wstring> files;
+  for (auto& [time, path] : found_files) files.push_back(std::move(path));
   return files;
 }
 
