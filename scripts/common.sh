@@ -7,12 +7,12 @@ CACHE=${XDG_CACHE_HOME:-${HOME:?neither XDG_CACHE_HOME nor HOME is set}/.cache}/
 
 # Everything that the scripts, the build and the tests use beyond a minimal Debian 12 with git and bash.
 DEBIAN_PACKAGES=(
-  g++-mingw-w64-i686-posix gcc-mingw-w64-i686-win32-runtime libboost-dev googletest  # the Windows build: the second compiler, libraries
+  g++-mingw-w64-i686-posix gcc-mingw-w64-i686-win32-runtime libboost-dev googletest  # the Windows build: the runtime, the second compiler
   clang-16 lld-16 llvm-16     # the compiler, the linker, and a reader of images, program databases and minidumps
   cmake ninja-build           # every build
   g++ libclang-rt-16-dev      # the native build under the sanitizers, the fuzzers in it
   libc6-i386                  # the loader of 32-bit Wine
-  python3 python3-pefile openssl sbsigntool  # the look at the finished DLL
+  python3 python3-pefile openssl sbsigntool  # the look at the finished DLL, and at its signature
   osslsigncode zip            # the packages
   lldb-16                     # the other reader of minidumps
   clang-format-14             # the look at the sources' format
@@ -62,7 +62,7 @@ wine_environment() {
   unset DISPLAY WAYLAND_DISPLAY
 }
 
-# hold_workshop NAME: one demo or check at a time in this clone. Waits for another one; ends with the caller.
+# hold_workshop NAME: one demo, check or package at a time in this clone. Waits for another one; ends with the caller.
 hold_workshop() {
   mkdir -p "$ROOT/build"
   exec 9>>"$ROOT/build/.workshop"

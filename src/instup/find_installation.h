@@ -18,8 +18,8 @@ struct InstallationInfo {
 
 // Looks through the product keys from the newest to the oldest, first in the process's own registry view and then in the 64-bit
 // one, and fills `info` from the first key that names all of its folders; a value that is no whole path names none
-// (folder_value.h). Returns false when no key does; the folders may then hold what was read from incomplete keys. Start from a fresh `info`. The last error is 0 after success, otherwise that of the
-// last read.
+// (folder_value.h). Returns false when no key does; the folders may then hold what was read from incomplete keys. Start
+// from a fresh `info`. The last error is 0 after success, otherwise that of the last read.
 [[nodiscard]] bool FindInstallation(InstallationInfo& info);
 
 }  // namespace crv::instup

@@ -24,8 +24,8 @@ struct FolderQuery {
   int mode = kMustExist;
 };
 
-// Finds the folder: the registry value, if it is a whole path (path_text.h); the default base and its sub-folder; the default base alone. Returns 0 with the folder,
-// normalised, in `out`, or ERROR_PATH_NOT_FOUND (3) with `out` empty, and leaves that code in the last error. Throws
+// Finds the folder: the registry value, if it is a whole path (path_text.h); the default base and its sub-folder; the default base
+// alone. Returns 0 with the folder, normalised, in `out`, or ERROR_PATH_NOT_FOUND (3) with `out` empty, and leaves that code in the last error. Throws
 // std::bad_alloc.
 [[nodiscard]] DWORD LookupFolder(std::wstring& out, const FolderQuery& query);
 

@@ -20,7 +20,8 @@ bool IsWindowsVersion(const std::wstring& version);  // one of those above
 
 void SetWindowsVersion(const std::wstring& version);  // until it is restored
 
-// Puts back what stood there before the first change, also after a process that was ended in the middle of one. Again and again.
+// Puts back what stood there before the first change, also after a process that was ended in the middle of one.
+// Without a change it does nothing.
 void RestoreWindowsVersion();
 
 std::optional<std::wstring> CurrentWindowsVersion();  // the one that is set; empty: the machine's own

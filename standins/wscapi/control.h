@@ -1,5 +1,5 @@
 // Change notifications of the stand-in for Security Center's client library wscapi.dll: asking for them, and how registering for
-// them fails. By itself the library notifies when a product of security_center_control.h or the state of the service wscsvc
+// them fails. By itself the library notifies when a product of security_center/control.h or the state of the service wscsvc
 // changes. Everything lies in the registry, so it reaches every process. Failures to reach the registry throw
 // crv::exceptions::error. Any thread, any process.
 //

@@ -1,7 +1,7 @@
 // Answers one function of the system with a callable for the length of a scope: an import of the test program by exchanging its place
 // in the import table, and one that the product looks up by name by answering the look-up. It sees every call that the test program and
-// the product's static libraries in it make; calls made inside DLLs are untouched. Set it up and end it only while no other thread calls the function. The callable gets the real function and then
-// the call's arguments:
+// the product's static libraries in it make; calls made inside DLLs are untouched. Set it up and end it only while no other thread calls
+// the function. The callable gets the real function and then the call's arguments:
 //
 //   const test::ImportFake<decltype(GetFileSize)> fake("kernel32.dll", "GetFileSize", [](auto* real, auto... arguments) {
 //     return real(arguments...) + 1;
