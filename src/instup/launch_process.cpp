@@ -15,11 +15,15 @@ constexpr DWORD kResumeFailed = static_cast<DWORD>(-1);
 // system allows no job, as before Windows 8 in a host that is in one already, it goes without.
 class StartJob {
  public:
-  explicit StartJob(HANDLE process) : job_(CreateJobObjectW(nullptr, nullptr)) {
-    if (!Limit(JOB_OBJECT_LIMIT_KILL_ON_JOB_CLOSE) || !AssignProcessToJobObject(job_.get(), process)) job_.reset();
+  StartJob() : job_(CreateJobObjectW(nullptr, nullptr)) {
+    if (!Limit(JOB_OBJECT_LIMIT_KILL_ON_JOB_CLOSE)) job_.reset();
   }
   StartJob(const StartJob&) = delete;
   StartJob& operator=(const StartJob&) = delete;
+
+  void Take(HANDLE process) {
+    if (job_ && !AssignProcessToJobObject(job_.get(), process)) job_.reset();
+  }
 
   // From now on the process outlives this one, unless the system refuses: then it lives as long as the object.
   bool Lift() { return !job_ || Limit(0); }
@@ -41,6 +45,9 @@ class StartJob {
 }  // namespace
 
 bool LaunchProcess(const std::wstring& command_line, std::uint32_t* exit_code) {
+  // Whatever can be done before is done before: until the job has the new process, this one's end leaves it suspended.
+  StartJob job;
+  const auto allow = root::FindSystemFunction<decltype(AllowSetForegroundWindow)>(L"user32.dll", "AllowSetForegroundWindow");
   std::wstring writable = command_line;  // CreateProcessW writes into it
   STARTUPINFOW startup = {};
   startup.cb = sizeof(startup);
@@ -51,9 +58,8 @@ bool LaunchProcess(const std::wstring& command_line, std::uint32_t* exit_code) {
     return false;
   }
   const root::ScopedKernelHandle process(started.hProcess);
+  job.Take(process.get());
   const root::ScopedKernelHandle thread(started.hThread);
-  StartJob job(process.get());
-  const auto allow = root::FindSystemFunction<decltype(AllowSetForegroundWindow)>(L"user32.dll", "AllowSetForegroundWindow");
   if (allow) allow(started.dwProcessId);
   if (ResumeThread(thread.get()) == kResumeFailed) {
     const DWORD error = GetLastError();

@@ -39,8 +39,8 @@ TEST(CommandLine, ParsesByItsTable) {
     EXPECT_EQ(c.switches, Pairs(switches.begin(), switches.end()));
     EXPECT_EQ(c.words, line.words());
   }
-  line.parse(L"p /State:on /Update");
-  EXPECT_TRUE(line.has(L"STATE") && line.has(L"update") && !line.has(L"p"));
+  line.parse(L"p /STATE:off /State:on /Update /states:x");
+  EXPECT_TRUE(line.has(L"STATE") && line.has(L"update") && !line.has(L"p") && !line.has(L"updat") && !line.has(L"updates"));
   EXPECT_EQ(L"on", line.value(L"state"));
   EXPECT_EQ(L"", line.value(L"update"));
   EXPECT_EQ(L"", line.value(L"missing"));

@@ -1,4 +1,4 @@
-// Where things lie, as the system tells it: known folders, and the volumes behind NT names.
+// Where things lie, as the system tells it: known folders, the volumes behind NT names, and its own libraries.
 #include <gtest/gtest.h>
 #include <windows.h>
 
@@ -10,6 +10,7 @@
 
 #include "root/known_folder.h"
 #include "root/nt_path.h"
+#include "root/system_library.h"
 #include "support/import_fake.h"
 #include "support/redirected_hive.h"
 #include "support/thrown.h"
@@ -115,6 +116,32 @@ TEST(KnownFolder, FallsBackForTwoFoldersAndReportsEveryFailure) {
     EXPECT_EQ(c.thrown, test::Thrown([&] { folder = GetKnownFolderPath(c.csidl); }));
     EXPECT_EQ(c.expected, folder);
   }
+}
+
+TEST(SystemLibrary, IsTakenFromTheSystemFolderOnceAndFromNowhereElse) {
+  std::wstring folder = L"C:\\windows\\system32";
+  std::wstring asked;
+  const test::ImportFake<decltype(GetSystemDirectoryW)> system("kernel32.dll", "GetSystemDirectoryW",
+                                                               [&](auto, wchar_t* buffer, UINT size) {
+                                                                 if (folder.size() >= size)
+                                                                   return static_cast<UINT>(folder.size() + 1);
+                                                                 wcscpy(buffer, folder.c_str());
+                                                                 return static_cast<UINT>(folder.size());
+                                                               });
+  const test::ImportFake<decltype(LoadLibraryW)> load("kernel32.dll", "LoadLibraryW", [&](auto, const wchar_t* name) {
+    return asked += name, SetLastError(ERROR_MOD_NOT_FOUND), HMODULE{};
+  });
+  EXPECT_EQ(GetModuleHandleW(L"kernel32"), GetSystemLibrary(L"kernel32.dll"));  // which is loaded
+  EXPECT_EQ(L"", asked);
+  EXPECT_EQ(nullptr, FindSystemFunction<decltype(GetTickCount)>(L"none.dll", "GetTickCount"));
+  EXPECT_EQ(DWORD{ERROR_MOD_NOT_FOUND}, GetLastError());
+  EXPECT_EQ(L"C:\\windows\\system32\\none.dll", asked);
+  for (const std::size_t length : {MAX_PATH, MAX_PATH - 1, MAX_PATH - 8}) {  // with the name there is no room for a NUL
+    folder.assign(length, L'x');
+    EXPECT_EQ(nullptr, GetSystemLibrary(L"six.dll"));
+    EXPECT_EQ(DWORD{ERROR_BUFFER_OVERFLOW}, GetLastError());
+  }
+  EXPECT_EQ(L"C:\\windows\\system32\\none.dll", asked);
 }
 
 }  // namespace
