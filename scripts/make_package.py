@@ -114,7 +114,7 @@ def make(build, out, options):
 
 
 def main():
-    parser = argparse.ArgumentParser(prog="package", description=__doc__, formatter_class=argparse.RawDescriptionHelpFormatter)
+    parser = argparse.ArgumentParser(description=__doc__, formatter_class=argparse.RawDescriptionHelpFormatter)
     parser.add_argument("build", type=pathlib.Path, help="the build tree")
     parser.add_argument("out", type=pathlib.Path, help="the folder that is made")
     sign_images.add_options(parser)
