@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include "base/command_line.h"
 #include "support/thrown.h"
 
 namespace crv {
@@ -48,8 +49,11 @@ TEST(Nocase, ComparesByItsTable) {
   EXPECT_EQ(0, nocase::compare(L"\u017Da", 2, L"\u017EA", 2, kNoMaximum, other));
   const std::locale before = std::locale::global(other);
   const nocase::Less less;
+  CommandLine line;
   std::locale::global(before);
   EXPECT_FALSE(less(L"\u017D", L"\u017E")) << "under the global locale of its construction";
+  line.parse(L"p /\u017D:1 /\u017E:2");
+  EXPECT_TRUE(line.has(L"\u017E") && line.value(L"\u017D") == L"2" && line.switches().size() == 1) << "a command line likewise";
   EXPECT_EQ("fatal 00000057 nocase::compare left nullparam",
             test::Thrown([&] { nocase::compare(nullptr, 0, nullptr, 0, 0, classic); }));
   EXPECT_EQ("fatal 00000057 nocase::compare right nullparam",

@@ -44,6 +44,11 @@ class LibraryFoldersTest : public test::StageTest {
 };
 
 TEST_F(LibraryFoldersTest, AnUncheckedValueCountsIfItIsAWholePath) {
+  const crv::test::ImportFake<decltype(RegOpenKeyExW)> open(
+      "advapi32.dll", "RegOpenKeyExW", [](auto real, HKEY root, const wchar_t* path, DWORD options, REGSAM access, HKEY* key) {
+        EXPECT_EQ(DWORD{KEY_READ}, access) << "as much as every user has";
+        return real(root, path, options, access, key);
+      });
   const FolderQuery query{.value_name = L"Value", .key_path = L"Software\\Folders"};
   std::wstring folder = L"older";
   EXPECT_EQ(3u, LookupFolder(folder, query)) << "without a key";

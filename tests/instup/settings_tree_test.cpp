@@ -23,6 +23,7 @@ TEST(SettingsTree, ReadsLinesAsTheInstallerWritesThem) {
       {L"[Common] \nNewDirectoryName=New_1", L"New"},        // no section: a line without "="
       {L"[Common]\n[a=b]\nNewDirectoryName=New_1", L"New"},  // a section all the same
       {L"[Common]\n[\nNewDirectoryName=New_1", L"New_1"},    // "[" alone opens none
+      {L"[Common!\nNewDirectoryName=New_1", L"New"},         // and neither does one without its end
       {L"[Common]\nx\0=1\nNewDirectoryName=a\0b\n"s, L"a\0b"s},
   };
   for (const auto& c : cases) {
@@ -32,12 +33,12 @@ TEST(SettingsTree, ReadsLinesAsTheInstallerWritesThem) {
 
 TEST(SettingsTree, ADottedSectionIsAChainThatMeetsKeysHoweverDeep) {
   const std::wstring deep(200'000, L'.');
-  SettingsTree tree = SettingsTree::Parse(L"[a.b.C]\nkey=1\n[a]\nb=2\n[.]\nx=3\n[]\ny=4\n[" + deep + L"]\nz=5");
+  SettingsTree tree = SettingsTree::Parse(L"[a.b.C]\nkey=1\n[a]\nb=2\n#b=2\n[.]\nx=3\n[]\ny=4\n[" + deep + L"]\nz=5");
   const struct {
     std::wstring section, key, expected;
   } cases[] = {
-      {L"A.B.c", L"KEY", L"1"}, {L"a", L"b", L"2"},  // a key and a section of one name are one node
-      {L"a.b", L"c", L""},                           // a section is a node without a text
+      {L"A.B.c", L"KEY", L"1"}, {L"a", L"b", L"2"},   // a key and a section of one name are one node
+      {L"a", L"#b", L"-"},      {L"a.b", L"c", L""},  // a section is a node without a text
       {L".", L"x", L"3"},       {L"", L"y", L"4"},           {deep, L"z", L"5"},
       {L"a.b", L"key", L"-"},   {L"new.path", L"key", L"-"}, {L"new", L"path", L""},  // made on the way of the read before
   };
