@@ -12,9 +12,9 @@ HMODULE GetSystemLibrary(const wchar_t* file) noexcept {
     SetLastError(ERROR_BUFFER_OVERFLOW);
     return nullptr;
   }
-  // A reference for each question would never be given back.
-  const HMODULE loaded = GetModuleHandleW(path);
-  return loaded ? loaded : LoadLibraryW(path);
+  // Whoever loaded it may free it again. A reference for each question would never be given back.
+  HMODULE library = nullptr;
+  return GetModuleHandleExW(GET_MODULE_HANDLE_EX_FLAG_PIN, path, &library) ? library : LoadLibraryW(path);
 }
 
 }  // namespace crv::root

@@ -144,5 +144,14 @@ TEST(SystemLibrary, IsTakenFromTheSystemFolderOnceAndFromNowhereElse) {
   EXPECT_EQ(L"C:\\windows\\system32\\none.dll", asked);
 }
 
+TEST(SystemLibrary, StaysWhenThoseWhoLoadedItFreeIt) {
+  constexpr wchar_t kLibrary[] = L"cabinet.dll";
+  ASSERT_EQ(nullptr, GetModuleHandleW(kLibrary));
+  const HMODULE loaded = LoadLibraryW(kLibrary);
+  EXPECT_EQ(loaded, GetSystemLibrary(kLibrary));
+  FreeLibrary(loaded);
+  EXPECT_EQ(loaded, GetModuleHandleW(kLibrary));
+}
+
 }  // namespace
 }  // namespace crv::root

@@ -86,7 +86,7 @@ const Row kRequestRows[] = {
     {"TlsSetValue", "VectoredExceptionHandler", L"", nothing, 0, "the thread then has no mark"},
 
     // Folders and paths.
-    {"GetModuleHandleW", "GetSystemLibrary", L"", nothing, 0, "the library is loaded then"},
+    {"GetModuleHandleExW", "GetSystemLibrary", L"", nothing, 0, "the library is loaded then"},
     {"SHGetFolderPathW", "", L"", nothing, 0, kShellFolders},
     {"GetSystemDirectoryW", "GetKnownFolderPath", L"", nothing, 0, kShellFolders},
     {"LoadLibraryW", "GetKnownFolderPath", L"", nothing, 0, kShellFolders},
