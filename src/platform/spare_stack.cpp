@@ -2,6 +2,8 @@
 
 #include <windows.h>
 
+#include <utility>
+
 #include "platform/frame_registration.h"
 
 namespace crv::platform {
@@ -16,6 +18,35 @@ alignas(kPage) unsigned char spare_stack[kSpareStackSize];
   DWORD protection;
   return VirtualProtect(spare_stack, kPage, PAGE_NOACCESS, &protection) != FALSE;
 }();
+
+struct Work {
+  void (*body)(void* context);
+  void* context;
+};
+
+FrameRegistration* const kNoMore = reinterpret_cast<FrameRegistration*>(-1);
+
+// The handler that the system began the thread's chain with; null when the chain leads off the stack.
+FrameHandler LastHandler() {
+  auto* frame = static_cast<FrameRegistration*>(HandlerChain());
+  while (IsOnThreadStack(frame) && frame->previous != kNoMore) {
+    if (frame->previous <= frame) return nullptr;
+    frame = frame->previous;
+  }
+  return IsOnThreadStack(frame) ? frame->handler : nullptr;
+}
+
+// Before Windows asks anyone, it may go through the whole chain and ask nobody when one record lies off the stack, or the last is
+// not its own (SEHOP). The thread's records lie on its own stack, so the chain begins anew here, with the same last handler.
+void RunWithNewChain(void* context) {
+  const Work& work = *static_cast<Work*>(context);
+  const FrameHandler handler = LastHandler();
+  if (!handler) return work.body(work.context);
+  FrameRegistration last(handler);
+  FrameRegistration* const previous = std::exchange(last.previous, kNoMore);
+  work.body(work.context);
+  last.previous = previous;
+}
 
 bool RunsOnSpareStack() {
   const auto* const here = static_cast<const unsigned char*>(__builtin_frame_address(0));
@@ -39,14 +70,16 @@ KnownSpareStack::~KnownSpareStack() {
 __attribute__((noinline)) void RunOnSpareStack(void (*body)(void* context), void* context) {
   constexpr std::size_t kArgument = 16;  // bytes; keeps the stack aligned at the call
   unsigned char* const top = spare_stack + kSpareStackSize - kArgument;
+  Work work = {body, context};
+  auto* run = &RunWithNewChain;
   asm volatile(
       "movl %%esp, %%ebx\n\t"
       "movl %[top], %%esp\n\t"
       "movl %[context], (%%esp)\n\t"
       "call *%[body]\n\t"
       "movl %%ebx, %%esp"
-      : [body] "+a"(body)
-      : [top] "S"(top), [context] "D"(context)
+      : [body] "+a"(run)
+      : [top] "S"(top), [context] "D"(&work)
       : "ebx", "ecx", "edx", "memory", "cc");
 }
 

@@ -10,7 +10,8 @@ namespace crv::platform {
 
 inline constexpr std::size_t kSpareStackSize = 0x40000;  // bytes
 
-// Runs `body`, which must not throw, on the one spare stack of the image. One thread at a time.
+// Runs `body`, which must not throw, on the one spare stack of the image, where the thread's chain of handlers begins anew. One thread
+// at a time.
 void RunOnSpareStack(void (*body)(void* context), void* context);
 
 // While it lives, the system takes the spare stack for the thread's own, if the thread runs there: structured exceptions find

@@ -1,8 +1,9 @@
 // How a program ends that cannot go on. The GNU runtime answers an exception that nobody catches, a pure virtual call and abort
 // alike with exit code 3, and neither a vectored handler nor the unhandled-exception filter hears of it. Microsoft's runtime
 // raises a structured exception that nobody handles: the thrown object itself, or STATUS_FATAL_APP_EXIT. So does this, for the
-// image that it is linked into. The stack is still that of the throw. Vectored handlers see an uncaught throw twice: when it is
-// thrown, and here, marked as kUncaught.
+// image that it is linked into. The stack is still that of the throw, or, where a function that promises not to throw (noexcept)
+// let one through, that of this function: the compiler unwinds to there first. Vectored handlers see an uncaught throw twice: when it
+// is thrown, and here, marked as kUncaught.
 #include <windows.h>
 
 #include <csignal>

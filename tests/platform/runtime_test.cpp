@@ -118,7 +118,19 @@ TEST(StructuredGuard, GivesTheCodeOfWhatEndedTheBody) {
   EXPECT_EQ(chain, HandlerChain());
 }
 
+// The handler at the end of the thread's chain, all of which lies on what the system knows as the stack; null when it does not.
+FrameHandler LastHandler() {
+  const auto* frame = static_cast<const FrameRegistration*>(HandlerChain());
+  for (; IsOnThreadStack(frame); frame = frame->previous) {
+    if (reinterpret_cast<std::intptr_t>(frame->previous) == -1) return frame->handler;
+  }
+  return nullptr;
+}
+
 TEST(SpareStack, RunsTheBodyElsewhereAndComesBack) {
+  static FrameHandler last_handler;
+  const void* const chain = HandlerChain();
+  ASSERT_NE(nullptr, last_handler = LastHandler());
   const char* place = nullptr;
   RunOnSpareStack(
       [](void* context) {
@@ -130,6 +142,7 @@ TEST(SpareStack, RunsTheBodyElsewhereAndComesBack) {
         EXPECT_EQ(0x77u, Guarded([here] {
                     const KnownSpareStack stack;
                     EXPECT_TRUE(IsOnThreadStack(here));
+                    EXPECT_EQ(last_handler, LastHandler()) << "Windows may look at all of it before it asks anyone";
                     EXPECT_THROW(throw 3, int);
                     OutputDebugStringA("raises and goes on");
                     RaiseException(0x77, 0, 0, nullptr);
@@ -139,6 +152,7 @@ TEST(SpareStack, RunsTheBodyElsewhereAndComesBack) {
         EXPECT_FALSE(IsOnThreadStack(here));
       },
       &place);
+  EXPECT_EQ(chain, HandlerChain());
   const KnownSpareStack nothing_here;
   EXPECT_FALSE(IsOnThreadStack(place));
   MEMORY_BASIC_INFORMATION end = {};
