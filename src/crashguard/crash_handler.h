@@ -14,9 +14,9 @@
 #include <string>
 
 #include "crashguard/dump_library.h"
-#include "crashguard/system_calls.h"
 #include "crashguard/filter_lock.h"
 #include "crashguard/gui_thread_watcher.h"
+#include "crashguard/system_calls.h"
 
 namespace crv::crashguard {
 
@@ -74,6 +74,8 @@ class CrashHandler {
   bool IsDumped(const EXCEPTION_POINTERS& exception, ULONG_PTR fatal_again) const;
   void ForgetThrow(ULONG_PTR object);
   void RememberThrow(ULONG_PTR object);
+  [[nodiscard]] static bool AppendName(wchar_t* path, std::size_t size, const wchar_t* name);
+  [[nodiscard]] bool AppendToDumpPath(const wchar_t* name);
   [[nodiscard]] bool BuildDumpPath(const wchar_t* file_name);
   [[nodiscard]] bool BuildDumperPath(const wchar_t* dumper_folder);
   bool IsFullDumpHandler() const;

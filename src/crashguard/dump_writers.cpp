@@ -120,18 +120,21 @@ bool CrashHandler::IsFullDumpHandler() const {
   return divisor != 0 && sample_key_ % divisor == 0;
 }
 
+// A crash leaves its dump where PathAppendW could not be bound, too.
+bool CrashHandler::AppendToDumpPath(const wchar_t* name) {
+  return system_.path_append ? system_.path_append(path_, name) != FALSE : AppendName(path_, kPathLimit, name);
+}
+
 // False when the folder and the name do not fit: without the folder a dump would land in whatever folder is the current one.
 bool CrashHandler::BuildDumpPath(const wchar_t* file_name) {
   path_[0] = L'\0';
-  const auto append = system_.path_append;
-  if (!append) return false;
   if (file_name) {
-    if (!platform::wcscpy_s(path_, kPathLimit, dump_folder_.c_str()) || !append(path_, file_name)) return false;
+    if (!platform::wcscpy_s(path_, kPathLimit, dump_folder_.c_str()) || !AppendToDumpPath(file_name)) return false;
   } else {
     FILETIME now;
     GetSystemTimeAsFileTime(&now);
     if (!platform::swprintf_s(file_name_, kPathLimit, L"unp%u%u.mdmp", now.dwHighDateTime, now.dwLowDateTime)) return false;
-    if (!append(path_, dump_folder_.c_str()) || !append(path_, file_name_)) return false;
+    if (!AppendToDumpPath(dump_folder_.c_str()) || !AppendToDumpPath(file_name_)) return false;
   }
   if (system_.create_folder) system_.create_folder(nullptr, dump_folder_.c_str());
   return true;

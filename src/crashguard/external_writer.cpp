@@ -44,15 +44,19 @@ std::uint32_t CrashHandler::WriteDumpExternal(EXCEPTION_POINTERS* exception, con
   return fits ? StartDumperAndWait(writer) : dump_status::kNotStarted;
 }
 
+// Puts the separator between; false when the whole does not fit.
+bool CrashHandler::AppendName(wchar_t* path, std::size_t size, const wchar_t* name) {
+  const std::size_t length = std::wcslen(path);
+  if (length > 0 && path[length - 1] != L'\\' && !platform::wcscat_s(path, size, L"\\")) return false;
+  return platform::wcscat_s(path, size, name);
+}
+
 // False when no dumper is known, or its path does not fit: without the folder it would be one of the current folder.
 bool CrashHandler::BuildDumperPath(const wchar_t* dumper_folder) {
   if (!dumper_folder) {
     return !dumper_path_.empty() && platform::wcscpy_s(dumper_, kPathSize, dumper_path_.c_str());
   }
-  if (!platform::wcscpy_s(dumper_, kPathSize, dumper_folder)) return false;
-  const std::size_t length = std::wcslen(dumper_);
-  if (length > 0 && dumper_[length - 1] != L'\\' && !platform::wcscat_s(dumper_, kPathSize, L"\\")) return false;
-  return platform::wcscat_s(dumper_, kPathSize, kDumperFile);
+  return platform::wcscpy_s(dumper_, kPathSize, dumper_folder) && AppendName(dumper_, kPathSize, kDumperFile);
 }
 
 std::uint32_t CrashHandler::StartDumperAndWait(Writer& writer) {

@@ -144,6 +144,16 @@ TEST_F(Writers, WithoutAUuidNotEveryProcessDumpsItsWholeMemory) {
   }
 }
 
+TEST_F(Writers, WithoutSystemLibrariesThereIsADump) {
+  const ImportFake<decltype(GetSystemDirectoryW)> none("kernel32.dll", "GetSystemDirectoryW", [](auto...) { return 0u; });
+  const auto handler = MakeHandler();
+  EXPECT_EQ(0u, handler->WriteDumpInternal(nullptr, L"asked.mdmp", nullptr));
+  EXPECT_EQ(0u, handler->WriteDumpInternal(nullptr, nullptr, nullptr));
+  EXPECT_THAT(Files(), testing::UnorderedElementsAre(L"asked.mdmp", testing::StartsWith(L"unp")));
+  handler->SetDumpFolder(std::wstring(250, L'x'));
+  EXPECT_EQ(5u, handler->WriteDumpInternal(nullptr, L"asked.mdmp", nullptr));
+}
+
 // What does not fit must not end up in the current folder.
 TEST_F(Writers, PathsThatDoNotFitAreNotUsed) {
   int started = 0;
