@@ -55,7 +55,7 @@ const Row kGuardRows[] = {
 // clang-format off: a row is a line, or two.
 const Row kRequestRows[] = {
     // Notifications come on a thread of the client library: what is thrown there leaves through it and ends the process.
-    {"", "pthread_create_wrapper", L"", any, 0, "a failure of the runtime propagates from the step that made it"},
+    {"", "pthread_create", L"", any, 0, "a failure of the runtime propagates from the step that made it"},
     {"", "watcher::notify", L"", any, 0, "a failure of the runtime propagates from the step that made it"},
 
     // Memory.
