@@ -55,6 +55,8 @@ const Row kGuardRows[] = {
 // clang-format off: a row is a line, or two.
 const Row kRequestRows[] = {
     // Notifications come on a thread of the client library: what is thrown there leaves through it and ends the process.
+    {"ResumeThread", "pthread_create", L"", held, 0,
+     "a thread that never runs hears of no change: the request waits out its hour"},
     {"", "pthread_create", L"", any, 0, "a failure of the runtime propagates from the step that made it"},
     {"", "watcher::notify", L"", any, 0, "a failure of the runtime propagates from the step that made it"},
 

@@ -29,6 +29,7 @@ enum class Kind {
   load,        // as if the call had not failed, or the host cannot load the library
   not_loaded,  // the host cannot load the library
   any,         // nothing is asked of the run itself
+  held,        // the same, and it may wait for longer than it is given
   ended,       // the process ends with that code, and leaves a dump
 };
 

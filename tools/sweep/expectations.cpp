@@ -76,9 +76,10 @@ void LookAtRest(const Trial& trial, std::size_t fewest, std::size_t most, std::v
 }  // namespace
 
 std::vector<std::string> Complaints(const Trial& trial) {
+  const Row& row = Documented(trial);
+  if (row.kind == Kind::held) return {};
   if (trial.outcome.timed_out) return {"it did not end"};
   std::vector<std::string> complaints;
-  const Row& row = Documented(trial);
   if (row.kind == Kind::any) return {};
   std::size_t fewest = trial.scenario.dumps - row.extra.fewer_dumps, most = trial.scenario.dumps + row.extra.more_dumps;
   switch (row.kind) {
@@ -112,7 +113,8 @@ std::vector<std::string> Complaints(const Trial& trial) {
       LookAtRecords(trial, false, complaints);
       break;
     case Kind::not_loaded: LookAtResult(trial, kNotLoaded, complaints); break;
-    case Kind::any: break;
+    case Kind::any:
+    case Kind::held: break;
     case Kind::ended:
       LookAtResult(trial, row.value, complaints);
       ++fewest;
