@@ -5,14 +5,12 @@
 namespace crv::exceptions {
 namespace detail {
 
-base::base(std::uint32_t code) : message_(""), code_(code) {}
-
 void base::BuildMessage(const char* format, std::va_list arguments) {
-  message_ = std::runtime_error(FormatNarrow(format, arguments));
+  message_ = std::make_shared<const std::string>(FormatNarrow(format, arguments));
 }
 
 void base::BuildMessage(const wchar_t* format, std::va_list arguments) {
-  message_ = std::runtime_error(ToUtf8(FormatWide(format, arguments)));
+  message_ = std::make_shared<const std::string>(ToUtf8(FormatWide(format, arguments)));
 }
 
 }  // namespace detail

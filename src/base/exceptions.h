@@ -6,7 +6,8 @@
 #include <cstdarg>
 #include <cstdint>
 #include <exception>
-#include <stdexcept>
+#include <memory>
+#include <string>
 
 #include "platform/printf_check.h"
 
@@ -20,17 +21,16 @@ namespace detail {
 
 class base : public std::exception {
  public:
-  const char* what() const noexcept override { return message_.what(); }
+  const char* what() const noexcept override { return message_ ? message_->c_str() : ""; }
   std::uint32_t code() const noexcept { return code_; }
 
  protected:
-  explicit base(std::uint32_t code);  // empty message
+  explicit base(std::uint32_t code) noexcept : code_(code) {}  // empty message
   void BuildMessage(const char* format, std::va_list arguments);
   void BuildMessage(const wchar_t* format, std::va_list arguments);  // stored as UTF-8
 
  private:
-  // Copies of a std::runtime_error share its text, so copying cannot fail.
-  std::runtime_error message_;
+  std::shared_ptr<const std::string> message_;  // shared by copies, so copying cannot fail; null: empty
   std::uint32_t code_;
 };
 

@@ -62,6 +62,8 @@ const Row kRequestRows[] = {
 
     // Memory.
     {"SysAllocString", "", L"", ended, kThrownObject, "the COM support library's error is no standard exception and leaves run"},
+    {"malloc", "LoadSettingsFile", L"", either, 0, kMemory, {.repairs = true}},
+    {"malloc", "DecodeUtf16", L"", either, 0, kMemory, {.repairs = true}},
     {"malloc", "", L"", either, 0, kMemory},
     {"calloc", "", L"", either, 0, kMemory},
     {"realloc", "", L"", either, 0, kMemory},
