@@ -1,8 +1,8 @@
 #!/usr/bin/python3
-"""Looks at the finished wsc.dll and at what lies beside it as Windows' loader and a debugger will: check_image.py FOLDER SYMBOLS [OTHERS]
+"""Looks at the finished wsc.dll and at what lies beside it as Windows' loader and a debugger will: check_image.py FOLDER SYMBOLS [OTHERS...]
 
-The program databases lie in the folder SYMBOLS; the images in the folder OTHERS only have to load on every Windows. Where an image is signed, the signature is checked. Prints one line for each check that
-fails, then "N passed, N failed"; the status is 0 when none failed.
+The program databases lie in the folder SYMBOLS; the images in the folders OTHERS only have to load on every Windows. Where an image is
+signed, the signature is checked. Prints one line for each check that fails, then "N passed, N failed"; the status is 0 when none failed.
 """
 import pathlib
 import re
@@ -202,7 +202,7 @@ def check_folder(report, images):
 
 
 def main():
-    if len(sys.argv) not in (3, 4):
+    if len(sys.argv) < 3:
         print(__doc__, file=sys.stderr)
         return 2
     folder, symbols, *others = map(pathlib.Path, sys.argv[1:])
