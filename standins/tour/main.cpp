@@ -98,7 +98,7 @@ int Run(const Options& options) {
   for (const Chapter* const chapter : options.chapters) all_steps += chapter->steps.size();
   Narrator narrator(options.quiet, options.colour || ConsoleHasColours(), all_steps);
   JUnitReport report;
-  DumpShelf shelf;
+  Shelf shelf;
   Counts all;
   std::size_t number = 0;
   for (const Chapter* const chapter : options.chapters) {
@@ -120,7 +120,7 @@ int Run(const Options& options) {
     all.failed += counts.failed;
   }
   if (const Lines troubles = LeaveMachineClean(); !troubles.empty()) throw exceptions::error("%s", troubles[0].c_str());
-  shelf.WriteList();
+  shelf.WriteFiles();
   if (!options.junit.empty()) report.Write(options.junit);
   narrator.EndTour(all);
   return all.failed ? 1 : 0;

@@ -78,7 +78,8 @@ void PlayGuarded(const Step& step, Outcome& outcome) {
   const std::vector<std::wstring> dumps = DumpFiles();
   const LogTail log;
   RunProcess(step, outcome);
-  outcome.log = LogLines(log.Read());
+  outcome.log_text = log.Read();
+  outcome.log = LogLines(outcome.log_text);
   outcome.calls = Calls();
   outcome.leaves = Stage().ChangesSince(stage);
   SeeDumps(dumps, outcome);

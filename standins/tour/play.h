@@ -6,8 +6,9 @@
 namespace crv::standins::tour {
 
 struct Outcome {
-  std::string result = {};  // the exit code as "0x%08x", or what became of the process instead
-  Lines log = {};           // "level tag: text"
+  std::string result = {};    // the exit code as "0x%08x", or what became of the process instead
+  Lines log = {};             // "level tag: text"
+  std::string log_text = {};  // the same as it stands in the file
   Lines calls = {};
   Lines leaves = {};
   Lines dumps = {};                           // as DumpLine gives them

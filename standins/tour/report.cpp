@@ -69,7 +69,7 @@ void JUnitReport::Write(const std::wstring& path) const {
                       "\" failures=\"" + std::to_string(failures_) + "\">\n" + cases_ + "</testsuite>\n");
 }
 
-DumpShelf::DumpShelf() : folder_(LogFolder() + L"\\tour") {
+Shelf::Shelf() : folder_(LogFolder() + L"\\tour") {
   if (!CreateDirectoryW(folder_.c_str(), nullptr) && GetLastError() != ERROR_ALREADY_EXISTS) {
     throw exceptions::error(GetLastError(), L"cannot create %s", folder_.c_str());
   }
@@ -82,7 +82,8 @@ DumpShelf::DumpShelf() : folder_(LogFolder() + L"\\tour") {
   FindClose(search);
 }
 
-void DumpShelf::Keep(const Chapter& chapter, std::size_t number, const Step& step, const Outcome& outcome) {
+void Shelf::Keep(const Chapter& chapter, std::size_t number, const Step& step, const Outcome& outcome) {
+  log_ += outcome.log_text;
   for (std::size_t i = 0; i < outcome.dump_files.size(); ++i) {
     const std::wstring& file = outcome.dump_files[i];
     const std::wstring name = file.substr(file.rfind(L'\\') + 1);
@@ -95,6 +96,9 @@ void DumpShelf::Keep(const Chapter& chapter, std::size_t number, const Step& ste
   }
 }
 
-void DumpShelf::WriteList() const { WriteText(folder_ + L"\\dumps.tsv", list_); }
+void Shelf::WriteFiles() const {
+  WriteText(folder_ + L"\\dumps.tsv", list_);
+  WriteText(folder_ + L"\\wsc.log", log_);
+}
 
 }  // namespace crv::standins::tour
