@@ -1,7 +1,9 @@
 #include "shared/commands.h"
 
 #include <windows.h>
+#include <shellapi.h>
 
+#include "base/format_message.h"
 #include "shared/console.h"
 
 namespace crv::standins {
@@ -87,6 +89,15 @@ void RunCommand(const Words& words) {
     return command.run(rest);
   }
   throw UsageError{L"unknown command '" + words[0] + L"'"};
+}
+
+void RunLine(const std::string& line) {
+  const std::wstring command_line = L"centre " + FromUtf8(line);
+  int count = 0;
+  wchar_t** const words = CommandLineToArgvW(command_line.c_str(), &count);
+  const Words command(words + 1, words + count);
+  LocalFree(words);
+  RunCommand(command);
 }
 
 }  // namespace crv::standins

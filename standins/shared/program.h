@@ -19,6 +19,9 @@ class Program {
   // has to answer. Throws crv::exceptions::error when it cannot be started.
   Program(const wchar_t* file, const std::wstring& arguments, Output output);
 
+  // The same with its standard output and error output in a file, which is made anew.
+  Program(const wchar_t* file, const std::wstring& arguments, const std::wstring& output_file);
+
   ~Program();  // kills it when it still runs
   Program(const Program&) = delete;
   Program& operator=(const Program&) = delete;
@@ -31,6 +34,7 @@ class Program {
   std::optional<DWORD> Result(DWORD limit);
 
  private:
+  void Start(const wchar_t* file, const std::wstring& arguments, HANDLE input, HANDLE output);
   void Kill();
 
   root::ScopedKernelHandle process_;

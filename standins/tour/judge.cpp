@@ -35,48 +35,13 @@ std::string WithNames(std::string text) {
   return text;
 }
 
-bool MatchesPattern(const char* pattern, const char* text) {
-  if (*pattern == '*') return MatchesPattern(pattern + 1, text) || (*text && MatchesPattern(pattern, text + 1));
-  if (*pattern != *text) return false;
-  return !*pattern || MatchesPattern(pattern + 1, text + 1);
-}
-
-// The lines of both lists in one order, with the fewest differences.
-Lines Compared(const Lines& announced, const Lines& came) {
-  const std::size_t n = announced.size();
-  const std::size_t m = came.size();
-  std::vector<std::vector<std::size_t>> common(n + 1, std::vector<std::size_t>(m + 1));  // of what is left behind [i] and [j]
-  for (std::size_t i = n; i-- > 0;) {
-    for (std::size_t j = m; j-- > 0;) {
-      common[i][j] = Matches(announced[i], came[j]) ? common[i + 1][j + 1] + 1 : std::max(common[i + 1][j], common[i][j + 1]);
-    }
-  }
-  Lines text;
-  std::size_t i = 0;
-  std::size_t j = 0;
-  while (i < n || j < m) {
-    if (i < n && j < m && Matches(announced[i], came[j])) {
-      text.push_back("  " + came[j]);
-      ++i, ++j;
-    } else if (j == m || (i < n && common[i + 1][j] >= common[i][j + 1])) {
-      text.push_back("- " + WithNames(announced[i++]));
-    } else {
-      text.push_back("+ " + came[j++]);
-    }
-  }
-  return text;
-}
-
 void Compare(const char* what, const Lines& announced, const Lines& came, std::vector<Difference>& differences) {
-  if (std::equal(announced.begin(), announced.end(), came.begin(), came.end(), &Matches)) return;
-  differences.push_back({what, Compared(announced, came)});
+  Lines named;
+  for (const std::string& line : announced) named.push_back(WithNames(line));
+  if (!AllMatch(named, came)) differences.push_back({what, Compared(named, came)});
 }
 
 }  // namespace
-
-bool Matches(const std::string& announced, const std::string& line) {
-  return MatchesPattern(WithNames(announced).c_str(), line.c_str());
-}
 
 FramedLog Framed(const Step& step) {
   if (step.frame == Frame::none) return {step.log, 0, 0};

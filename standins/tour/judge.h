@@ -9,7 +9,7 @@ namespace crv::standins::tour {
 // One kind of thing that is not as announced.
 struct Difference {
   std::string what;  // "log", "calls", ...
-  Lines text;        // both lists in one: "- " before what did not come, "+ " before what was not announced, else "  "
+  Lines text;        // as Compared gives it
 };
 
 std::vector<Difference> Judge(const Step& step, const Outcome& outcome);  // empty: all as announced
@@ -21,7 +21,5 @@ struct FramedLog {
   std::size_t behind;
 };
 FramedLog Framed(const Step& step);
-
-bool Matches(const std::string& announced, const std::string& line);  // with "*" and the names of scenario.h
 
 }  // namespace crv::standins::tour

@@ -1,7 +1,6 @@
 #include "tour/play.h"
 
 #include <windows.h>
-#include <shellapi.h>
 
 #include <algorithm>
 #include <cstdio>
@@ -11,25 +10,16 @@
 #include "base/exceptions.h"
 #include "base/format_message.h"
 #include "shared/commands.h"
+#include "shared/dump_files.h"
 #include "shared/log_tail.h"
+#include "shared/places.h"
 #include "shared/program.h"
-#include "tour/dumps.h"
 #include "tour/stage.h"
 
 namespace crv::standins::tour {
 namespace {
 
 constexpr DWORD kLongestStep = 120'000;  // ms; the longest one writes three dumps, each some seconds under Wine
-
-// One of the commands, as a person types it behind "centre".
-void RunLine(const std::string& line) {
-  const std::wstring command_line = L"centre " + FromUtf8(line);
-  int count = 0;
-  wchar_t** const words = CommandLineToArgvW(command_line.c_str(), &count);
-  const Words command(words + 1, words + count);
-  LocalFree(words);
-  RunCommand(command);
-}
 
 // "date time process thread level tag text" to "level tag: text".
 std::string WithoutStamp(const std::string& line) {
@@ -51,7 +41,7 @@ Lines LogLines(const std::string& text) {
 std::string FileName(const std::wstring& path) { return ToUtf8(path.substr(path.rfind(L'\\') + 1)); }
 
 void SeeDumps(const std::vector<std::wstring>& before, Outcome& outcome) {
-  for (const std::wstring& file : DumpFiles()) {
+  for (const std::wstring& file : DumpFiles(LogFolder())) {
     if (std::find(before.begin(), before.end(), file) != before.end()) continue;
     outcome.dump_files.push_back(file);
     const DumpContent content = ReadDump(file);
@@ -75,7 +65,7 @@ void PlayGuarded(const Step& step, Outcome& outcome) {
   for (const std::string& line : step.before) RunLine(line);
   ForgetCalls();
   const Stage stage;
-  const std::vector<std::wstring> dumps = DumpFiles();
+  const std::vector<std::wstring> dumps = DumpFiles(LogFolder());
   const LogTail log;
   RunProcess(step, outcome);
   outcome.log_text = log.Read();

@@ -11,9 +11,9 @@
 #include <string>
 #include <vector>
 
-namespace crv::standins::tour {
+#include "shared/lines.h"
 
-using Lines = std::vector<std::string>;  // UTF-8
+namespace crv::standins::tour {
 
 // What surrounds the announced lines of the log.
 enum class Frame {
@@ -64,12 +64,5 @@ std::vector<Chapter> SystemChapters();
 std::vector<Chapter> LegacyChapters();
 std::vector<Chapter> DriverChapters();
 std::vector<Chapter> CrashChapters();
-
-// Several lists as one.
-template <typename... More>
-Lines Joined(Lines lines, const More&... more) {
-  (lines.insert(lines.end(), more.begin(), more.end()), ...);
-  return lines;
-}
 
 }  // namespace crv::standins::tour

@@ -1,4 +1,4 @@
-#include "tour/dumps.h"
+#include "shared/dump_files.h"
 
 #include <dbghelp.h>
 
@@ -8,9 +8,8 @@
 #include "base/exceptions.h"
 #include "base/format_message.h"
 #include "root/scoped_handle.h"
-#include "shared/places.h"
 
-namespace crv::standins::tour {
+namespace crv::standins {
 namespace {
 
 std::vector<char> ReadFileBytes(const std::wstring& path) {
@@ -36,14 +35,14 @@ const Content* FindStream(std::vector<char>& dump, ULONG type, ULONG& size) {
 
 }  // namespace
 
-std::vector<std::wstring> DumpFiles() {
+std::vector<std::wstring> DumpFiles(const std::wstring& folder) {
   std::vector<std::pair<ULONGLONG, std::wstring>> found_files;  // when each was written, and its path
   WIN32_FIND_DATAW found;
-  const HANDLE search = FindFirstFileW((LogFolder() + L"\\*.mdmp").c_str(), &found);
+  const HANDLE search = FindFirstFileW((folder + L"\\*.mdmp").c_str(), &found);
   if (search == INVALID_HANDLE_VALUE) return {};
   do {
     const FILETIME& time = found.ftLastWriteTime;
-    found_files.emplace_back(ULONGLONG{time.dwHighDateTime} << 32 | time.dwLowDateTime, LogFolder() + L"\\" + found.cFileName);
+    found_files.emplace_back(ULONGLONG{time.dwHighDateTime} << 32 | time.dwLowDateTime, folder + L"\\" + found.cFileName);
   } while (FindNextFileW(search, &found));
   FindClose(search);
   std::sort(found_files.begin(), found_files.end());  // by the time: the numbers in the names do not always grow with it
@@ -56,8 +55,19 @@ DumpContent ReadDump(const std::wstring& path) {
   std::vector<char> dump = ReadFileBytes(path);
   DumpContent content;
   ULONG size = 0;
+  if (const auto* const header = reinterpret_cast<const MINIDUMP_HEADER*>(dump.data());
+      dump.size() >= sizeof(*header) && header->Signature == MINIDUMP_SIGNATURE) {
+    const auto* const directory = reinterpret_cast<const MINIDUMP_DIRECTORY*>(dump.data() + header->StreamDirectoryRva);
+    const std::size_t room =
+        header->StreamDirectoryRva < dump.size() ? (dump.size() - header->StreamDirectoryRva) / sizeof(*directory) : 0;
+    for (std::size_t i = 0; i < header->NumberOfStreams && i < room; ++i) content.streams.push_back(directory[i].StreamType);
+  }
+  if (const auto* const threads = FindStream<MINIDUMP_THREAD_LIST>(dump, ThreadListStream, size)) {
+    for (ULONG i = 0; i < threads->NumberOfThreads; ++i) content.threads.push_back(threads->Threads[i].ThreadId);
+  }
   if (const auto* const exception = FindStream<MINIDUMP_EXCEPTION_STREAM>(dump, ExceptionStream, size)) {
     content.exception = exception->ExceptionRecord.ExceptionCode;
+    content.exception_thread = exception->ThreadId;
   }
   if (const auto* const comment = FindStream<wchar_t>(dump, CommentStreamW, size)) {
     const std::wstring text(comment, size / sizeof(wchar_t));
@@ -66,4 +76,4 @@ DumpContent ReadDump(const std::wstring& path) {
   return content;
 }
 
-}  // namespace crv::standins::tour
+}  // namespace crv::standins
