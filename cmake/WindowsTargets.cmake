@@ -14,7 +14,7 @@ add_compile_options("-ffile-prefix-map=${CMAKE_SOURCE_DIR}/=" "-ffile-prefix-map
 # libstdc++ and the thread library are linked in; libgcc is shared, so that an exception thrown in one DLL can be caught in another.
 # Each image counts its uncaught exceptions for itself, so what std::uncaught_exceptions says must never be compared across DLLs: a throw
 # that comes from another one is not counted in this one, and the catch clause that ends it counts one too few.
-add_link_options(-Wl,--dynamicbase -Wl,--nxcompat -static-libstdc++ -Wl,-Bstatic)
+add_link_options(-Wl,--dynamicbase -Wl,--nxcompat -Wl,-Bstatic)
 if(CMAKE_CXX_COMPILER_ID STREQUAL "Clang")
   # A program database for each image, which the image names without a folder. The link time is a hash of the content: debuggers
   # and symbol stores find an image by it and by its size. LLD's own choice of versions would keep Windows XP from loading the image.
@@ -34,7 +34,28 @@ else()
   add_compile_options(-gdwarf-4)
   add_link_options(-Wl,--no-insert-timestamp -shared-libgcc)
 endif()
-set(CMAKE_CXX_STANDARD_LIBRARIES "-lstdc++ -lwinpthread ${CMAKE_CXX_STANDARD_LIBRARIES}")
+if(CMAKE_CXX_COMPILER_ID STREQUAL "Clang")
+  # In GCC's C++ library the exception frames of each function that an object may share with others lie in a section of their own, for
+  # which the assembler wrote no symbol. LLD knows by that symbol alone what such a section belongs to, and leaves it out: a throw that
+  # has to pass the function (a failed allocation in a string, in the constructor of an exception) would end the process. In our copy of
+  # the library the frames are ordinary ones, which the linker keeps, in the order that leaves the end mark last.
+  set(library "${CRV_GCC_LIBRARIES}/libstdc++.a")
+  set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS "${library}")
+  execute_process(COMMAND i686-w64-mingw32-objdump -h "${library}" OUTPUT_VARIABLE headers COMMAND_ERROR_IS_FATAL ANY)
+  string(REGEX MATCHALL "\\.eh_frame\\$[^ ]+" sections "${headers}")
+  list(REMOVE_DUPLICATES sections)
+  list(TRANSFORM sections REPLACE ".+" "--rename-section \\0=.eh_frame,alloc,load,readonly,data,contents\n")
+  string(CONCAT renames ${sections})
+  file(WRITE "${CMAKE_BINARY_DIR}/runtime/renames.txt" "${renames}")
+  execute_process(COMMAND i686-w64-mingw32-objcopy -D "@${CMAKE_BINARY_DIR}/runtime/renames.txt" "${library}"
+    "${CMAKE_BINARY_DIR}/runtime/libstdc++.a" COMMAND_ERROR_IS_FATAL ANY)
+  add_link_options(-nostdlib++)
+  set(CRV_CXX_LIBRARY runtime/libstdc++.a)  # relative to the build tree, whose path must not get into a program database
+else()
+  add_link_options(-static-libstdc++)
+  set(CRV_CXX_LIBRARY -lstdc++)
+endif()
+set(CMAKE_CXX_STANDARD_LIBRARIES "${CRV_CXX_LIBRARY} -lwinpthread ${CMAKE_CXX_STANDARD_LIBRARIES}")
 
 # Boost's headers alone: the machine's own include folder would bring glibc's headers with it.
 set(CRV_BOOST_INCLUDE "${CMAKE_BINARY_DIR}/boost-include")

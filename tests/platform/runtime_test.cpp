@@ -4,6 +4,8 @@
 
 #include <csignal>
 #include <cstdlib>
+#include <locale>
+#include <new>
 #include <stdexcept>
 #include <string>
 #include <tuple>
@@ -22,13 +24,14 @@ namespace {
 
 std::vector<std::string> seen;
 const void* seen_object = nullptr;
-bool faults = false;  // the vectored handler below
+bool notes = false;   // the vectored handler below; the system keeps one for good that a fault has left
+bool faults = false;  // it
 bool ends = false;    // it ends the process when it sees the second throw
 int unwound = 0;
 
 LONG WINAPI Note(EXCEPTION_POINTERS* pointers) {
   const EXCEPTION_RECORD& record = *pointers->ExceptionRecord;
-  if (record.ExceptionCode != kThrownObject) return EXCEPTION_CONTINUE_SEARCH;
+  if (!notes || record.ExceptionCode != kThrownObject) return EXCEPTION_CONTINUE_SEARCH;
   if (faults) RaiseException(0x99, 0, 0, nullptr);
   EXPECT_EQ(3u, record.NumberParameters);
   EXPECT_EQ(kThrowMagic, record.ExceptionInformation[kMagic]);
@@ -49,8 +52,14 @@ EXCEPTION_DISPOSITION __cdecl CountUnwinding(EXCEPTION_RECORD* exception, void*,
 
 class RuntimeHooks : public testing::Test {
  protected:
-  RuntimeHooks() { seen.clear(); }
-  ~RuntimeHooks() override { RemoveVectoredExceptionHandler(handler_); }
+  RuntimeHooks() {
+    seen.clear();
+    notes = true;
+  }
+  ~RuntimeHooks() override {
+    notes = false;
+    RemoveVectoredExceptionHandler(handler_);
+  }
 
   void* const handler_ = AddVectoredExceptionHandler(1, &Note);
 };
@@ -176,6 +185,17 @@ TEST(Once, NeedsNoMemoryAndDoesAgainWhatThrew) {
   EXPECT_THROW(pthread_once(&once, [] { throw ++calls; }), int);
   for (int i = 0; i < 2; ++i) EXPECT_EQ(0, pthread_once(&once, [] { ++calls; }));
   EXPECT_EQ(2, calls);
+}
+
+// The exception passes functions of the C++ library: each needs its exception frames in the image.
+TEST(Runtime, FailedAllocationsInTheLibrarysOwnFunctionsAreCaught) {
+  const std::string text(100, 'x');
+  const test::ImportFake<void*(std::size_t)> none("msvcrt.dll", "malloc", [](auto, std::size_t) { return nullptr; });
+  EXPECT_THROW(std::runtime_error("of a C string"), std::bad_alloc);
+  EXPECT_THROW(std::runtime_error{text}, std::bad_alloc);
+  EXPECT_THROW(std::string(text).size(), std::bad_alloc);
+  EXPECT_THROW(std::to_string(1.0e300).size(), std::bad_alloc);
+  EXPECT_THROW(std::locale(std::locale::classic(), new std::ctype<char>), std::bad_alloc);
 }
 
 TEST(BoundedText, WhatDoesNotFitLeavesNothing) {
