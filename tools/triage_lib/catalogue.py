@@ -2,6 +2,7 @@
 from __future__ import annotations
 
 import dataclasses
+import functools
 import pathlib
 import re
 import tomllib
@@ -36,11 +37,11 @@ class Entry:
     step_before: str = ""
     stuck: str = ""
 
-    @property
+    @functools.cached_property
     def id(self) -> str:
         return f"{self.kind}: {self.shown}"
 
-    @property
+    @functools.cached_property
     def shown(self) -> str:
         """The text with the names of its fields, for people."""
         names = iter(self.fields)
@@ -77,6 +78,7 @@ class Match:
         return dict(zip(self.entry.fields, self.values))
 
 
+@functools.lru_cache(1000)
 def plain(markdown: str) -> str:
     """Markdown as a text without marks."""
     return re.sub(r"\[([^\]]*)\]\([^)]*\)", r"\1", markdown).replace("`", "")
@@ -87,7 +89,7 @@ def filled(markdown: str, fields: Mapping[str, str]) -> str:
     text = plain(markdown)
     for name, value in fields.items():
         if name.isupper():
-            text = re.sub(rf"\b{re.escape(name)}\b", lambda _, value=value: f"“{value}”", text)
+            text = re.sub(rf"\b{re.escape(name)}\b", lambda _, value=value: value if value.isdigit() else f"“{value}”", text)
     return text
 
 
