@@ -14,7 +14,9 @@ import sys
 import zipfile
 
 ROOT = pathlib.Path(__file__).resolve().parent.parent
-SUITE = "Program Files/CORVID Software/Corvid"
+sys.path.insert(0, str(ROOT / "scripts"))
+import machine  # noqa: E402
+
 IMAGES = ["wsc.dll", "libgcc_s_dw2-1.dll"]
 PASSWORD_VARIABLE = "CORVID_WSC_SIGN_PASSWORD"
 PASSWORD = "a throw-away password"
@@ -140,11 +142,11 @@ class Checks:
         self.check("a changed signed image is found out", "" if found else looked.text)
 
     def run_signed(self, images):
-        drive = pathlib.Path(os.environ.get("CORVID_WSC_PREFIX") or self.build / "prefix") / "drive_c"
+        suite, _ = machine.installed()
         try:
             for name in IMAGES:
-                shutil.copy(images / name, drive / SUITE)
-            said = run(ROOT / "scripts/wine", f"C:\\{SUITE}\\centre.exe".replace("/", "\\"), *REQUEST).text
+                shutil.copy(images / name, suite)
+            said = run(ROOT / "scripts/suite", "centre.exe", *REQUEST).text
             self.check("a request runs through the signed images", "" if said.endswith("result 0x00000000\n") else said)
         finally:
             must(ROOT / "scripts/stage", self.build)

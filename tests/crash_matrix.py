@@ -1,8 +1,8 @@
 #!/usr/bin/python3
 """Plays the crash matrix and has two independent readers open every dump that it leaves: crash_matrix.py BUILD_FOLDER [CASE...]
 
-matrix.exe, installed in the Wine prefix by scripts/stage, plays the cases, compares what they leave, and lists in dumps.tsv what must be
-seen in each dump by obj2yaml and by lldb. CORVID_WSC_PREFIX names another prefix. Prints a line for each case, "N passed, M failed" at the
+matrix.exe, installed by scripts/stage, plays the cases, compares what they leave, and lists in dumps.tsv what must be
+seen in each dump by obj2yaml and by lldb. CORVID_WSC_BITS and CORVID_WSC_PREFIX say where. Prints a line for each case, "N passed, M failed" at the
 end; the status is 0 when none failed.
 """
 import concurrent.futures
@@ -14,18 +14,12 @@ import tempfile
 
 ROOT = pathlib.Path(__file__).resolve().parent.parent
 sys.path.insert(0, str(ROOT / "scripts"))
+import machine  # noqa: E402
 import minidump  # noqa: E402
 import symbol_store  # noqa: E402
 
 ALWAYS = {"SystemInfo", "ThreadList", "ModuleList", "MiscInfo", "CommentW"}
 WINE_STREAMS = {"0xFFF0", "0x0"}  # its own, and an unused entry where there is no exception
-
-
-def installed():
-    """Where the suite and its log folder are, in the prefix."""
-    text = subprocess.run(["bash", "-c", 'source "$1" && printf "%s\\n" "$INSTALL_FOLDER" "$LOG_FOLDER"', "-", ROOT / "scripts/common.sh"],
-                          stdin=subprocess.DEVNULL, capture_output=True, check=True, text=True).stdout
-    return map(pathlib.Path, text.splitlines())
 
 
 class Reader:
@@ -110,7 +104,7 @@ def main():
     build = pathlib.Path(sys.argv[1]).resolve()
     if subprocess.run([ROOT / "scripts/stores", build], stdin=subprocess.DEVNULL, check=False).returncode:
         return 2
-    suite, log_folder = installed()
+    suite, log_folder = machine.installed()
     if not (suite / "matrix.exe").is_file():
         print(f"the suite is not installed in {suite}; run scripts/stage", file=sys.stderr)
         return 2

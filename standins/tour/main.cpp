@@ -1,7 +1,7 @@
 // tour.exe: shows what wsc.dll does, step by step, and checks that everything comes out as announced.
 //
 //   tour list                                  the chapters
-//   tour run [CHAPTER...] [--quiet] [--junit FILE] [--colour]
+//   tour run [CHAPTER...] [--own] [--quiet] [--junit FILE] [--colour]
 //
 // Ends with 0 when all came out as announced, 1 when not or when there is nothing to tour, 2 for words that it does not understand.
 #include <windows.h>
@@ -26,13 +26,16 @@ namespace {
 
 constexpr wchar_t kUsage[] =
     L"tour list                 shows the chapters\r\n"
-    L"tour run [CHAPTER...]     plays them, or those that are named; the last line counts the steps\r\n"
+    L"tour run [CHAPTER...]     plays those that belong on this machine, or those that are named; the last line counts the "
+    L"steps\r\n"
+    L"  --own                   those that belong on no other machine\r\n"
     L"  --quiet                 a line for each chapter and for each step that differs\r\n"
     L"  --junit FILE            writes a JUnit report as well\r\n"
     L"  --colour                in colour, also where no console is seen";
 
 struct Options {
   std::vector<const Chapter*> chapters;
+  bool own = false;
   bool quiet = false;
   bool colour = false;
   std::wstring junit;
@@ -45,11 +48,19 @@ const Chapter& Find(const std::wstring& name) {
   throw UsageError{L"there is no chapter '" + name + L"'; tour list shows them"};
 }
 
+std::wstring Needs(const Chapter& chapter) {
+  return chapter.machine == Machine::any           ? L"any"
+         : chapter.machine == Machine::only_32_bit ? L"32-bit Windows"
+                                                   : L"64-bit Windows";
+}
+
 Options OptionsFrom(const Words& words) {
   Options options;
   for (std::size_t i = 1; i < words.size(); ++i) {
     if (words[i] == L"--quiet") {
       options.quiet = true;
+    } else if (words[i] == L"--own") {
+      options.own = true;
     } else if (words[i] == L"--colour") {
       options.colour = true;
     } else if (words[i] == L"--junit") {
@@ -61,8 +72,13 @@ Options OptionsFrom(const Words& words) {
       options.chapters.push_back(&Find(words[i]));
     }
   }
+  for (const Chapter* const chapter : options.chapters) {
+    if (!BelongsHere(*chapter)) throw UsageError{L"the chapter '" + FromUtf8(chapter->name) + L"' needs " + Needs(*chapter)};
+  }
   if (options.chapters.empty()) {
-    for (const Chapter& chapter : Chapters()) options.chapters.push_back(&chapter);
+    for (const Chapter& chapter : Chapters()) {
+      if (BelongsHere(chapter) && (!options.own || chapter.machine != Machine::any)) options.chapters.push_back(&chapter);
+    }
   }
   return options;
 }
@@ -83,10 +99,10 @@ void RequireSuite() {
 }
 
 int List() {
-  Table table = {{L"Chapter", L"Steps", L"Windows", L"Shows"}};
+  Table table = {{L"Chapter", L"Steps", L"Windows", L"Machine", L"Shows"}};
   for (const Chapter& chapter : Chapters()) {
-    table.push_back(
-        {FromUtf8(chapter.name), std::to_wstring(chapter.steps.size()), FromUtf8(chapter.windows), FromUtf8(chapter.title)});
+    table.push_back({FromUtf8(chapter.name), std::to_wstring(chapter.steps.size()), FromUtf8(chapter.windows), Needs(chapter),
+                     FromUtf8(chapter.title)});
   }
   PrintTable(table);
   return 0;

@@ -4,6 +4,7 @@
 
 #include "base/format_message.h"
 #include "shared/console.h"
+#include "shared/machine.h"
 
 namespace crv::standins::tour {
 namespace {
@@ -51,7 +52,7 @@ void Narrator::Begin(const Chapter& chapter, std::size_t number) {
   Line("");
   Line("=== " + std::to_string(number) + ". " + chapter.title, Paint::title);
   Line("    " + chapter.tells);
-  Line("    (tour run " + chapter.name + "; " + chapter.windows + ")", Paint::faint);
+  Line("    (tour run " + chapter.name + "; " + chapter.windows + (Is64BitWindows() ? ", 64-bit)" : ", 32-bit)"), Paint::faint);
 }
 
 void Narrator::BeginStep(const Step& step) {
@@ -95,7 +96,8 @@ void Narrator::EndTour(const Counts& counts) {
   if (quiet_) return PrintLine(FromUtf8(std::to_string(counts.passed) + " passed, " + std::to_string(counts.failed) + " failed"));
   PrintLine();
   PrintLine();
-  std::string text = "The tour took " + std::to_string(steps) + " steps; ";
+  std::string text = "The tour of " + std::string(Is64BitWindows() ? "64-bit" : "32-bit") + " Windows took " +
+                     std::to_string(steps) + " steps; ";
   text += counts.failed ? std::to_string(counts.failed) + " of them differ from what was announced (look for ***)."
                         : "all came out as announced.";
   PrintLine(FromUtf8(text));

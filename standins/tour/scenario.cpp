@@ -2,6 +2,8 @@
 
 #include <iterator>
 
+#include "shared/machine.h"
+
 namespace crv::standins::tour {
 
 const std::vector<Chapter>& Chapters() {
@@ -15,6 +17,10 @@ const std::vector<Chapter>& Chapters() {
     return all;
   }();
   return chapters;
+}
+
+bool BelongsHere(const Chapter& chapter) {
+  return chapter.machine == Machine::any || (chapter.machine == Machine::only_64_bit) == Is64BitWindows();
 }
 
 }  // namespace crv::standins::tour

@@ -44,16 +44,22 @@ struct Step {
   std::vector<Dump> dumps = {};
 };
 
+// What a chapter is about: any Windows, or one kind alone.
+enum class Machine { any, only_32_bit, only_64_bit };
+
 struct Chapter {
   std::string name;  // for the command line
   std::string title;
   std::string tells;
   std::string windows;  // which Windows the host believes to run on
   std::vector<Step> steps;
+  Machine machine = Machine::any;
 };
 
 // A chapter begins on a clean machine: `centre clear`, then `centre windows VERSION`.
 const std::vector<Chapter>& Chapters();
+
+bool BelongsHere(const Chapter& chapter);  // whether the machine on which this runs can play it
 
 // The chapters, by the file that they are in.
 std::vector<Chapter> ProductChapters();

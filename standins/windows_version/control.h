@@ -14,7 +14,7 @@
 
 namespace crv::standins {
 
-inline constexpr const wchar_t* kWindowsVersions[] = {L"winxp", L"vista", L"vistasp2", L"win7", L"win8", L"win10"};
+inline constexpr const wchar_t* kWindowsVersions[] = {L"winxp", L"vista", L"vistasp2", L"win7", L"win8", L"win10", L"win11"};
 
 bool IsWindowsVersion(const std::wstring& version);  // one of those above
 

@@ -22,7 +22,7 @@ void Set(const Words& words) {
 
 const Area& WindowsVersionArea() {
   static const Area area = {
-      .commands = {{L"windows", L"winxp | vista | vistasp2 | win7 | win8 | win10 | restore",
+      .commands = {{L"windows", L"winxp | vista | vistasp2 | win7 | win8 | win10 | win11 | restore",
                     L"which Windows wsc_proxy.exe believes to run on; restore: the machine's own", 1, 1, &Set}},
       .install = &RestoreWindowsVersion,
       .uninstall = &RestoreWindowsVersion,

@@ -83,13 +83,15 @@ TEST_F(CommonOs, FirstReferenceSetsUpAndLastTearsDown) {
   EXPECT_EQ(0u, CmnOsInitialize(0));
   EXPECT_EQ("open locale ", Done());
   EXPECT_EQ(14, root::OptionalFunctions().os_class);
-  EXPECT_EQ(
-      "RtlGetVersion IsWow64Process GetLogicalProcessorInformation GetTickCount64 RtlNtStatusToDosError NtOpenFile NtReadFile "
-      "NtWriteFile NtQueryInformationFile NtSetInformationFile NtQueryVirtualMemory NtQueryObject "
-      "NtQueryVolumeInformationFile NtQueryInformationProcess NtQuerySystemInformation RtlSetThreadErrorMode "
-      "NtWow64QueryInformationProcess64 NtWow64GetNativeSystemInformation NtWow64QueryVirtualMemory64 "
-      "NtWow64ReadVirtualMemory64 ",
-      looked_up);
+  BOOL wow64 = FALSE;
+  IsWow64Process(GetCurrentProcess(), &wow64);
+  EXPECT_EQ(std::string("RtlGetVersion IsWow64Process ") + (wow64 ? "Wow64EnableWow64FsRedirection " : "") +
+                "GetLogicalProcessorInformation GetTickCount64 RtlNtStatusToDosError NtOpenFile NtReadFile "
+                "NtWriteFile NtQueryInformationFile NtSetInformationFile NtQueryVirtualMemory NtQueryObject "
+                "NtQueryVolumeInformationFile NtQueryInformationProcess NtQuerySystemInformation RtlSetThreadErrorMode "
+                "NtWow64QueryInformationProcess64 NtWow64GetNativeSystemInformation NtWow64QueryVirtualMemory64 "
+                "NtWow64ReadVirtualMemory64 ",
+            looked_up);
   EXPECT_EQ(system_root, SystemRoot());
   EXPECT_EQ(Path(L"program"), CmnOsProgramFolder());
   EXPECT_TRUE(test::IsDirectory(Path(L"data\\journal")));

@@ -102,7 +102,8 @@ std::vector<Chapter> LegacyChapters() {
          .request = "/svc /unregister /antivirus /firewall",
          .result = 0x80041002,
          .log = Joined(Unregistering(kVirus), logs::Failed("wmi DeleteInstance", "0x80041002")),
-         .calls = Delete(kOld, kVirus, " = 0x80041002")}}},
+         .calls = Delete(kOld, kVirus, " = 0x80041002")}},
+       Machine::only_32_bit},
 
       {"vista",
        "Windows Vista without a service pack",
