@@ -1,9 +1,9 @@
 #!/usr/bin/python3
 """Plays the crash matrix and has two independent readers open every dump that it leaves: crash_matrix.py BUILD_FOLDER [CASE...]
 
-matrix.exe, installed by scripts/stage, plays the cases, compares what they leave, and lists in dumps.tsv what must be
-seen in each dump by obj2yaml and by lldb. CORVID_WSC_BITS and CORVID_WSC_PREFIX say where. Prints a line for each case, "N passed, M failed" at the
-end; the status is 0 when none failed.
+matrix.exe, installed by scripts/stage, plays the cases, compares what they leave, and lists in dumps.tsv what must be seen in each dump
+by obj2yaml and by lldb. CORVID_WSC_BITS and CORVID_WSC_PREFIX say where. Prints a line for each case, "N passed, M failed" at the end;
+the status is 0 when none failed.
 """
 import concurrent.futures
 import pathlib
