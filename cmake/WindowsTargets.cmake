@@ -17,8 +17,8 @@ add_compile_options("-ffile-prefix-map=${CMAKE_SOURCE_DIR}/=" "-ffile-prefix-map
 add_link_options(-Wl,--dynamicbase -Wl,--nxcompat -Wl,-Bstatic)
 if(CMAKE_CXX_COMPILER_ID STREQUAL "Clang")
   # A program database for each image, which the image names without a folder. The link time is a hash of the content: debuggers
-  # and symbol stores find an image by it and by its size. LLD's own choice of versions would keep Windows XP from loading the image. What nothing
-  # calls of the C++ library stays out: a quarter of the size.
+  # and symbol stores find an image by it and by its size. LLD's own choice of versions would keep Windows XP from loading the image.
+  # What nothing calls, most of the C++ library, stays out.
   add_compile_options(-gcodeview -gno-codeview-command-line -ffile-compilation-dir=/corvid-wsc)
   # Two throws of a function that end in the same instructions would else become one, and a dump name the line of the other.
   add_compile_options("SHELL:-mllvm -enable-tail-merge=false")
