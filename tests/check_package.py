@@ -5,12 +5,15 @@ A second tree in another folder, built without a cache, has to give the same byt
 run in the Wine prefix, where the suite is installed; what cannot be packed or signed has to be refused, with the reason and with nothing
 left. Prints a line for each check, "N passed, M failed" at the end; the status is 0 when none failed.
 """
+import contextlib
 import hashlib
+import http.server
 import os
 import pathlib
 import shutil
 import subprocess
 import sys
+import threading
 import zipfile
 
 ROOT = pathlib.Path(__file__).resolve().parent.parent
@@ -51,6 +54,37 @@ def unpack(package, ending, folder):
     with zipfile.ZipFile(archive) as content:
         content.extractall(folder)
     return folder
+
+
+@contextlib.contextmanager
+def time_stamp_server(folder):
+    """Its address, and its certificate; OpenSSL answers."""
+    folder.mkdir()
+    key, certificate, settings = (folder / name for name in ("key.pem", "certificate.pem", "settings"))
+    settings.write_text(f"[server]\nserial={folder}/serial\ndigests=sha256\nsigner_digest=sha256\ndefault_policy=1.2.3.4\n")
+    must("openssl", "req", "-x509", "-newkey", "rsa:2048", "-nodes", "-keyout", key, "-out", certificate, "-days", "2",
+         "-subj", "/CN=Throw-away time", "-addext", "extendedKeyUsage=critical,timeStamping")
+
+    class Handler(http.server.BaseHTTPRequestHandler):
+        def do_POST(self):
+            query, reply = folder / "query", folder / "reply"
+            query.write_bytes(self.rfile.read(int(self.headers["Content-Length"])))
+            must("openssl", "ts", "-reply", "-config", settings, "-section", "server", "-queryfile", query, "-signer", certificate,
+                 "-inkey", key, "-out", reply)
+            self.send_response(200)
+            self.send_header("Content-Type", "application/timestamp-reply")
+            self.end_headers()
+            self.wfile.write(reply.read_bytes())
+
+        def log_message(self, *_):
+            pass
+
+    with http.server.HTTPServer(("127.0.0.1", 0), Handler) as server:
+        threading.Thread(target=server.serve_forever, daemon=True).start()
+        try:
+            yield f"http://127.0.0.1:{server.server_port}/", certificate
+        finally:
+            server.shutdown()
 
 
 class Checks:
@@ -120,12 +154,16 @@ class Checks:
     def signing(self, both, certificate):
         words = self.work / "password"
         words.write_text(f"{PASSWORD}\nits first line alone counts\n", "utf-8")
-        made = self.make(self.signed, f"--sign={both}", f"--password-file={words}")
+        with time_stamp_server(self.work / "time") as (address, time_certificate):
+            made = self.make(self.signed, f"--sign={both}", f"--password-file={words}", f"--timestamp={address}")
         self.check("a package is signed", made.text if made.returncode else "")
         if made.returncode:
             return
         images = unpack(self.signed, ".zip", self.work / "signed images")
         for name in IMAGES:
+            said = run("osslsigncode", "verify", "-CAfile", certificate, "-TSA-CAfile", time_certificate, "-in", images / name)
+            stamped = not said.returncode and "Timestamp Server Signature verification: ok" in said.text
+            self.check(f"the signature of {name} has a time stamp", "" if stamped else said.text)
             said = run("sbverify", "--cert", certificate, images / name)
             self.check(f"sbverify accepts the signature of {name}", said.text if said.returncode else "")
             stored = list(unpack(self.signed, "-symbols.zip", self.work / "signed store").glob(f"{name}/*/{name}"))
