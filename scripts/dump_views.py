@@ -10,7 +10,6 @@ import subprocess
 import sys
 
 import minidump
-import symbol_store
 
 
 def differences(path, code, place, stores):
@@ -37,7 +36,7 @@ def main():
         print(__doc__, file=sys.stderr)
         return 2
     shelf = pathlib.Path(folders[0])
-    stores = [symbol_store.Store(store) for store in folders[1:]]
+    stores = [minidump.Store(store) for store in folders[1:]]
     failed = 0
     lines = (shelf / "dumps.tsv").read_text(encoding="utf-8").splitlines()
     for line in lines:

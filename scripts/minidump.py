@@ -13,12 +13,11 @@ import sys
 import tempfile
 import zipfile
 
-import pefile
-import symbol_store
+sys.path.insert(0, str(pathlib.Path(__file__).resolve().parent.parent / "tools"))
+from triage_lib.symbol_files import RAISING, Store, image_key, plain, read_image  # noqa: E402
 
 DEEPEST = 64        # frames that are looked at; a stack overflow has tens of thousands
 FRAME = '"frame <${function.name}> <{${line.file.basename}:${line.number}}>\\n"'
-RAISING = ("throw_record.cpp", "throw_hook.cpp", "uncaught.cpp")  # how a throw and the end of a program become an exception
 LONGEST_READ = 120  # s; a cold debugger on a busy machine takes a while
 
 Stop = collections.namedtuple("Stop", "code thread function place")  # place: "file.cpp:line", empty when it is not known
@@ -53,7 +52,7 @@ def read_modules(text):
     """The images of the process in the text of obj2yaml."""
     section = text.split("ModuleList", 1)[-1].split("  - Type:", 1)[0]
     found = re.findall(r"Size of Image: +(\S+)\n(?: +Checksum:.*\n)? +Time Date Stamp: +(\S+)\n +Module Name: +'?(.*?)'?$", section, re.M)
-    return [Module(name.rsplit("\\", 1)[-1], symbol_store.image_key(int(time), int(size, 16))) for size, time, name in found]
+    return [Module(name.rsplit("\\", 1)[-1], image_key(int(time), int(size, 16))) for size, time, name in found]
 
 
 def read_first(stores, name, key):
@@ -67,16 +66,10 @@ def lay_out(modules, stores, folder):
         if not content:
             continue
         (folder / module.name).write_bytes(content)
-        record = symbol_store.read_record(pefile.PE(data=content, fast_load=False))
+        record = read_image(content).record
         database = record and read_first(stores, *record)
         if database:
             (folder / record.name).write_bytes(database)
-
-
-def plain(function):
-    """A function's name without its arguments, of an inlined one the name alone, and without the name of no namespace."""
-    name = function.split(" [inlined] ")[-1].replace("`anonymous namespace'::", "").replace("(anonymous namespace)::", "")
-    return name.split("(")[0]
 
 
 def read_stops(path, text, stores):
@@ -118,7 +111,7 @@ def main():
         return 2
     path = pathlib.Path(sys.argv[1])
     try:
-        print(describe(path, [symbol_store.Store(store) for store in sys.argv[2:]]))
+        print(describe(path, [Store(store) for store in sys.argv[2:]]))
     except subprocess.CalledProcessError as failure:
         print(f"{path}: no minidump ({failure.stderr.strip()})", file=sys.stderr)
         return 1

@@ -12,8 +12,8 @@ import tempfile
 
 import pefile
 
-sys.path.insert(0, str(pathlib.Path(__file__).resolve().parent.parent / "scripts"))
-import symbol_store  # noqa: E402
+sys.path.insert(0, str(pathlib.Path(__file__).resolve().parent.parent / "tools"))
+from triage_lib.symbol_files import read_image  # noqa: E402
 
 EXPORT = "_run@4"
 RUNTIME_DLLS = {"libgcc_s_dw2-1.dll"}
@@ -137,7 +137,7 @@ def check_identity(report, path, image, symbols):
     size = path.stat().st_size
     report.check(f"{name} is small", f"{size} bytes" if size > LARGEST.get(name, size) else "")
     report.check(f"{name} has a link time", "" if image.FILE_HEADER.TimeDateStamp else "0")
-    record = symbol_store.read_record(image)
+    record = read_image(path.read_bytes()).record
     if name in WITHOUT_RECORD:
         report.check(f"{name} is rightly listed as without a debug record", record.name if record else "")
         return

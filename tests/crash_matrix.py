@@ -16,7 +16,6 @@ ROOT = pathlib.Path(__file__).resolve().parent.parent
 sys.path.insert(0, str(ROOT / "scripts"))
 import machine  # noqa: E402
 import minidump  # noqa: E402
-import symbol_store  # noqa: E402
 
 ALWAYS = {"SystemInfo", "ThreadList", "ModuleList", "MiscInfo", "CommentW"}
 WINE_STREAMS = {"0xFFF0", "0x0"}  # its own, and an unused entry where there is no exception
@@ -24,7 +23,7 @@ WINE_STREAMS = {"0xFFF0", "0x0"}  # its own, and an unused entry where there is 
 
 class Reader:
     def __init__(self, build, shelf, errors):
-        self.stores = [symbol_store.Store(path)
+        self.stores = [minidump.Store(path)
                        for path in [*(build / "stores/package").glob("*-symbols.zip"), build / "stores/standins"]]
         self.shelf, self.errors = shelf, errors
 

@@ -14,6 +14,8 @@ import tempfile
 from collections.abc import Callable
 from typing import BinaryIO
 
+from .symbol_files import database_key, image_key
+
 MOST_STREAMS = 256
 MOST_MODULES = 4096
 MOST_THREADS = 20_000
@@ -51,8 +53,8 @@ class Module:
 
     @property
     def image_key(self) -> str:
-        """Link time and size, as symbol stores name the folder."""
-        return f"{self.timestamp:08X}{self.size:x}"
+        """As symbol stores name the folder."""
+        return image_key(self.timestamp, self.size)
 
 
 @dataclasses.dataclass(frozen=True)
@@ -367,7 +369,7 @@ class _Reader:
                 signature, first, second, third, tail, age = _GUID.unpack_from(record)
                 if signature == b"RSDS":
                     path = record[_GUID.size:].split(b"\0")[0].decode("utf-8", "replace")
-                    return _clean(re.split(r"[\\/]", path)[-1]), f"{first:08X}{second:04X}{third:04X}{tail.hex().upper()}{age:x}"
+                    return _clean(re.split(r"[\\/]", path)[-1]), database_key(first, second, third, tail, age)
         except BadDump:
             pass
         return "", ""
@@ -376,7 +378,8 @@ class _Reader:
         self.contexts: dict[int, tuple[int, int]] = {}
         for number, _, _, _, _, begin, stack_size, stack, context_size, context in self._listed(place, size, _THREAD, MOST_THREADS):
             self.dump.threads.append(Thread(number, begin, stack_size))
-            self.ranges.append((begin, stack_size, stack))
+            if stack:  # with the whole memory it lies there
+                self.ranges.append((begin, stack_size, stack))
             self.contexts.setdefault(number, (context, context_size))
 
     def _memory(self, place: int, size: int) -> None:
