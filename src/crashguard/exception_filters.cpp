@@ -83,6 +83,22 @@ bool UnderServiceAccount() {
   }
 }
 
+// Whether the process ends at once instead of being left to the system's own crash handling. Where the question itself fails or
+// faults it is left to the system.
+bool EndsAtOnce(const CrashHandler& handler) {
+  bool ends = false;
+  const platform::KnownSpareStack stack;
+  const auto faulted = platform::Guarded([&] {
+    if (handler.IsShutdown()) {
+      ends = true;
+      Record([] { log::Info(tag, "Saved a crash when system is shutting down."); });
+    } else {
+      ends = UnderServiceAccount();
+    }
+  });
+  return ends && !faulted;
+}
+
 // The filter's work, under its lock.
 LONG HandleCrash(EXCEPTION_POINTERS* exception) {
   const DWORD code = exception->ExceptionRecord->ExceptionCode;
@@ -99,12 +115,7 @@ LONG HandleCrash(EXCEPTION_POINTERS* exception) {
     return EXCEPTION_CONTINUE_SEARCH;
   }
   handler.WriteDump(exception, false, nullptr);
-  if (handler.IsShutdown()) {
-    Record([] { log::Info(tag, "Saved a crash when system is shutting down."); });
-    TerminateProcess(GetCurrentProcess(), code);
-  } else if (UnderServiceAccount()) {
-    TerminateProcess(GetCurrentProcess(), code);
-  }
+  if (EndsAtOnce(handler)) TerminateProcess(GetCurrentProcess(), code);
   return EXCEPTION_CONTINUE_SEARCH;
 }
 

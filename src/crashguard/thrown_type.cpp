@@ -1,6 +1,8 @@
 #include "crashguard/thrown_type.h"
 
+#include <algorithm>
 #include <cstring>
+#include <iterator>
 
 #include "platform/structured_guard.h"
 #include "platform/throw_record.h"
@@ -10,9 +12,10 @@ namespace {
 
 using namespace platform;
 
-// The type's name as the Microsoft runtime's type information gives it, and as its compiler stores it.
-constexpr char kFatal[] = "class crv::exceptions::fatal";
-constexpr char kDecoratedFatal[] = ".?AVfatal@exceptions@crv@@";
+// The type's name as the Microsoft runtime's type information gives it, as its compiler stores it, and as a throw of this module has
+// it when there was no memory to demangle it.
+constexpr const char* kFatalNames[] = {"class crv::exceptions::fatal", ".?AVfatal@exceptions@crv@@",
+                                       "class N3crv10exceptions5fatalE"};
 
 // Walks from the throw information to the name. Any of it may lie outside the process's memory.
 bool IsNamedFatal(ULONG_PTR base, ULONG_PTR throw_info) {
@@ -21,7 +24,8 @@ bool IsNamedFatal(ULONG_PTR base, ULONG_PTR throw_info) {
   if (array->count == 0) return false;
   const auto* const thrown = reinterpret_cast<const CatchableType*>(base + array->types[0]);
   const auto* const type = reinterpret_cast<const TypeDescriptor*>(base + thrown->type);
-  return std::strcmp(type->name, kFatal) == 0 || std::strcmp(type->name, kDecoratedFatal) == 0;
+  return std::any_of(std::begin(kFatalNames), std::end(kFatalNames),
+                     [&](const char* name) { return std::strcmp(type->name, name) == 0; });
 }
 
 }  // namespace

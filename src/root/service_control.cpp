@@ -53,14 +53,14 @@ class Service {
   SERVICE_STATUS status_ = {};
 };
 
-// Stands in for a service's missing registry key as long as it lives. A key that is there and cannot be opened is the service's
-// own. Failures to write it show in the request that needs it.
+// Stands in for a service's missing registry key as long as it lives. A key that is there is the service's own, or another host's
+// that asks the same: also one that cannot be opened, and one that appears between the question and the answer. Failures to write
+// it show in the request that needs it.
 class TemporaryServiceKey {
  public:
   TemporaryServiceKey(const std::wstring& name, DWORD service_type)
-      : path_(L"SYSTEM\\CurrentControlSet\\Services\\" + name), created_(IsMissing()) {
+      : path_(L"SYSTEM\\CurrentControlSet\\Services\\" + name), created_(IsMissing() && Create()) {
     if (!created_) return;
-    Create();
     Set(L"ErrorControl", SERVICE_ERROR_NORMAL);
     Set(L"Start", SERVICE_DEMAND_START);
     Set(L"Type", service_type);
@@ -75,9 +75,12 @@ class TemporaryServiceKey {
   bool IsMissing() const { return !KeyExists(path_.c_str(), KEY_WOW64_32KEY) && GetLastError() == ERROR_SUCCESS; }
 
   // Volatile: what a process that was killed meanwhile leaves behind is gone with the system's next start.
-  void Create() const {
-    RegCreateKeyExW(HKEY_LOCAL_MACHINE, path_.c_str(), 0, nullptr, REG_OPTION_VOLATILE, KEY_SET_VALUE | KEY_WOW64_32KEY, nullptr,
-                    ScopedRegistryKey().put(), nullptr);
+  // False when there is no key, and when it is somebody else's.
+  bool Create() const {
+    DWORD disposition = 0;
+    const LSTATUS result = RegCreateKeyExW(HKEY_LOCAL_MACHINE, path_.c_str(), 0, nullptr, REG_OPTION_VOLATILE,
+                                           KEY_SET_VALUE | KEY_WOW64_32KEY, nullptr, ScopedRegistryKey().put(), &disposition);
+    return result == ERROR_SUCCESS && disposition == REG_CREATED_NEW_KEY;
   }
 
   void Set(const wchar_t* value, DWORD number) { static_cast<void>(SetDword(path_.c_str(), value, number, KEY_WOW64_32KEY)); }

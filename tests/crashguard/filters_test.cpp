@@ -80,6 +80,19 @@ TEST_F(Filters, TheVectoredHandlerKeepsTheLastErrorAndLeavesAloneWhatItsOwnWorkT
   AcquireCrashGuard()->Uninstall();
 }
 
+TEST_F(Filters, AFaultBehindTheDumpLeavesTheCrashToTheSystem) {
+  for (const DWORD code : {EXCEPTION_ACCESS_VIOLATION, STATUS_STACK_OVERFLOW}) {  // the second one is handled on the spare stack
+    record.ExceptionCode = code;
+    record.ExceptionAddress = nullptr;
+    const auto crash = [&] {
+      const test::ImportFake<decltype(OpenThreadToken)> fault(
+          "advapi32.dll", "OpenThreadToken", [](auto*, auto...) { return RaiseException(0x77, 0, 0, nullptr), FALSE; });
+      std::exit(Filter() == EXCEPTION_CONTINUE_SEARCH ? 0 : 1);
+    };
+    EXPECT_EXIT(crash(), testing::ExitedWithCode(0), "");
+  }
+}
+
 TEST_F(Filters, TheRepairNeedsEveryCondition) {
   const struct {
     const char* description;

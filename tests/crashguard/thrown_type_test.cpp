@@ -3,8 +3,12 @@
 #include <gtest/gtest.h>
 
 #include <cstring>
+#include <tuple>
 
+#include "base/exceptions.h"
+#include "platform/structured_guard.h"
 #include "platform/throw_record.h"
+#include "support/import_fake.h"
 
 namespace crv::crashguard {
 namespace {
@@ -48,6 +52,24 @@ TEST(ThrownType, IsTheWholeNameOfTheFirstType) {
   EXPECT_FALSE(IsUncaughtAgain(thrown.record));
   thrown.info.attributes = kUncaught;
   EXPECT_TRUE(IsFatalException(thrown.record) && IsUncaughtAgain(thrown.record));
+}
+
+bool fatal = false;
+
+LONG WINAPI Note(EXCEPTION_POINTERS* pointers) {
+  fatal = IsFatalException(*pointers->ExceptionRecord);
+  return EXCEPTION_CONTINUE_SEARCH;
+}
+
+TEST(ThrownType, IsKnownWithoutMemoryForItsName) {
+  const test::ImportFake<void*(void*, std::size_t)> none("msvcrt.dll", "realloc",
+                                                         [](auto*, auto...) -> void* { return nullptr; });
+  void* const handler = AddVectoredExceptionHandler(1, &Note);
+  std::ignore = Guarded([] { ThrowRecord(nullptr, typeid(exceptions::fatal)).Raise(); });
+  EXPECT_TRUE(fatal);
+  std::ignore = Guarded([] { ThrowRecord(nullptr, typeid(exceptions::error)).Raise(); });
+  EXPECT_FALSE(fatal);
+  RemoveVectoredExceptionHandler(handler);
 }
 
 TEST(ThrownType, ARecordThatIsNotWhatItClaimsIsNobodysThrow) {

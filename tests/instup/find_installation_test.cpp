@@ -46,9 +46,15 @@ TEST_F(FindInstallationTest, TakesTheFirstWholeKeyOfTheFirstViewAndItsSetup) {
       test::SetText(key, L"SetupFolder", L"setup");  // no whole path
       ASSERT_TRUE(FindInstallation(info));
       EXPECT_EQ(place + L"\\setup", info.setup_folder);
+      EXPECT_EQ(kNoSetupVersion, info.setup_version);
       test::SetText(key, L"SetupFolder", place + L" setup");
+      test::SetText(key, L"Version", place);
+      const DWORD version = 7;
+      test::SetBytes(key, L"SetupVersion", REG_DWORD, &version, sizeof(version));
       ASSERT_TRUE(FindInstallation(info));
       EXPECT_EQ(place + L" setup", info.setup_folder);
+      EXPECT_EQ(place, info.version);
+      EXPECT_EQ(version, info.setup_version);
       info = {};
     }
   }

@@ -45,6 +45,7 @@ class ServiceControl : public testing::Test {
   test::RunningServices services_;
   std::string key_;  // at the time of the request, and at the last sleep
   bool denied_ = false;
+  bool created_meanwhile_ = false;  // somebody else makes the service's key just before the product does
 
  private:
   test::ImportFake<decltype(RegOpenKeyExW)> open_{
@@ -56,8 +57,9 @@ class ServiceControl : public testing::Test {
       }};
   test::ImportFake<decltype(RegCreateKeyExW)> create_{
       "advapi32.dll", "RegCreateKeyExW",
-      [](auto real, HKEY root, const wchar_t* subkey, DWORD zero, auto name, DWORD options, REGSAM access, auto... rest) {
+      [this](auto real, HKEY root, const wchar_t* subkey, DWORD zero, auto name, DWORD options, REGSAM access, auto... rest) {
         EXPECT_TRUE(subkey != kServiceKey || access == (KEY_SET_VALUE | KEY_WOW64_32KEY));
+        if (std::exchange(created_meanwhile_, false)) SHSetValueW(HKEY_LOCAL_MACHINE, subkey, L"installed", REG_SZ, L"", 2);
         return real(root, subkey, zero, name, options, access, rest...);
       }};
   test::RedirectedHive hive_;
@@ -124,7 +126,7 @@ TEST_F(ServiceControl, MissingKeyExistsForTheRequestOnly) {
   services_.States({1});
   EXPECT_FALSE(Start(100));
   EXPECT_EQ("1 3 16 volatile| none", key_);
-  SHSetValueW(HKEY_LOCAL_MACHINE, kServiceKey.c_str(), L"installed", REG_SZ, L"", 2);
+  created_meanwhile_ = true;
   EXPECT_FALSE(Start(100));
   EXPECT_EQ("key| key", key_);
   EXPECT_EQ("key", Key());

@@ -123,6 +123,7 @@ TEST(SystemLibrary, IsTakenFromTheSystemFolderOnceAndFromNowhereElse) {
   std::wstring asked;
   const test::ImportFake<decltype(GetSystemDirectoryW)> system("kernel32.dll", "GetSystemDirectoryW",
                                                                [&](auto, wchar_t* buffer, UINT size) {
+                                                                 SetLastError(ERROR_ACCESS_DENIED);
                                                                  if (folder.size() >= size)
                                                                    return static_cast<UINT>(folder.size() + 1);
                                                                  wcscpy(buffer, folder.c_str());
@@ -136,10 +137,10 @@ TEST(SystemLibrary, IsTakenFromTheSystemFolderOnceAndFromNowhereElse) {
   EXPECT_EQ(nullptr, FindSystemFunction<decltype(GetTickCount)>(L"none.dll", "GetTickCount"));
   EXPECT_EQ(DWORD{ERROR_MOD_NOT_FOUND}, GetLastError());
   EXPECT_EQ(L"C:\\windows\\system32\\none.dll", asked);
-  for (const std::size_t length : {MAX_PATH, MAX_PATH - 1, MAX_PATH - 8}) {  // with the name there is no room for a NUL
+  for (const std::size_t length : {0, MAX_PATH, MAX_PATH - 1, MAX_PATH - 8}) {  // with the name there is no room for a NUL
     folder.assign(length, L'x');
     EXPECT_EQ(nullptr, GetSystemLibrary(L"six.dll"));
-    EXPECT_EQ(DWORD{ERROR_BUFFER_OVERFLOW}, GetLastError());
+    EXPECT_EQ(length ? DWORD{ERROR_BUFFER_OVERFLOW} : DWORD{ERROR_ACCESS_DENIED}, GetLastError());
   }
   EXPECT_EQ(L"C:\\windows\\system32\\none.dll", asked);
 }
