@@ -27,13 +27,15 @@ constexpr char kRepairedOnce[] = "the installer repairs its settings once";
 constexpr char kNoPlace[] = "both writers have failed: the dumper, and now the path or the file";
 constexpr char kSecondDump[] = "the dump is written in the process as well";
 constexpr char kMemory[] = "memory ran out: a clean code, or what needed it is done without";
+constexpr char kInPart[] = "in part";  // a scenario's name
+constexpr char kNoGuard[] = "without a writer of dumps or its folders there is no crash guard";
 constexpr char kShellFolders[] = "the registry knows the folder as well";
 constexpr char kOptional[] = "nothing depends on it, or there is another way";
 
 // Calls made while the library is loaded.
 const Row kLoadRows[] = {
     {"GetModuleHandleW", "ReadOsVersion", L"", not_loaded, 0, "the library has to know the version of Windows"},
-    {"GetProcAddress", "__gcc_register_frame", L"", any, 0, "libgcc always has it; without it no throw could be caught"},
+    {"", "__gcc_register_frame", L"", any, 0, "libgcc always has it; without it no throw could be caught"},
     {"GetProcAddress", "ReadOsVersion", L"", not_loaded, 0, "the library has to know the version of Windows"},
     {"CreateFileW", "", L"CRVSP", nothing, 0, "a machine without the driver is normal"},
     {"CreateFileW", "", L"crvSP", nothing, 0, "a machine without the driver is normal"},
@@ -43,8 +45,20 @@ const Row kLoadRows[] = {
 
 // Calls made while the process gets its crash guard, which may fail without a word.
 const Row kGuardRows[] = {
-    {"LoadLibraryW", "DumpLibrary", L"dbghelp", fixed, kProcNotFound, "without a writer of dumps there is no crash guard"},
-    {"GetProcAddress", "DumpLibrary::DumpLibrary", L"MiniDumpWriteDump", fixed, kProcNotFound, "the same"},
+    {"LoadLibraryW", "DumpLibrary", L"dbghelp", fixed, kProcNotFound, kNoGuard, {.scenario = kInPart, .fewer_dumps = 1}},
+    {"GetProcAddress",
+     "DumpLibrary::DumpLibrary",
+     L"MiniDumpWriteDump",
+     fixed,
+     kProcNotFound,
+     kNoGuard,
+     {.scenario = kInPart, .fewer_dumps = 1}},
+    {"LoadLibraryW", "DumpLibrary", L"dbghelp", fixed, kProcNotFound, kNoGuard},
+    {"GetProcAddress", "DumpLibrary::DumpLibrary", L"MiniDumpWriteDump", fixed, kProcNotFound, kNoGuard},
+    {"GetFileAttributesW", "IsFolder", L"\\log", nothing, 0, kNoGuard, {.scenario = kInPart, .fewer_dumps = 1}},
+    {"GetModuleFileNameW", "HostFolder", L"", nothing, 0, kNoGuard, {.scenario = kInPart, .fewer_dumps = 1}},
+    {"malloc", "", L"", either, 0, kMemory, {.scenario = kInPart, .repairs = true, .fewer_dumps = 1}},
+    {"realloc", "", L"", either, 0, kMemory, {.scenario = kInPart, .repairs = true, .fewer_dumps = 1}},
     {"malloc", "", L"", either, 0, kMemory, {.repairs = true}},
     {"calloc", "", L"", either, 0, kMemory, {.repairs = true}},
     {"realloc", "", L"", either, 0, kMemory, {.repairs = true}},
@@ -57,6 +71,7 @@ const Row kRequestRows[] = {
     // Notifications come on a thread of the client library: what is thrown there leaves through it and ends the process.
     {"ResumeThread", "pthread_create", L"", held, 0,
      "a thread that never runs hears of no change: the request waits out its hour"},
+    {"SetEvent", "wscsvc::changed", L"", held, 0, "the same: the change is not heard of"},
     {"", "pthread_create", L"", any, 0, "a failure of the runtime propagates from the step that made it"},
     {"", "watcher::notify", L"", any, 0, "a failure of the runtime propagates from the step that made it"},
 
@@ -67,7 +82,6 @@ const Row kRequestRows[] = {
     {"malloc", "", L"", either, 0, kMemory},
     {"calloc", "", L"", either, 0, kMemory},
     {"realloc", "", L"", either, 0, kMemory},
-    {"_strdup", "", L"", either, 0, kMemory},
 
     // Dumps of a thrown `fatal`.
     {"GetExitCodeProcess", "WriteDumpExternal", L"", nothing, 0, kSecondDump, {.more_dumps = 1}},
@@ -98,14 +112,7 @@ const Row kRequestRows[] = {
     {"QueryDosDeviceW", "", L"", fixed, ERROR_PATH_NOT_FOUND, "the search goes on to the next volume, and there is none"},
 
     // Services.
-    {"RegOpenKeyExW",
-     "",
-     L"SYSTEM\\CurrentControlSet\\Services",
-     nothing,
-     0,
-     "a missing key is made for the time, and taken away",
-     {.code = ERROR_FILE_NOT_FOUND, .repairs = true}},
-    {"RegOpenKeyExW", "", L"SYSTEM\\CurrentControlSet\\Services", nothing, 0, "a key that cannot be opened is there"},
+    {"RegOpenKeyExW", "", L"SYSTEM\\CurrentControlSet\\Services", nothing, 0, "a key that is there stays as it is"},
 
     // Windows Defender.
     {"GetModuleHandleW", "", L"advapi32", nothing, 0, "the older function deletes the key"},
@@ -300,9 +307,12 @@ const Row& First(const Rows& rows, const Trial& trial) {
 
 }  // namespace
 
-const char* DocumentedStep(const Trial& trial) {
-  const auto found = std::find_if(std::begin(kSteps), std::end(kSteps), [&](const Step& step) { return IsThere(step, trial); });
-  return found == std::end(kSteps) ? nullptr : found->step;
+std::vector<const char*> DocumentedSteps(const Trial& trial) {
+  std::vector<const char*> steps;
+  for (const Step& step : kSteps) {
+    if (IsThere(step, trial)) steps.push_back(step.step);
+  }
+  return steps;
 }
 
 const Row& Documented(const Trial& trial) {

@@ -57,7 +57,7 @@ struct Row {
 
 const Row& Documented(const Trial& trial);
 
-// What the record of `run` says of the step that failed; null when nothing is listed.
-const char* DocumentedStep(const Trial& trial);
+// What the record of `run` may say of the step that failed. More than one where the stack still holds frames of an earlier call.
+std::vector<const char*> DocumentedSteps(const Trial& trial);
 
 }  // namespace crv::sweep

@@ -21,6 +21,9 @@ std::string Text(const char* format, Arguments... arguments) {
 
 std::string CodeText(DWORD code) { return Text("(code 0x%08lx)", code); }
 
+// Behind the request; records from before the log was opened are lost then.
+bool Crashes(const Trial& trial) { return trial.scenario.request.after == After::crash; }
+
 void LookAtResult(const Trial& trial, DWORD wanted, std::vector<std::string>& complaints) {
   const Outcome& outcome = trial.outcome;
   if (outcome.exit_code != wanted) {
@@ -47,10 +50,12 @@ void LookAtRecords(const Trial& trial, bool wants_record, std::vector<std::strin
 }
 
 void LookAtStep(const Trial& trial, std::vector<std::string>& complaints) {
-  const char* const step = DocumentedStep(trial);
-  if (!step) {
+  const std::vector<const char*> steps = DocumentedSteps(trial);
+  if (steps.empty()) {
     complaints.push_back("no text is listed for the step");
-  } else if (!trial.outcome.run_records.empty() && trial.outcome.run_records[0].find(step) == std::string::npos) {
+  } else if (!trial.outcome.run_records.empty() && std::none_of(steps.begin(), steps.end(), [&](const char* step) {
+               return trial.outcome.run_records[0].find(step) != std::string::npos;
+             })) {
     complaints.push_back("the record of run names another step: " + trial.outcome.run_records[0]);
   }
 }
@@ -81,12 +86,19 @@ std::vector<std::string> Complaints(const Trial& trial) {
   if (trial.outcome.timed_out) return {"it did not end"};
   std::vector<std::string> complaints;
   if (row.kind == Kind::any) return {};
+  DWORD wanted = 0;
   std::size_t fewest = trial.scenario.dumps - row.extra.fewer_dumps, most = trial.scenario.dumps + row.extra.more_dumps;
   switch (row.kind) {
     case Kind::code:
     case Kind::fixed:
-      if (trial.scenario.request.after != After::crash) fewest = most = 0;  // what the scenario dumps otherwise was not reached
-      LookAtResult(trial, row.kind == Kind::code ? trial.fault.code : row.value, complaints);
+      wanted = row.kind == Kind::code ? trial.fault.code : row.value;
+      if (Crashes(trial)) {
+        if (trial.outcome.block.result != wanted) complaints.push_back(Text("run answers 0x%lx", trial.outcome.block.result));
+        LookAtResult(trial, trial.scenario.result, complaints);
+        break;
+      }
+      fewest = most = 0;  // what the scenario dumps otherwise was not reached
+      LookAtResult(trial, wanted, complaints);
       LookAtRecords(trial, true, complaints);
       LookAtStep(trial, complaints);
       break;
@@ -101,10 +113,10 @@ std::vector<std::string> Complaints(const Trial& trial) {
       } else if (!trial.outcome.block.returned) {
         complaints.push_back(Text("the process ended with 0x%lx", trial.outcome.exit_code));
       } else {
-        LookAtResult(trial, trial.scenario.request.after == After::crash ? trial.scenario.result : trial.outcome.block.result,
-                     complaints);
+        LookAtResult(trial, Crashes(trial) ? trial.scenario.result : trial.outcome.block.result, complaints);
+        if (Crashes(trial)) break;
         LookAtRecords(trial, trial.outcome.block.result != 0, complaints);
-        if (trial.scenario.request.after != After::crash) fewest = 0;
+        fewest = 0;
       }
       break;
     case Kind::load:

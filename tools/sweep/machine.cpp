@@ -25,7 +25,8 @@ constexpr const wchar_t* kKeys[] = {L"SOFTWARE\\CORVID Software",
                                     L"SYSTEM\\CurrentControlSet\\Services\\WinDefend"};
 constexpr wchar_t kServices[] = L"SYSTEM\\CurrentControlSet\\Services";
 constexpr wchar_t kVersionKey[] = L"Software\\Wine\\AppDefaults\\sweep_host.exe";
-constexpr const wchar_t* kPrograms[] = {L"sweep_host.exe", L"wsc_proxy.exe", L"instup.exe", L"cvDump32.exe"};
+// centre.exe carries out what a scenario has said to happen later; it must not change the stage of the next run.
+constexpr const wchar_t* kPrograms[] = {L"sweep_host.exe", L"wsc_proxy.exe", L"instup.exe", L"cvDump32.exe", L"centre.exe"};
 constexpr DWORD kContentLimit = 4096;  // bytes of a file that are kept to put it back
 
 constexpr wchar_t kRegistry[] = L"registry ";

@@ -218,7 +218,9 @@ class Sweep {
       const Function* const function = FindFailing(counted.name);
       if (!function || !IsChosen(counted.name)) continue;
       const LONG first = counted.calls_before[static_cast<DWORD>(scenario.first)] + 1;
-      for (LONG call = first; call <= counted.calls; ++call) {
+      const LONG last =
+          scenario.last == Phase::after ? counted.calls : counted.calls_before[static_cast<DWORD>(scenario.last) + 1];
+      for (LONG call = first; call <= last; ++call) {
         if (options_.call && call != options_.call) continue;
         for (const DWORD code : function->codes) faults.push_back({counted.name, call, code});
       }

@@ -16,7 +16,8 @@ struct Scenario {
   Request request;
   DWORD result = 0;              // without a fault
   std::size_t dumps = 0;         // that it leaves
-  Phase first = Phase::request;  // the calls of earlier phases are not made to fail; other scenarios do that
+  Phase first = Phase::request;  // the calls of earlier and later phases are not made to fail; other scenarios do that
+  Phase last = Phase::after;
 };
 
 const std::vector<Scenario>& Scenarios();
