@@ -90,8 +90,8 @@ class Cutting(unittest.TestCase):
 
     def test_process_numbers_come_again(self) -> None:
         killed = lines(8, BEGIN, started("/fw /enable"), "wsc: Starting FW.")
-        runs, _ = cut(killed + lines(8, BEGIN, started("/av /upgrade"), "crashguard: Attempting to install crashguard twice, ignored.",
-                                     started("/fw /enable"), END, at=9))
+        twice = "crashguard: Attempting to install crashguard twice, ignored."
+        runs, _ = cut(killed + lines(8, BEGIN, started("/av /upgrade"), twice, started("/fw /enable"), END, at=9))
         self.assertEqual([Outcome.DID_NOT_RETURN, Outcome.SUCCEEDED, Outcome.SUCCEEDED], [run.outcome for run in runs])
         self.assertIn("crvData.dll", runs[0].failure.meaning)
         self.assertFalse(runs[0].end_cut)

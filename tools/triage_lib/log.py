@@ -207,8 +207,8 @@ def _stop_of(open_run: _OpenRun) -> Failure:
 
 def _crash_of(open_run: _OpenRun) -> Failure:
     step = open_run.crash_step
-    return Failure(f"crash in the step {step}", f"the process crashed in the step: {step}", "the process crashed; its dump has the place",
-                   "the innermost functions of the dump")
+    return Failure(f"crash in the step {step}", f"the process crashed in the step: {step}", f"the process crashed in the step “{step}”",
+                   "its dump: the innermost functions are the place")
 
 
 # --- all runs of a log ---------------------------------------------------------------------------------------------------------
@@ -274,7 +274,8 @@ class RunCutter:
                 return
             self._note_unknown(text)
         open_run = self._run_of(process, match.entry if match else None, at)
-        self._add(open_run, LogLine(at, thread, level, tag, text, match.entry.id if match else None), match)
+        self._keep(open_run, at, thread, level, tag, text, match)
+        self._add(open_run, at, match)
 
     def _take_other(self, at: int, process: int, thread: int, level: str, tag: str, text: str) -> None:
         """A line of another component; it stands beside those of a run of the same process."""
@@ -282,7 +283,8 @@ class RunCutter:
         if open_run is None:
             self.other_lines += 1
         else:
-            self._add(open_run, LogLine(at, thread, level, tag, text, None), None)
+            self._keep(open_run, at, thread, level, tag, text, None)
+            self._add(open_run, at, None)
 
     def _note_unknown(self, text: str) -> None:
         name = re.sub(r"\d+", "N", text[:200])
@@ -316,16 +318,18 @@ class RunCutter:
         self._open[process] = open_run
         return open_run
 
-    def _add(self, open_run: _OpenRun, line: LogLine, match: Match | None) -> None:
+    def _keep(self, open_run: _OpenRun, at: int, thread: int, level: str, tag: str, text: str, match: Match | None) -> None:
+        if self._keep_lines and self._kept < MOST_KEPT:
+            self._kept += open_run.keep(LogLine(at, thread, level, tag, text, match.entry.id if match else None))
+
+    def _add(self, open_run: _OpenRun, at: int, match: Match | None) -> None:
         run = open_run.run
         run.line_count += 1
-        if self._keep_lines and self._kept < MOST_KEPT:
-            self._kept += open_run.keep(line)
         entry = match.entry if match else None
         step_before = open_run.step
         if match and entry and entry.role == "crash":
             open_run.crash()  # before the step changes
-        open_run.take_time(line.at, entry)
+        open_run.take_time(at, entry)
         if not match or not entry:
             return
         if entry.fault and entry.role != "crash" and not (entry.kind == "context" and entry.text == "run"):
@@ -339,7 +343,7 @@ class RunCutter:
         elif entry.role == "begin":
             open_run.begun.add(entry.text)
         elif entry.role == "dumped":
-            run.dumped.append(line.at)
+            run.dumped.append(at)
             code = int(match.values[0][-8:], 16)
             if open_run.crashed or code != THROWN:
                 if not open_run.crashed:

@@ -8,13 +8,12 @@ from .model import Request
 
 _PRODUCTS = {"antivirus": "the anti-virus", "antispyware": "the anti-spyware", "firewall": "the firewall"}
 _MODES = ("av", "as", "fw", "svc")  # the first one that is present counts
-_SWITCHES = {
-    "av": {"enable", "disable", "update", "upgrade"},
-    "as": {"enable", "disable"},
-    "fw": {"enable"},
-    "svc": {"update", "register", "unregister", "state", "signatures", *_PRODUCTS},
+_ACTIONS = {
+    "svc": ("update", "register", "unregister"),
+    "av": ("enable", "disable", "update", "upgrade"),
+    "as": ("enable", "disable"),
+    "fw": ("enable",),
 }
-_ACTIONS = {"svc": ("update", "register", "unregister"), "av": ("enable", "disable", "update", "upgrade"), "as": ("enable", "disable"), "fw": ("enable",)}
 _VALUES = {"state": ("on", "off", "snoozed"), "signatures": ("up_to_date", "out_of_date")}
 _ASKED = {
     "enable": "switch the protection on",
@@ -25,7 +24,8 @@ _ASKED = {
 
 
 def tokens(text: str) -> list[str]:
-    """Blanks separate, unless they stand in quotes; two quotes in a row are one that is meant. A blank at the end begins an empty token."""
+    """Blanks separate, unless they stand in quotes; two quotes in a row are one that is meant. Behind a blank a token begins, be it
+    an empty one."""
     found: list[str] = []
     token: list[str] | None = None
     quoted = False
@@ -99,7 +99,8 @@ def describe(command_line: str) -> Request:
     checked = {"state": state} if products == ["firewall"] else {"state": state, "signatures": signatures}
     for name, token in given:
         bad_value = mode == "svc" and action == "update" and name in checked and switches[name] not in _VALUES[name]
-        if bad_value or (name not in _SWITCHES[mode] and name not in _MODES):
+        known = name in (*_ACTIONS[mode], *_MODES) or (mode == "svc" and name in (*_PRODUCTS, *_VALUES))
+        if bad_value or not known:
             wrong.append(token)
     if mode == "svc":
         words = _told(action, products, state or "", signatures or "")

@@ -1,0 +1,152 @@
+"""What is found reaches the reader: as a summary, as JSON, with the right status, and harmless."""
+import contextlib
+import datetime
+import io
+import json
+import pathlib
+import re
+import sqlite3
+import tempfile
+import unittest
+import zipfile
+from typing import Any
+
+from test_log import BEGIN, END, lines, started
+from triage_lib import catalogue, command, examine, groups, matching, report_json, stacks
+from triage_lib.log import LineFormat
+from triage_lib.model import DumpRecord, Outcome, Run
+
+DOCUMENT = (pathlib.Path(__file__).resolve().parents[2] / "docs/triage.md").read_text(encoding="utf-8")
+REFUSED = lines(8, BEGIN, started("/svc /update /antivirus /state:ON"), "wsc: run: to_prod_state ON (code 0x000000a0)", END)
+UNTRUSTED = lines(12, BEGIN, started("/svc /register /firewall"), "wsc: run: not trusted start, parent pid: 384 (code 0x00000005)", END, at=20)
+
+
+class Reports(unittest.TestCase):
+    def setUp(self) -> None:
+        folder = tempfile.TemporaryDirectory()
+        self.addCleanup(folder.cleanup)
+        self.folder = pathlib.Path(folder.name)
+
+    def machine(self, name: str, **files: bytes) -> str:
+        (self.folder / name).mkdir()
+        for file, content in files.items():
+            (self.folder / name / file.replace("_", ".")).write_bytes(content)
+        return str(self.folder / name)
+
+    def triage(self, *words: str) -> tuple[int, str]:
+        out = io.StringIO()
+        with contextlib.redirect_stdout(out), contextlib.redirect_stderr(out):
+            try:
+                status = command.main(list(words))
+            except SystemExit as end:
+                status = int(end.code or 0)
+        return status, out.getvalue()
+
+    def json(self, *words: str) -> dict[str, list[dict[str, Any]]]:
+        kinds: dict[str, list[dict[str, Any]]] = {"machine": [], "run": [], "dump": [], "group": [], "problem": []}
+        for line in self.triage("--json", *words)[1].splitlines():
+            record = json.loads(line)
+            kinds[record.pop("kind")].append(record)
+        return kinds
+
+    def test_the_cause_is_named(self) -> None:
+        status, text = self.triage(self.machine("one", wsc_log=REFUSED + UNTRUSTED))
+        self.assertEqual(0, status)
+        for expected in ("2 failed", "/state:ON", "correct “ON” in the command line", "untrusted parent process", "does not trust process 384"):
+            self.assertIn(expected, text)
+
+    def test_statuses(self) -> None:
+        log = self.machine("log", wsc_log=REFUSED)
+        bad = self.folder / "bad.zip"
+        bad.write_bytes(b"no zip")
+        good = self.folder / "good.zip"
+        with zipfile.ZipFile(good, "w") as archive:
+            archive.writestr("a/wsc.log", REFUSED)
+        for status, words, expected in (
+                (0, [log], "to_prod_state"), (0, [str(good)], "to_prod_state"),
+                (1, [self.machine("empty")], "neither a log nor a dump"), (1, [str(self.folder / "missing")], "missing"),
+                (1, [str(bad), log], "bad.zip"), (1, [self.machine("junk", wsc_log=b"junk\n" * 3)], "none of its 3 lines"),
+                (1, [self.machine("dump", a_mdmp=b"MDMP", wsc_log=REFUSED)], "a.mdmp"),
+                (1, [self.machine("unknown", wsc_log=lines(8, BEGIN, "wsc: a new text"))], "a new text"),
+                (2, [], "usage"), (2, ["--nonsense", log], "usage"), (2, ["--line-format", "{text}", log], "lacks {year}"),
+                (2, ["--symbols", "/nowhere.zip", log], "/nowhere.zip")):
+            with self.subTest(words):
+                found, text = self.triage(*words)
+                self.assertEqual(status, found, text)
+                self.assertIn(expected, text)
+
+    def test_json_is_as_documented(self) -> None:
+        kinds = self.json(self.machine("one", wsc_log=REFUSED), self.machine("two", wsc_log=UNTRUSTED + b"junk\n"))
+        for kind, records in kinds.items():
+            section = DOCUMENT.split(f'### `"kind": "{kind}"`')[1].split("\n#")[0]
+            fields = [name for row in re.findall(r"^\| (`.*?`) \|", section, re.M) for name in re.findall(r"`(\w+)`", row)]
+            for record in records:
+                self.assertCountEqual(fields, record)
+        self.assertEqual([2, 2, 1], [len(kinds[kind]) for kind in ("machine", "run", "problem")])
+        self.assertEqual(["machines", "runs"], [name for name in ("machines", "runs") if kinds["group"][0][name] == 1])
+
+    def test_the_documented_queries(self) -> None:
+        _, text = self.triage("--json", self.machine("one", wsc_log=REFUSED + UNTRUSTED), self.machine("two", wsc_log=REFUSED))
+        script = DOCUMENT.split("<<'END'\n")[1].split("    END\n")[0]
+        statements = [part.strip() for part in re.sub(r"^ +\..*\n", "", script, flags=re.M).split(";") if part.strip()]
+        database = sqlite3.connect(":memory:")
+        database.execute(statements[0])
+        database.executemany("INSERT INTO line VALUES (?)", [(line,) for line in text.splitlines()])
+        answers = [database.execute(statement).fetchall() for statement in statements[1:]]
+        self.assertEqual(("wrong word behind /state:", 2, 2), answers[2][0][:3])
+        self.assertEqual([("start", 9.0)], [(step, seconds) for step, seconds in answers[4] if step == "start"])
+
+    def test_nothing_reaches_the_terminal(self) -> None:
+        nasty = lines(8, BEGIN, started("\x1b]0;owned\x07 \u202e /av /enable"), "wsc: run: \x1b[2Jnew (code 0x00000001)", "wsc: \x9b31m new", END)
+        machine = self.machine("nasty\x1b[1m", wsc_log=nasty)
+        for words in ([machine], ["--json", machine]):
+            text = self.triage(*words)[1]
+            self.assertIn("owned", text)
+            self.assertNotRegex(text, "[\x00-\x09\x0b-\x1f\x7f-\x9f\u202e]")
+
+    def test_the_page_data_is_as_documented(self) -> None:
+        known = catalogue.load()
+        page, found = report_json.Page(known), groups.Groups(known)
+        options = examine.Options(LineFormat(), stacks.Symbols(), keep_lines=True)
+        examine.examine([self.machine("one", wsc_log=REFUSED)], known, options, page.take, lambda done, name: None)
+        data = json.loads(json.dumps(page.data(found, datetime.datetime(2026, 11, 23))))
+        section = DOCUMENT.split("## The page's data")[1]
+        (run,) = data["runs"]
+        for name in re.findall(r"^\| `(\w+)` \|", section, re.M):
+            self.assertIn(name, data)
+        self.assertEqual({"at", "thread", "level", "tag", "text", "id"}, set(run["lines"][0]))
+        self.assertEqual("2026-11-22T22:00:01.000", run["lines"][1]["at"])
+        self.assertTrue({*(line["id"] for line in run["lines"]), run["failure"]["id"]} <= set(data["texts"]))
+        self.assertEqual(["0x000000a0"], list(data["results"]))
+
+
+def dump(process: int, time: int) -> DumpRecord:
+    return DumpRecord("d", "", "", 0, process, time, None, None, None, [], None, {}, "crash", "", "", None, None, None, None)
+
+
+def run(process: int, begin: int, *at: int) -> Run:
+    return Run("wsc.log", process, begin * 1000, (begin + 60) * 1000, outcome=Outcome.CRASHED, dumped=[second * 1000 for second in at])
+
+
+class Matching(unittest.TestCase):
+    def test_dumps_find_their_runs(self) -> None:
+        """In whatever zone the machine was, and though process numbers come again."""
+        for minutes in (0, 60, -570, 765):
+            zone = 100_000 + minutes * 60
+            first, second, cut_off = run(8, zone, zone + 30), run(8, zone + 5000, zone + 5020, zone + 5040), run(12, zone + 300)
+            runs = {8: [first, second], 12: [cut_off]}
+            dumps = [dump(8, 105_018), dump(8, 105_039), dump(8, 100_028), dump(12, 100_350), dump(12, 180_000), dump(16, 100_000)]
+            self.assertEqual(minutes, matching.find_offset(dumps, runs))
+            pairs = matching.match(dumps, runs, minutes)
+            self.assertEqual([(dumps[0], second), (dumps[1], second), (dumps[2], first), (dumps[3], cut_off)], pairs)
+        self.assertIsNone(matching.find_offset([dump(8, 1), dump(99, 0)], runs))
+
+    def test_daylight_saving(self) -> None:
+        summer, winter = run(8, 1_007_200, 1_007_230), run(12, 9_003_600, 9_003_630)
+        runs, dumps = {8: [summer], 12: [winter]}, [dump(8, 1_000_029), dump(12, 9_000_029)]
+        offset = matching.find_offset(dumps, runs)
+        self.assertEqual([summer, winter], [found for _, found in matching.match(dumps, runs, offset or 0)])
+
+
+if __name__ == "__main__":
+    unittest.main()
