@@ -418,30 +418,27 @@ class _Reader:
 
     # Memory of the process
 
+    def _peek_some(self, address: int, most: int) -> bytes:
+        """Bytes of the process, as many as the dump has from there on."""
+        at = bisect.bisect_right(self.ranges, (address, 1 << 64, 0))
+        best = b""
+        for begin, length, place in self.ranges[max(0, at - 4):at]:  # small ones may lie within large ones
+            size = min(most, begin + length - address)
+            if size > len(best):
+                try:
+                    best = self.view.read(place + address - begin, size)
+                except BadDump:
+                    continue
+        return best
+
     def _peek(self, address: int, size: int) -> bytes | None:
         """So many bytes of the process; None when the dump does not have them all."""
-        at = bisect.bisect_right(self.ranges, (address, 1 << 64, 0))
-        for begin, length, place in self.ranges[max(0, at - 4):at][::-1]:  # small ones may lie within large ones
-            if begin <= address and address + size <= begin + length:
-                try:
-                    return self.view.read(place + address - begin, size)
-                except BadDump:
-                    return None
-        return None
+        data = self._peek_some(address, size)
+        return data if len(data) == size else None
 
     def _peek_u32(self, address: int) -> int | None:
         data = self._peek(address, 4)
         return _U32.unpack(data)[0] if data else None
-
-    def _peek_text(self, address: int, most: int) -> bytes:
-        """Bytes up to a NUL, or as many as there are."""
-        size = most
-        while size:
-            data = self._peek(address, size)
-            if data is not None:
-                return data.split(b"\0")[0]
-            size //= 2
-        return b""
 
     def _thrown(self, failure: Failure) -> Failure:
         """The type behind the throw information, and of our own errors the message where the object's memory is in the dump."""
@@ -455,7 +452,7 @@ class _Reader:
             place = self._peek_u32(base + place + step) if place is not None else None
         if place is None:
             return failure
-        name = thrown_name(self._peek_text(base + place + 8, LONGEST_TYPE).decode("utf-8", "replace"))
+        name = thrown_name(self._peek_some(base + place + 8, LONGEST_TYPE).split(b"\0")[0].decode("utf-8", "replace"))
         if not name:
             return failure
         code, message = self._carried(failure.parameters[1]) if name in ("crv::exceptions::fatal", "crv::exceptions::error") else (None, "")

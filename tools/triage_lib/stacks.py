@@ -124,7 +124,7 @@ class Symbols:
         places = image.places.get(_asked(frame)) if image else None
         if not places:
             # Of an image with symbols this is a runtime function; without them it may be anything of ours.
-            unknown = bool(image and _asked(frame) not in image.asked)
+            unknown = bool(image and (image.reason or _asked(frame) not in image.asked))
             return [Frame(name, frame.offset, "", "", 0, False, unknown)]
         last = len(places) - 1
         return [Frame(name, frame.offset, place.function, place.file, place.line, number < last,
