@@ -13,6 +13,7 @@ import signal
 import subprocess
 import sys
 
+import acceptance_kit
 import package_bom
 import pefile
 import sign_images
@@ -62,6 +63,14 @@ def archive(path, folder, moment):
                    env={**os.environ, "TZ": "UTC"}, stdout=sys.stderr)
 
 
+def text_file(name, values):
+    """A text of packaging/ with what differs from release to release, its lines ended as Windows ends them."""
+    text = (ROOT / "packaging" / name).read_text("utf-8")
+    for key, value in values.items():
+        text = text.replace(f"@{key}@", value)
+    return text.replace("\n", "\r\n").encode()
+
+
 def look_at(images, symbols):
     run = subprocess.run([ROOT / "tests/check_image.py", images, symbols], stdin=subprocess.DEVNULL, capture_output=True, check=False,
                          text=True)
@@ -72,11 +81,24 @@ def look_at(images, symbols):
 def install_text(version, bom):
     libgcc = next(part.debian for part in package_bom.PARTS if part.id == "libgcc")
     debian = package_bom.ask_debian(libgcc)
-    text = (ROOT / "packaging/INSTALL.txt").read_text("utf-8")
-    for key, value in {"PRODUCT_VERSION": version, "BOM": bom, "LIBGCC": f"  {libgcc} {debian.version},",
-                       "LIBGCC_SOURCE": f"{debian.source} {debian.source_version}"}.items():
-        text = text.replace(f"@{key}@", value)
-    return text.replace("\n", "\r\n").encode()
+    return text_file("INSTALL.txt", {"PRODUCT_VERSION": version, "BOM": bom, "LIBGCC": f"  {libgcc} {debian.version},",
+                                     "LIBGCC_SOURCE": f"{debian.source} {debian.source_version}"})
+
+
+def make_kit(build, folder, images, symbols, version):
+    wanted = [build / "tools/acceptance.exe", build / "standins/matrix.exe", build / "tests/wsc_tests.exe"]
+    for file in wanted:
+        if not file.is_file():
+            raise Refused(f"there is no {file}; build first")
+    (folder / "notices").mkdir(parents=True)
+    for name, source in {**NOTICES, **acceptance_kit.NOTICES}.items():
+        shutil.copyfile(source, folder / "notices" / name)
+    acceptance_kit.fill(build, folder, [images / image for image in IMAGES])
+    wrong = acceptance_kit.wrong_images(ROOT, folder, symbols, images)
+    if wrong:
+        raise Refused("the images of the acceptance kit are not fit to ship:\n" + wrong)
+    (folder / "README.txt").write_bytes(text_file("ACCEPTANCE.txt", {"PRODUCT_VERSION": version}))
+    acceptance_kit.list_contents(folder)
 
 
 def make(build, out, options):
@@ -108,6 +130,9 @@ def make(build, out, options):
     archive(out / f"{stem}-symbols.zip", work / "store", moment)
     contents = {str(file.relative_to(content)): file.read_bytes() for file in content.rglob("*") if file.is_file()}
     (out / f"{stem}.spdx.json").write_text(package_bom.compose(NAME, version, moment, contents, bool(options.sign)), "utf-8")
+    if options.kit:
+        make_kit(build, work / "kit", images, symbols, version)
+        archive(out / f"{stem}-acceptance.zip", work / "kit", moment)
     shutil.rmtree(work)
     sums = [f"{hashlib.sha256(file.read_bytes()).hexdigest()}  {file.name}\n" for file in sorted(out.iterdir())]
     (out / "SHA256SUMS").write_text("".join(sums), "utf-8")
@@ -117,6 +142,7 @@ def main():
     parser = argparse.ArgumentParser(description=__doc__, formatter_class=argparse.RawDescriptionHelpFormatter)
     parser.add_argument("build", type=pathlib.Path, help="the build tree")
     parser.add_argument("out", type=pathlib.Path, help="the folder that is made")
+    parser.add_argument("--kit", action="store_true", help="make the acceptance kit as well")
     sign_images.add_options(parser)
     options = parser.parse_args()
     wrong = sign_images.wrong_use(options)

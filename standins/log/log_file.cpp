@@ -56,6 +56,7 @@ DWORD LogFile::Append(const std::string& line) const {
     file = OpenToAppend(path_);
     if (!file) return GetLastError();
   }
+  SetFilePointer(file.get(), 0, nullptr, FILE_END);  // some file systems do not append by themselves
   DWORD written = 0;
   return WriteFile(file.get(), line.data(), static_cast<DWORD>(line.size()), &written, nullptr) ? 0 : GetLastError();
 }

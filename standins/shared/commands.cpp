@@ -3,6 +3,9 @@
 #include <windows.h>
 #include <shellapi.h>
 
+#include <optional>
+
+#include "base/exceptions.h"
 #include "base/format_message.h"
 #include "shared/console.h"
 
@@ -14,6 +17,19 @@ void ForEachArea(const Words&) {
   for (const Area* const area : Areas()) {
     if (area->*Step) (area->*Step)();
   }
+}
+
+// What one area fails at keeps no other from being installed.
+void Install(const Words&) {
+  std::optional<exceptions::error> failure;
+  for (const Area* const area : Areas()) {
+    try {
+      if (area->install) area->install();
+    } catch (const exceptions::error& error) {
+      if (!failure) failure = error;
+    }
+  }
+  if (failure) throw *failure;
 }
 
 void Show(const Words&) {
@@ -58,7 +74,7 @@ void Pause(const Words& words) { Sleep(NumberFrom(words[0])); }
 void Later(const Words& words) { RunLater(NumberFrom(words[0]), Words(words.begin() + 1, words.end())); }
 
 const Command kCommands[] = {
-    {L"install", L"", L"makes the stand-ins known to the machine", 0, 0, &ForEachArea<&Area::install>},
+    {L"install", L"", L"makes the stand-ins known to the machine", 0, 0, &Install},
     {L"uninstall", L"", L"takes that back", 0, 0, &ForEachArea<&Area::uninstall>},
     {L"show", L"", L"the products as Security Center knows them, and the rest of the stage", 0, 0, &Show},
     {L"journal", L"", L"the calls that the stand-ins were asked for", 0, 0, &ShowJournal},

@@ -17,6 +17,8 @@ void TestLines::End(const Lines& differences) {
             " ms)\r\n");
 }
 
+void TestLines::Skip(const std::string& reason) { PrintUtf8(reason + "\r\n[  SKIPPED ] " + name_ + " (0 ms)\r\n"); }
+
 int TestLines::EndAll() const {
   PrintUtf8(std::to_string(passed_) + " passed, " + std::to_string(failed_) + " failed\r\n");
   return failed_ ? 1 : 0;

@@ -20,7 +20,8 @@ class TestLines {
 
   void Begin(const std::string& name);
   void End(const Lines& differences);  // none: as it had to be
-  int EndAll() const;                  // 1 when something failed, else 0
+  void Skip(const std::string& reason);
+  int EndAll() const;  // 1 when something failed, else 0
 
  private:
   const std::string suite_;

@@ -1,6 +1,8 @@
 // tour.exe: shows what wsc.dll does, step by step, and checks that everything comes out as announced.
 //
 //   tour list                                  the chapters
+//   tour list --steps                          every step by the name that it has with --tests
+//   tour run [CHAPTER...] --tests              a line for each step, as a program of tests prints them; no dump is kept
 //   tour run [CHAPTER...] [--own] [--quiet] [--junit FILE] [--colour]
 //
 // Ends with 0 when all came out as announced, 1 when not or when there is nothing to tour, 2 for words that it does not understand.
@@ -15,6 +17,7 @@
 #include "shared/area.h"
 #include "shared/console.h"
 #include "shared/places.h"
+#include "shared/test_lines.h"
 #include "tour/judge.h"
 #include "tour/narrator.h"
 #include "tour/play.h"
@@ -31,12 +34,14 @@ constexpr wchar_t kUsage[] =
     L"  --own                   those that belong on no other machine\r\n"
     L"  --quiet                 a line for each chapter and for each step that differs\r\n"
     L"  --junit FILE            writes a JUnit report as well\r\n"
+    L"  --tests                 a line for each step, as a program of tests prints them\r\n"
     L"  --colour                in colour, also where no console is seen";
 
 struct Options {
   std::vector<const Chapter*> chapters;
   bool own = false;
   bool quiet = false;
+  bool tests = false;
   bool colour = false;
   std::wstring junit;
 };
@@ -61,6 +66,8 @@ Options OptionsFrom(const Words& words) {
       options.quiet = true;
     } else if (words[i] == L"--own") {
       options.own = true;
+    } else if (words[i] == L"--tests") {
+      options.tests = true;
     } else if (words[i] == L"--colour") {
       options.colour = true;
     } else if (words[i] == L"--junit") {
@@ -73,7 +80,8 @@ Options OptionsFrom(const Words& words) {
     }
   }
   for (const Chapter* const chapter : options.chapters) {
-    if (!BelongsHere(*chapter)) throw UsageError{L"the chapter '" + FromUtf8(chapter->name) + L"' needs " + Needs(*chapter)};
+    if (!BelongsHere(*chapter) && !options.tests)
+      throw UsageError{L"the chapter '" + FromUtf8(chapter->name) + L"' needs " + Needs(*chapter)};
   }
   if (options.chapters.empty()) {
     for (const Chapter& chapter : Chapters()) {
@@ -108,7 +116,46 @@ int List() {
   return 0;
 }
 
+// "chapter.2 /svc /update".
+std::string StepName(const Chapter& chapter, std::size_t number, const Step& step) {
+  return chapter.name + "." + std::to_string(number) + " " + (step.crash.empty() ? step.request : step.crash);
+}
+
+int ListSteps() {
+  for (const Chapter& chapter : Chapters()) {
+    std::size_t number = 0;
+    for (const Step& step : chapter.steps) PrintUtf8(StepName(chapter, ++number, step) + "\r\n");
+  }
+  return 0;
+}
+
+int RunAsTests(const Options& options) {
+  RequireSuite();
+  TestLines lines("tour");
+  for (const Chapter* const chapter : options.chapters) {
+    const bool belongs = BelongsHere(*chapter);
+    const Lines troubles = belongs ? PrepareMachine(*chapter) : Lines();
+    std::size_t number = 0;
+    for (const Step& step : chapter->steps) {
+      lines.Begin(StepName(*chapter, ++number, step));
+      if (!belongs) {
+        lines.Skip("it needs " + ToUtf8(Needs(*chapter)));
+        continue;
+      }
+      Lines differing;
+      for (const Difference& difference : Judge(step, troubles.empty() ? Play(step) : Outcome{.troubles = troubles})) {
+        differing.push_back(difference.what + " (- announced, + came)");
+        differing = Joined(differing, difference.text);
+      }
+      lines.End(differing);
+    }
+  }
+  if (const Lines troubles = LeaveMachineClean(); !troubles.empty()) throw exceptions::error("%s", troubles[0].c_str());
+  return lines.EndAll();
+}
+
 int Run(const Options& options) {
+  if (options.tests) return RunAsTests(options);
   RequireSuite();
   std::size_t all_steps = 0;
   for (const Chapter* const chapter : options.chapters) all_steps += chapter->steps.size();
@@ -143,6 +190,7 @@ int Run(const Options& options) {
 }
 
 int Main(const Words& words) {
+  if (words == Words{L"list", L"--steps"}) return ListSteps();
   if (!words.empty() && words[0] == L"list") {
     if (words.size() > 1) throw UsageError{L"list takes no words"};
     return List();

@@ -64,6 +64,7 @@ TEST_F(Writers, AStructuredExceptionInAWriterIsStatus1) {
 }
 
 TEST_F(Writers, InProcessEachAttemptLosesSomething) {
+  const ImportFake<decltype(GetVersion)> seven("kernel32.dll", "GetVersion", [](auto*) { return DWORD{0x1DB10106}; });
   const struct {
     const char* description;
     std::int32_t divisor;
@@ -129,6 +130,7 @@ TEST_F(Writers, InProcessTheUsualCommentNeedsNoHeap) {
 }
 
 TEST_F(Writers, WithoutAUuidNotEveryProcessDumpsItsWholeMemory) {
+  const ImportFake<decltype(GetVersion)> seven("kernel32.dll", "GetVersion", [](auto*) { return DWORD{0x1DB10106}; });
   const ImportFake<decltype(UuidCreate)> uuid("rpcrt4.dll", "UuidCreate",
                                               [](auto*, UUID*) { return RPC_STATUS{RPC_S_UUID_NO_ADDRESS}; });
   DWORD ticks = 256;

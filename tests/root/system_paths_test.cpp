@@ -94,13 +94,15 @@ TEST_F(NtPath, ConvertsByItsTableAndEndsEverySearch) {
 }
 
 TEST(KnownFolder, FallsBackForTwoFoldersAndReportsEveryFailure) {
+  wchar_t windows[MAX_PATH];
+  GetWindowsDirectoryW(windows, MAX_PATH);
   const struct {
     std::uint32_t csidl;
     HRESULT shell;
     std::wstring registry, expected;
     std::string thrown = "nothing";
   } cases[] = {
-      {0x8024, S_FALSE, L"", L"C:\\windows"},
+      {0x8024, S_FALSE, L"", windows},
       {0x8023, E_FAIL, L"", L"", "error 00000002 Unable to retrieve a path of the known folder (32803)!"},
       {0x23, S_FALSE, std::wstring(261, L'x'), std::wstring(260, L'x')},
       {0x26, E_INVALIDARG, L"", L"", "error 80070057 Unable to retrieve a path of the known folder (38)!"},
@@ -119,7 +121,9 @@ TEST(KnownFolder, FallsBackForTwoFoldersAndReportsEveryFailure) {
 }
 
 TEST(SystemLibrary, IsTakenFromTheSystemFolderOnceAndFromNowhereElse) {
-  std::wstring folder = L"C:\\windows\\system32";
+  wchar_t own[MAX_PATH];
+  GetSystemDirectoryW(own, MAX_PATH);
+  std::wstring folder = own;
   std::wstring asked;
   const test::ImportFake<decltype(GetSystemDirectoryW)> system("kernel32.dll", "GetSystemDirectoryW",
                                                                [&](auto, wchar_t* buffer, UINT size) {
@@ -136,13 +140,13 @@ TEST(SystemLibrary, IsTakenFromTheSystemFolderOnceAndFromNowhereElse) {
   EXPECT_EQ(L"", asked);
   EXPECT_EQ(nullptr, FindSystemFunction<decltype(GetTickCount)>(L"none.dll", "GetTickCount"));
   EXPECT_EQ(DWORD{ERROR_MOD_NOT_FOUND}, GetLastError());
-  EXPECT_EQ(L"C:\\windows\\system32\\none.dll", asked);
+  EXPECT_EQ(own + std::wstring(L"\\none.dll"), asked);
   for (const std::size_t length : {0, MAX_PATH, MAX_PATH - 1, MAX_PATH - 8}) {  // with the name there is no room for a NUL
     folder.assign(length, L'x');
     EXPECT_EQ(nullptr, GetSystemLibrary(L"six.dll"));
     EXPECT_EQ(length ? DWORD{ERROR_BUFFER_OVERFLOW} : DWORD{ERROR_ACCESS_DENIED}, GetLastError());
   }
-  EXPECT_EQ(L"C:\\windows\\system32\\none.dll", asked);
+  EXPECT_EQ(own + std::wstring(L"\\none.dll"), asked);
 }
 
 TEST(SystemLibrary, StaysWhenThoseWhoLoadedItFreeIt) {

@@ -27,8 +27,8 @@ class ProbedInstaller : public instup::test::Stage {
     wchar_t own[MAX_PATH];
     GetModuleFileNameW(nullptr, own, MAX_PATH);
     std::filesystem::create_directories(folder);
-    std::filesystem::copy_file(std::filesystem::path(own).replace_filename(L"installer_probe.exe"), folder + L"\\instup.exe",
-                               std::filesystem::copy_options::overwrite_existing);
+    const std::wstring probe = std::filesystem::path(own).replace_filename(L"installer_probe.exe");
+    EXPECT_TRUE(CopyFileW(probe.c_str(), (folder + L"\\instup.exe").c_str(), FALSE));
   }
 
   // setup.ini; empty: there is none.

@@ -1,0 +1,46 @@
+#include "acceptance/cannot_hold.h"
+
+#include <algorithm>
+
+#include "shared/lines.h"
+
+namespace crv::acceptance {
+namespace {
+
+struct Row {
+  Trait trait;
+  const char* tests;  // with "*" for any text
+  const char* reason;
+};
+
+constexpr char kOtherWindows[] = "a real Windows cannot be taken for another one";
+constexpr char kGuarded[] = "the system lets nobody take the place of Security Center's classes and services";
+constexpr char kNoDriver[] = "a 64-bit system loads no 32-bit driver";
+constexpr char kNoHive[] = "the system does not redirect HKEY_LOCAL_MACHINE for a process";
+constexpr char kNoCtrlRoutine[] = "the system names no function that handles Ctrl-C";
+
+// The first row that fits decides; one without a reason says that the tests hold.
+constexpr Row kRows[] = {
+    {Trait::real_xp, "tour.xp.*", nullptr},
+    {Trait::real_windows, "tour.*", kOtherWindows},
+    {Trait::guarded, "tour.*", kGuarded},
+    {Trait::real_64_bit, "matrix.CrashNow during a run", kNoDriver},
+    {Trait::real_64_bit, "matrix.a component crashes in the real host", kNoDriver},
+    {Trait::real_64_bit, "matrix.CrashNow outside of runs", kNoDriver},
+    {Trait::no_redirected_hive, "root_tests.Registry.*", kNoHive},
+    {Trait::no_redirected_hive, "instup_tests.*Test.*", kNoHive},
+    {Trait::no_ctrl_routine, "crashguard_tests.Filters.*", kNoCtrlRoutine},
+    {Trait::no_ctrl_routine, "crashguard_tests.Install.ReportsWhatTheSystemRefuses", kNoCtrlRoutine},
+};
+
+}  // namespace
+
+std::string WhyNot(const std::string& name, const std::vector<Trait>& traits) {
+  for (const Row& row : kRows) {
+    const bool applies = std::find(traits.begin(), traits.end(), row.trait) != traits.end();
+    if (applies && standins::MatchesPattern(row.tests, name)) return row.reason ? row.reason : "";
+  }
+  return {};
+}
+
+}  // namespace crv::acceptance

@@ -1,0 +1,24 @@
+// What kind of Windows this is, and what it lacks that some tests need.
+#pragma once
+
+#include <string>
+#include <vector>
+
+namespace crv::acceptance {
+
+std::string MachineText();  // "Windows 10.0.19045, 64-bit (Microsoft Windows 10 Pro)"
+
+// A property of the machine that keeps tests from holding on it.
+enum class Trait {
+  real_windows,        // no Wine: another version cannot be pretended
+  real_xp,             // as real_windows, of version 5
+  no_ctrl_routine,     // its function that handles Ctrl-C has no name
+  real_64_bit,         // a 32-bit driver cannot be loaded
+  guarded,             // the system lets nobody take the place of Security Center's classes or services
+  no_redirected_hive,  // RegOverridePredefKey does nothing
+};
+
+// Finds out by trying. `guarded` is what the staging found.
+std::vector<Trait> MachineTraits(bool guarded);
+
+}  // namespace crv::acceptance

@@ -1,0 +1,143 @@
+#include "acceptance/report.h"
+
+#include <cstdio>
+#include <iterator>
+
+#include "base/exceptions.h"
+#include "root/scoped_handle.h"
+
+namespace crv::acceptance {
+namespace {
+
+constexpr const wchar_t* kFiles[] = {L"\\report.txt", L"\\report.xml"};
+
+root::ScopedFile Open(const std::wstring& path, DWORD creation) {
+  root::ScopedFile file(CreateFileW(path.c_str(), GENERIC_WRITE, 0, nullptr, creation, 0, nullptr));
+  if (!file) throw exceptions::error(GetLastError(), L"cannot write %s", path.c_str());
+  return file;
+}
+
+void Write(const std::wstring& path, const std::string& text) {
+  const root::ScopedFile file = Open(path, CREATE_ALWAYS);
+  DWORD written = 0;
+  if (!WriteFile(file.get(), text.data(), static_cast<DWORD>(text.size()), &written, nullptr)) {
+    throw exceptions::error(GetLastError(), L"cannot write %s", path.c_str());
+  }
+}
+
+// What XML does not know, such as control characters, becomes a question mark.
+std::string Escaped(const std::string& text) {
+  std::string escaped;
+  for (const char c : text) {
+    switch (c) {
+      case '<': escaped += "&lt;"; break;
+      case '>': escaped += "&gt;"; break;
+      case '&': escaped += "&amp;"; break;
+      case '"': escaped += "&quot;"; break;
+      default: escaped += static_cast<unsigned char>(c) >= ' ' || c == '\n' || c == '\t' ? c : '?';
+    }
+  }
+  return escaped;
+}
+
+std::string Seconds(DWORD duration) {
+  char text[32];
+  std::snprintf(text, std::size(text), "%.3f", duration / 1000.0);
+  return text;
+}
+
+std::string Said(const Counts& counts) {
+  return std::to_string(counts.passed) + " passed, " + std::to_string(counts.failed) + " failed, " +
+         std::to_string(counts.skipped) + " skipped";
+}
+
+// The results by their programs, in their order.
+std::vector<std::vector<Result>> ByProgram(const std::vector<Result>& results) {
+  std::vector<std::vector<Result>> groups;
+  for (const Result& result : results) {
+    if (groups.empty() || groups.back()[0].program != result.program) groups.push_back({});
+    groups.back().push_back(result);
+  }
+  return groups;
+}
+
+std::string AsText(const Report& report) {
+  std::string text = report.machine + "\n";
+  for (const std::string& note : report.notes) text += note + "\n";
+  for (const std::vector<Result>& group : ByProgram(report.results)) {
+    text += "\n" + group[0].program + ": " + Said(Count(group)) + "\n";
+    for (const Result& result : group) {
+      static constexpr const char* kWords[] = {"passed   ", "FAILED   ", "skipped  "};
+      text += kWords[static_cast<int>(result.what)] + result.test;
+      text += result.what == Result::What::skipped ? ": " + result.text + "\n" : " (" + Seconds(result.duration) + " s)\n";
+      if (result.what != Result::What::failed) continue;
+      std::size_t begin = 0;
+      for (std::size_t end; begin < result.text.size(); begin = end + 1) {
+        end = std::min(result.text.find('\n', begin), result.text.size());
+        text += "    " + result.text.substr(begin, end - begin) + "\n";
+      }
+    }
+  }
+  text += "\n" + Said(Count(report.results)) + "\n";
+  std::string lines;  // as Windows ends them
+  for (const char c : text) lines += c == '\n' ? "\r\n" : std::string(1, c);
+  return lines;
+}
+
+std::string Case(const Result& result) {
+  std::string text = "    <testcase classname=\"" + Escaped(result.program) + "\" name=\"" + Escaped(result.test) + "\" time=\"" +
+                     Seconds(result.duration) + "\"";
+  if (result.what == Result::What::passed) return text + "/>\n";
+  if (result.what == Result::What::skipped) {
+    return text + ">\n      <skipped message=\"" + Escaped(result.text) + "\"/>\n    </testcase>\n";
+  }
+  const std::string first = result.text.substr(0, result.text.find('\n'));
+  return text + ">\n      <failure message=\"" + Escaped(first) + "\">" + Escaped(result.text) + "</failure>\n    </testcase>\n";
+}
+
+std::string Attributes(const std::vector<Result>& results) {
+  const Counts counts = Count(results);
+  return "tests=\"" + std::to_string(results.size()) + "\" failures=\"" + std::to_string(counts.failed) + "\" skipped=\"" +
+         std::to_string(counts.skipped) + "\"";
+}
+
+std::string AsJUnit(const Report& report) {
+  std::string text =
+      "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<testsuites name=\"acceptance\" " + Attributes(report.results) + ">\n";
+  for (const std::vector<Result>& group : ByProgram(report.results)) {
+    text += "  <testsuite name=\"" + Escaped(group[0].program) + "\" " + Attributes(group) + ">\n    <properties>\n" +
+            "      <property name=\"system\" value=\"" + Escaped(report.machine) + "\"/>\n";
+    for (const std::string& note : report.notes) text += "      <property name=\"note\" value=\"" + Escaped(note) + "\"/>\n";
+    text += "    </properties>\n";
+    for (const Result& result : group) text += Case(result);
+    text += "  </testsuite>\n";
+  }
+  return text + "</testsuites>\n";
+}
+
+}  // namespace
+
+Counts Count(const std::vector<Result>& results) {
+  Counts counts;
+  for (const Result& result : results) {
+    ++(result.what == Result::What::passed   ? counts.passed
+       : result.what == Result::What::failed ? counts.failed
+                                             : counts.skipped);
+  }
+  return counts;
+}
+
+void RequireWritable(const std::wstring& folder) {
+  for (const wchar_t* const file : kFiles) {
+    const bool there = GetFileAttributesW((folder + file).c_str()) != INVALID_FILE_ATTRIBUTES;
+    Open(folder + file, OPEN_ALWAYS).reset();
+    if (!there) DeleteFileW((folder + file).c_str());
+  }
+}
+
+void WriteReports(const Report& report, const std::wstring& folder) {
+  Write(folder + kFiles[0], AsText(report));
+  Write(folder + kFiles[1], AsJUnit(report));
+}
+
+}  // namespace crv::acceptance
