@@ -17,6 +17,7 @@
 #include "root/scoped_handle.h"
 #include "shared/commands.h"
 #include "shared/dump_files.h"
+#include "shared/log_tail.h"
 #include "shared/places.h"
 #include "shared/program.h"
 
@@ -110,7 +111,8 @@ Lines Records(const std::wstring& log, const std::string& process) {
     std::string date, time, number, thread, level, tag, text;
     words >> date >> time >> number >> thread >> level >> tag;
     std::getline(words >> std::ws, text);
-    if (tag == "crashguard" && (process.empty() || process == number)) records.push_back(level + " " + text);
+    if (tag == "crashguard" && !IsOfSystemsAge(text) && (process.empty() || process == number))
+      records.push_back(level + " " + text);
   }
   return records;
 }

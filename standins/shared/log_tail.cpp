@@ -45,4 +45,9 @@ std::string LogTail::Read() const {
   return text + ReadFrom(file, 0);
 }
 
+bool IsOfSystemsAge(const std::string& text) {
+  static const bool has_name = GetProcAddress(GetModuleHandleW(L"kernel32.dll"), "CtrlRoutine") != nullptr;
+  return !has_name && text.ends_with("Failed to get address of CtrlRoutine");
+}
+
 }  // namespace crv::standins

@@ -28,4 +28,8 @@ class LogTail {
   const std::optional<Mark> before_;
 };
 
+// The crash guard's record of a system whose function that handles Ctrl-C has no name, on such a system: whether `text` is it. No
+// scenario announces it.
+bool IsOfSystemsAge(const std::string& text);
+
 }  // namespace crv::standins

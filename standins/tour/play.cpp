@@ -35,6 +35,7 @@ Lines LogLines(const std::string& text) {
   Lines lines;
   std::istringstream stream(text);
   for (std::string line; std::getline(stream, line);) lines.push_back(WithoutStamp(line));
+  std::erase_if(lines, &IsOfSystemsAge);
   return lines;
 }
 

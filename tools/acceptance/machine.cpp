@@ -1,6 +1,7 @@
 #include "acceptance/machine.h"
 
 #include <windows.h>
+#include <shlobj.h>
 
 #include <cstdio>
 #include <iterator>
@@ -37,20 +38,17 @@ std::string ProductName() {
   return ToUtf8(whole.substr(0, whole.find(L'\0')));
 }
 
-// Whether what is written below HKEY_LOCAL_MACHINE arrives in another key when it is told to.
-bool HiveCanBeRedirected() {
+bool FindsFoldersInHive() {
   constexpr wchar_t kPlace[] = L"Software\\Corvid Tests";
-  root::ScopedRegistryKey place, seen;
-  bool redirected = false;
-  if (RegCreateKeyExW(HKEY_CURRENT_USER, kPlace, 0, nullptr, 0, KEY_ALL_ACCESS, nullptr, place.put(), nullptr) != ERROR_SUCCESS)
+  root::ScopedRegistryKey empty;
+  wchar_t folder[MAX_PATH] = {};
+  if (RegCreateKeyExW(HKEY_CURRENT_USER, kPlace, 0, nullptr, 0, KEY_ALL_ACCESS, nullptr, empty.put(), nullptr) != ERROR_SUCCESS ||
+      RegOverridePredefKey(HKEY_LOCAL_MACHINE, empty.get()) != ERROR_SUCCESS) {
     return false;
-  if (RegOverridePredefKey(HKEY_LOCAL_MACHINE, place.get()) == ERROR_SUCCESS) {
-    redirected = RegCreateKeyExW(HKEY_LOCAL_MACHINE, L"Probe", 0, nullptr, 0, KEY_ALL_ACCESS, nullptr, seen.put(), nullptr) ==
-                 ERROR_SUCCESS;
-    RegOverridePredefKey(HKEY_LOCAL_MACHINE, nullptr);
   }
-  seen.reset();
-  return RegDeleteKeyW(place.get(), L"Probe") == ERROR_SUCCESS && redirected;
+  const HRESULT found = SHGetFolderPathW(nullptr, CSIDL_COMMON_APPDATA, nullptr, SHGFP_TYPE_CURRENT, folder);
+  RegOverridePredefKey(HKEY_LOCAL_MACHINE, nullptr);
+  return found != S_OK;
 }
 
 }  // namespace
@@ -72,7 +70,8 @@ std::vector<Trait> MachineTraits(bool guarded) {
   if (!WineVersion() && root::OsVersionRecord().dwMajorVersion == 5) traits.push_back(Trait::real_xp);
   if (!GetProcAddress(GetModuleHandleW(L"kernel32.dll"), "CtrlRoutine")) traits.push_back(Trait::no_ctrl_routine);
   if (guarded) traits.push_back(Trait::guarded);
-  if (!HiveCanBeRedirected()) traits.push_back(Trait::no_redirected_hive);
+  if (ProductName() == "ReactOS") traits.push_back(Trait::reactos);
+  if (FindsFoldersInHive()) traits.push_back(Trait::folders_from_hive);
   return traits;
 }
 
