@@ -1,5 +1,6 @@
 """Logs are cut into runs, whatever happened to them."""
 import io
+import random
 import unittest
 
 from triage_lib import catalogue, request
@@ -134,6 +135,17 @@ class Cutting(unittest.TestCase):
         self.assertEqual(5001, len(runs))  # the one of process 8 is over when there are too many
         endless = max(runs, key=lambda run: run.line_count)
         self.assertEqual((5000, 4700), (endless.line_count, endless.left_out))
+
+    def test_damage_anywhere(self) -> None:
+        """Whatever bytes are changed, cut out or doubled, there are runs, and no exception."""
+        chance = random.Random(1)
+        log = lines(8, BEGIN, started("/svc /update /antivirus /state:ON"), dumped("e06d7363"), "wsc: run: to_prod_state ON (code 0x000000a0)", END)
+        for _ in range(2000):
+            begin, end = sorted(chance.choices(range(len(log)), k=2))
+            piece = chance.choice([b"", log[begin:end] * 2, bytes(chance.choices(range(256), k=end - begin))])
+            damaged = log[:begin] + piece + log[end:]
+            _, cutter = cut(damaged)
+            self.assertLessEqual(cutter.lines, damaged.count(b"\n") + 1)
 
     def test_line_formats(self) -> None:
         other = LineFormat("[{day}.{month}.{year} {hour}:{minute}:{second}] <{tag}> {process}: {text}")

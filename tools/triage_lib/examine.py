@@ -1,7 +1,6 @@
 """Examines what machines sent: reads dumps and logs, finds what belongs together, and hands everything on piece by piece."""
 from __future__ import annotations
 
-import collections
 import dataclasses
 import posixpath
 import re
@@ -13,7 +12,8 @@ from .log import LineFormat, RunCutter, is_log, log_order
 from .model import DumpRecord, MachineRecord, Outcome, Problem, Run
 
 MOST_DUMPS = 1000        # of one machine
-MOST_HELD = 20_000       # runs of one machine that wait for their dumps
+MOST_HELD = 5000         # runs of one machine that wait for their dumps ...
+MOST_ALIKE = 200         # ... and of one process number
 MOST_UNKNOWN = 10        # texts that are named as problems
 
 Record = MachineRecord | Run | DumpRecord | Problem
@@ -50,8 +50,8 @@ class _Machine:
         self._take = take
         self._record = MachineRecord(machine.name)
         self._dumps: list[DumpRecord] = []
-        self._processes: set[int | None] = set()
-        self._held: list[Run] = []
+        self._held: dict[int | None, list[Run]] = {}  # runs that may have a dump, by the process
+        self._held_count = 0
         self._windows: str | None = None  # of the whole machine, when its dumps agree
         self._version: str | None = None
 
@@ -62,8 +62,9 @@ class _Machine:
         if not self._record.logs and not self._record.dumps and not self._machine.problems:
             self._problem(None, "there is neither a log nor a dump in it")
         self._match()
-        for run in self._held:
-            self._take(run)
+        for runs in self._held.values():
+            for run in runs:
+                self._take(run)
         for dump in self._dumps:
             self._take(dump)
         for problem in self._machine.problems:
@@ -87,7 +88,7 @@ class _Machine:
             for trouble in troubles:
                 self._problem(file.path, trouble)
             self._dumps.append(dump)
-        self._processes = {dump.process for dump in self._dumps}
+        self._held = {dump.process: [] for dump in self._dumps}
         windows = {dump.windows for dump in self._dumps if dump.windows}
         versions = {dump.version for dump in self._dumps if dump.version}
         self._windows = windows.pop() if len(windows) == 1 else None
@@ -123,20 +124,19 @@ class _Machine:
         run.machine = self._machine.name
         run.windows, run.version = self._windows, self._version
         returned = run.outcome in (Outcome.SUCCEEDED, Outcome.FAILED)
-        if run.process in self._processes and (run.dumped or not returned) and len(self._held) < MOST_HELD:
-            self._held.append(run)
-        else:
+        alike = self._held.get(run.process)
+        if alike is None or (returned and not run.dumped) or len(alike) >= MOST_ALIKE or self._held_count >= MOST_HELD:
             self._take(run)
+        else:
+            alike.append(run)
+            self._held_count += 1
 
     def _match(self) -> None:
-        runs: dict[int, list[Run]] = collections.defaultdict(list)
-        for run in self._held:
-            runs[run.process].append(run)
-        offset = matching.find_offset(self._dumps, runs)
+        offset = matching.find_offset(self._dumps, self._held)
         self._record.utc_offset = offset
         if offset is None:
             return
-        for dump, run in matching.match(self._dumps, runs, offset):
+        for dump, run in matching.match(self._dumps, self._held, offset):
             dump.run = run.id
             run.dumps.append(dump.id)
             run.windows = dump.windows or run.windows

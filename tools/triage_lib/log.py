@@ -11,11 +11,13 @@ from . import request
 from .catalogue import Catalogue, Entry, Match, filled, plain
 from .model import Cause, Failure, LogLine, Outcome, Run
 
-LONGEST_LINE = 1 << 16       # bytes; of a longer one the beginning is read
+LONGEST_LINE = 1 << 14       # bytes; of a longer one the beginning is read
 MOST_OPEN_RUNS = 1000        # of one log; the oldest is then taken for over
 MOST_ENDED_RUNS = 64         # that may still get a line behind their end
 MOST_KEPT = 16 << 20         # characters of lines of runs that are not over
 KEPT_AT_BEGIN, KEPT_AT_END = 100, 200   # lines of a run
+MOST_NESTED = 16             # failures that one is made of; the log library prints no more
+MOST_DUMPED = 16             # dumps of one run
 MOST_UNKNOWN = 100           # texts that the catalogue lacks
 CLOCK_JITTER = 1000          # ms; lines of two processes may stand in the other order
 
@@ -176,7 +178,7 @@ def read_causes(catalogue: Catalogue, text: str) -> list[Cause]:
     whole = _cause(catalogue, text)
     if " <- " not in text or whole.id:
         return [whole]
-    return [_cause(catalogue, part) for part in text.split(" <- ")]
+    return [_cause(catalogue, part) for part in text.split(" <- ", MOST_NESTED)]
 
 
 def _cause(catalogue: Catalogue, text: str) -> Cause:
@@ -343,7 +345,8 @@ class RunCutter:
         elif entry.role == "begin":
             open_run.begun.add(entry.text)
         elif entry.role == "dumped":
-            run.dumped.append(at)
+            if len(run.dumped) < MOST_DUMPED:
+                run.dumped.append(at)
             code = int(match.values[0][-8:], 16)
             if open_run.crashed or code != THROWN:
                 if not open_run.crashed:

@@ -2,6 +2,7 @@
 from __future__ import annotations
 
 import collections
+from collections.abc import Mapping
 
 from .model import DumpRecord, Run
 
@@ -17,7 +18,7 @@ def _distance(run: Run, local: int) -> int:
     return max(run.begin - local, local - run.end - LONGEST_WRITE, 0)
 
 
-def find_offset(dumps: list[DumpRecord], runs: dict[int, list[Run]]) -> int | None:
+def find_offset(dumps: list[DumpRecord], runs: Mapping[int | None, list[Run]]) -> int | None:
     """Minutes by which the machine's clock is ahead of UTC: what explains the most dumps. None when nothing does."""
     votes: collections.Counter[int] = collections.Counter()
     for dump in dumps:
@@ -36,7 +37,7 @@ def find_offset(dumps: list[DumpRecord], runs: dict[int, list[Run]]) -> int | No
     return best * QUARTER // 60_000
 
 
-def match(dumps: list[DumpRecord], runs: dict[int, list[Run]], offset: int) -> list[tuple[DumpRecord, Run]]:
+def match(dumps: list[DumpRecord], runs: Mapping[int | None, list[Run]], offset: int) -> list[tuple[DumpRecord, Run]]:
     """Each dump with its run, when there is one. An hour more or less is daylight saving."""
     pairs = []
     for dump in dumps:

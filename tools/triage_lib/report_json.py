@@ -16,7 +16,8 @@ Json = dict[str, Any]
 
 MOST_RUNS = 1500           # of the page: as many that did not succeed, and as many that did, the latest
 MOST_DUMPS = 3000
-MOST_CHARACTERS = 20 << 20  # of the lines of runs in the page
+MOST_PROBLEMS = 3000
+MOST_CHARACTERS = 20 << 20  # of the texts of the runs in the page
 
 
 def _hex(number: int | None) -> str | None:
@@ -114,16 +115,21 @@ def _line_json(line: LogLine) -> Json:
     return {"at": moment(line.at), "thread": line.thread, "level": line.level, "tag": line.tag, "text": line.text, "id": line.id}
 
 
+def _size(run: Run) -> int:
+    """Characters of its texts; those of the command line come back in what is said of it."""
+    return sum(len(line.text) for line in run.lines) + 4 * len(run.command_line or "")
+
+
 class Page:
     """Collects what the page shows: of very much the latest, and of the runs that did not succeed before all others."""
 
     def __init__(self, catalogue: Catalogue) -> None:
         self._catalogue = catalogue
-        self._runs: dict[bool, collections.deque[Run]] = {succeeded: collections.deque(maxlen=MOST_RUNS) for succeeded in (False, True)}
+        self._runs: dict[bool, collections.deque[Run]] = {succeeded: collections.deque() for succeeded in (False, True)}
         self._dumps: list[DumpRecord] = []
         self._machines: list[MachineRecord] = []
         self._problems: list[Problem] = []
-        self._left_out = {"runs": 0, "dumps": 0}
+        self._left_out = {"runs": 0, "dumps": 0, "problems": 0}
         self._characters = 0
 
     def take(self, record: Record) -> None:
@@ -132,7 +138,10 @@ class Page:
         elif isinstance(record, MachineRecord):
             self._machines.append(record)
         elif isinstance(record, Problem):
-            self._problems.append(record)
+            if len(self._problems) < MOST_PROBLEMS:
+                self._problems.append(record)
+            else:
+                self._left_out["problems"] += 1
         elif len(self._dumps) < MOST_DUMPS:
             self._dumps.append(record)
         else:
@@ -140,14 +149,11 @@ class Page:
 
     def _take_run(self, run: Run) -> None:
         runs = self._runs[run.outcome is Outcome.SUCCEEDED]
-        if len(runs) == MOST_RUNS:
-            self._left_out["runs"] += 1
-            self._characters -= sum(len(line.text) for line in runs[0].lines)
-        characters = sum(len(line.text) for line in run.lines)
-        if self._characters + characters > MOST_CHARACTERS:
-            run.left_out, run.lines, characters = run.line_count, [], 0
-        self._characters += characters
         runs.append(run)
+        self._characters += _size(run)
+        while len(runs) > MOST_RUNS or (self._characters > MOST_CHARACTERS and runs):
+            self._characters -= _size(runs.popleft())
+            self._left_out["runs"] += 1
 
     def _texts(self, ids: Iterable[str]) -> dict[str, Json]:
         entries = {entry.id: entry for entry in self._catalogue.entries}
