@@ -242,6 +242,12 @@ class WriterTest(unittest.TestCase):
         called_null = Writer().module("a").exception(0xC0000005, 0).memory((STACK, struct.pack("<III", CODE + 8, 0, CODE + 9))).bytes()
         self.assertEqual([frame.offset for frame in minidump.read(called_null).stack][:2], [0, 8])
 
+    def test_memory_is_found_in_ranges_that_overlap_and_adjoin(self):
+        frames = b"".join(struct.pack("<IIII", STACK + 16 * number + 16, CODE + number, 0, 0) for number in range(32))
+        ranges = [(STACK, frames[:300]), (STACK + 300, frames[300:]), *((STACK + 5 * number, frames[5 * number:][:4]) for number in range(80))]
+        dump = minidump.read(Writer().module("a").exception(0xC0000005, CODE).memory(*ranges).bytes())
+        self.assertEqual([frame.offset for frame in dump.stack], [0, *range(32)])
+
     def test_texts_cannot_steer_a_terminal(self):
         dump = minidump.read(Writer().module("C:\\x\\\x1b[2J\u202e.dll").stream(11, "a\x1b]0;b\x07".encode("utf-16-le") + b"\0\xd8").bytes())
         self.assertFalse(re.search("[\x1b\x07\u202e\ud800]", dump.comment + dump.modules[0].path))

@@ -244,7 +244,7 @@ _X86_CONTEXT = 0x10000
 class _Reader:
     def __init__(self, view: _View) -> None:
         self.view = view
-        self.ranges: list[tuple[int, int, int]] = []  # begin, size, place; by the beginning
+        self.ranges: list[tuple[int, int, int]] = []  # of memory: begin, size, place
         signature, version, _, count, directory, _, time, kind = self._header()
         if signature != b"MDMP" or version != 0xA793:
             raise BadDump("is no minidump")
@@ -277,7 +277,7 @@ class _Reader:
         self._part(_THREADS, "the threads", self._threads, wanted=True)
         self._part(_MEMORY, "the memory", self._memory)
         self._part(_MEMORY64, "the memory", self._memory64)
-        self.ranges.sort()
+        self._arrange()
         self._part(_EXCEPTION_STREAM, "the exception", self._exception)
         if not (dump.modules or dump.threads or dump.exception):
             raise BadDump("has neither threads nor modules nor an exception: " + (", ".join(dump.problems) or "it has none"))
@@ -418,18 +418,30 @@ class _Reader:
 
     # Memory of the process
 
+    def _arrange(self) -> None:
+        """Sorts the ranges, and cuts them so that none overlaps another or goes beyond the file."""
+        arranged = []
+        end = 0
+        for begin, size, place in sorted(self.ranges, key=lambda memory: (memory[0], -memory[1])):
+            size = min(size, self.view.size - place)
+            cut = max(0, end - begin)
+            if size > cut:
+                arranged.append((begin + cut, size - cut, place + cut))
+                end = begin + size
+        self.ranges = arranged
+
     def _peek_some(self, address: int, most: int) -> bytes:
         """Bytes of the process, as many as the dump has from there on."""
-        at = bisect.bisect_right(self.ranges, (address, 1 << 64, 0))
-        best = b""
-        for begin, length, place in self.ranges[max(0, at - 4):at]:  # small ones may lie within large ones
-            size = min(most, begin + length - address)
-            if size > len(best):
-                try:
-                    best = self.view.read(place + address - begin, size)
-                except BadDump:
-                    continue
-        return best
+        data = b""
+        at = bisect.bisect_right(self.ranges, (address, 1 << 64, 0)) - 1
+        while 0 <= at < len(self.ranges) and len(data) < most:
+            begin, size, place = self.ranges[at]
+            skipped = address + len(data) - begin
+            if not 0 <= skipped < size:
+                break
+            data += self.view.read(place + skipped, min(most - len(data), size - skipped))
+            at += 1
+        return data
 
     def _peek(self, address: int, size: int) -> bytes | None:
         """So many bytes of the process; None when the dump does not have them all."""
