@@ -4,8 +4,9 @@ import random
 import unittest
 
 from triage_lib import catalogue, request
-from triage_lib.log import BadFormat, LineFormat, RunCutter, is_log, log_order
+from triage_lib.log import BadFormat, LineFormat, is_log, log_order
 from triage_lib.model import Outcome, Run
+from triage_lib.runs import RunCutter
 
 CATALOGUE = catalogue.load()
 BEGIN = "crashguard: CrashGuard global exception handler installed"

@@ -58,7 +58,7 @@ def run(arguments: argparse.Namespace) -> int:
     symbols = stacks.Symbols(own_stores() if arguments.symbols is None else arguments.symbols)
     options = Options(LineFormat(arguments.line_format), symbols)
     groups = Groups(known)
-    out = report_json.Lines(sys.stdout) if arguments.json else report_text.Summary(sys.stdout, arguments.all)
+    out = report_json.Lines(sys.stdout) if arguments.json else report_text.Summary(sys.stdout, known, arguments.all)
     problems = 0
 
     def take(record: Record) -> None:

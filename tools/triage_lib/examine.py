@@ -8,8 +8,9 @@ from collections.abc import Callable, Iterable
 
 from . import archive, dump_record, matching, stacks
 from .catalogue import Catalogue
-from .log import LineFormat, RunCutter, is_log, log_order
+from .log import LineFormat, is_log, log_order
 from .model import DumpRecord, MachineRecord, Outcome, Problem, Run
+from .runs import RunCutter
 
 MOST_DUMPS = 1000        # of one machine
 MOST_HELD = 5000         # runs of one machine that wait for their dumps ...

@@ -6,6 +6,7 @@ import textwrap
 from collections.abc import Iterator
 from typing import TextIO
 
+from .catalogue import Catalogue, plain
 from .dump_record import frame_place
 from .examine import Record
 from .groups import Group, Groups
@@ -50,9 +51,9 @@ def dump_lines(dump: DumpRecord) -> Iterator[str]:
     yield from _labelled("", dump.stack_note or "")
 
 
-def run_lines(run: Run, dumps: dict[str, DumpRecord]) -> Iterator[str]:
+def run_lines(run: Run, dumps: dict[str, DumpRecord], meanings: dict[str, str]) -> Iterator[str]:
     result = f" {code_text(run.result)}" if run.result is not None else ""
-    cut = " (its beginning is missing)" * run.begin_cut + " (the log ends)" * run.end_cut
+    cut = " (its beginning is missing)" * run.begin_cut + " (the log ends)" * run.end_cut + " (the clock was set back)" * run.clock_back
     yield f"  {(moment(run.begin) or '?').replace('T', ' ')}  process {run.process}  {visible(run.machine)}"
     yield f"    {run.outcome.value.upper().replace('-', ' ')}{result} after {duration(run.milliseconds)}{cut}"
     if run.command_line is not None:
@@ -67,6 +68,8 @@ def run_lines(run: Run, dumps: dict[str, DumpRecord]) -> Iterator[str]:
         yield from _labelled("do", run.failure.remedy)
     for cause in run.causes[1:]:
         yield from _labelled("because", cause.text + (f" ({code_text(cause.code)})" if cause.code is not None else ""))
+    for fault in run.faults:
+        yield from _labelled("also", meanings.get(fault, fault))
     if run.result_meaning and run.outcome is Outcome.FAILED:
         yield from _labelled("result", run.result_meaning)
     yield from _labelled("time", ", ".join(f"{step} {duration(passed)}" for step, passed in run.steps.items()))
@@ -88,9 +91,10 @@ def group_lines(group: Group) -> Iterator[str]:
 
 
 class Summary:
-    """Counts everything, and keeps the first runs that did not succeed to show them one by one."""
+    """Counts everything, and keeps the first runs that went wrong to show them one by one."""
 
-    def __init__(self, out: TextIO, show_all: bool = False) -> None:
+    def __init__(self, out: TextIO, catalogue: Catalogue, show_all: bool = False) -> None:
+        self._meanings = {entry.id: f"{entry.shown}: {plain(entry.meaning)}" for entry in catalogue.entries}
         self._out = out
         self._show_all = show_all
         self._outcomes = dict.fromkeys(Outcome, 0)
@@ -108,7 +112,7 @@ class Summary:
     def take(self, record: Record) -> None:
         if isinstance(record, Run):
             self._outcomes[record.outcome] += 1
-            if record.outcome is Outcome.SUCCEEDED and not self._show_all:
+            if record.outcome is Outcome.SUCCEEDED and not record.faults and not self._show_all:
                 return
             if len(self._runs) < MOST_RUNS or self._show_all:
                 self._runs.append(record)
@@ -163,10 +167,10 @@ class Summary:
     def _run_chapter(self) -> Iterator[str]:
         if not self._runs:
             return
-        yield from ("", "=== All runs" if self._show_all else "=== The runs that did not succeed")
+        yield from ("", "=== All runs" if self._show_all else "=== The runs that did not succeed, or logged a fault")
         for run in sorted(self._runs, key=lambda run: (run.machine, run.begin)):
             yield ""
-            yield from run_lines(run, self._dumps)
+            yield from run_lines(run, self._dumps, self._meanings)
         if self._left_out:
             yield from ("", f"  and {self._left_out:,} more; --all shows every run, --json and --html have them, too")
 
