@@ -49,9 +49,14 @@ class ArchiveTest(unittest.TestCase):
         with zipfile.ZipFile(self.zip, "w") as file, file.open("wsc.log", "w", force_zip64=True) as entry:
             entry.write(LOG)
         self.assertEqual(self.read(b"MZ" * 500 + self.zip.read_bytes()), ({"wsc.log": LOG}, {}))
-        data = self.zip.read_bytes()
+        data = bytearray(self.zip.read_bytes())
         end = data.rfind(b"PK\5\6")
         size, place = struct.unpack_from("<II", data, end + 12)
+        entry = data.find(b"PK\1\2")
+        packed, unpacked = struct.unpack_from("<II", data, entry + 20)
+        data[entry + 20:entry + 28], data[entry + 30:entry + 32] = b"\xff" * 8, b"\x18\0"
+        data[end:end] = struct.pack("<HHHHQQ", 0x7777, 0, 1, 16, unpacked, packed)  # behind another record
+        size, end = size + 24, end + 24
         large = struct.pack("<4sQ2H2I4Q", b"PK\6\6", 44, 45, 45, 0, 0, 1, 1, size, place) + struct.pack("<4sIQI", b"PK\6\7", 0, end, 1)
         ends = b"PK\5\6" + bytes(4) + b"\xff" * 12 + bytes(2)
         self.assertEqual(self.read(data[:end] + large + ends), ({"wsc.log": LOG}, {}))

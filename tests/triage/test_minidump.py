@@ -198,7 +198,8 @@ class HarmTest(unittest.TestCase):
             minidump.read(b"")
         self.assertRaises(minidump.BadDump, minidump.read, b"PK\3\4" * 100)
         half = minidump.read(data[:len(data) // 2])
-        self.assertTrue(half.modules and half.problems)
+        self.assertTrue(half.modules and half.problems and half.failed)
+        self.assertIn("cannot be read", signature.of(half, []))
 
     def test_numbers_that_the_file_does_not_back_up(self):
         data = Writer().system().module("C:\\a.dll").exception(0xC0000005, CODE).bytes()

@@ -16,7 +16,7 @@ def _frames(stack: stacks.Stack) -> list[StackFrame]:
 def _cause(dump: minidump.Dump) -> str:
     if dump.at_throw:
         return "fatal-error"
-    return "crash" if dump.exception else "asked"
+    return "crash" if dump.failed else "asked"
 
 
 def frame_place(frame: StackFrame) -> str:
@@ -34,7 +34,7 @@ def _title(dump: minidump.Dump, frames: list[StackFrame]) -> str:
     at = frame_place(ours) if ours else ""
     if exception and exception.thrown_type:
         return f"{exception.thrown_type} thrown" + (f" in {at}" if at else "")
-    what = exception.name if exception else "no exception"
+    what = exception.name if exception else "an exception that cannot be read" if dump.failed else "no exception"
     if dump.module is None or (ours and not ours.function and ours.module == dump.module.name):
         return what + (f" in {at}" if at else "")
     between = ": " if ours and ours.module == dump.module.name else ", called by "

@@ -108,6 +108,7 @@ class Dump:
     process_id: int | None = None
     process_created: int | None = None    # seconds since 1970, UTC
     whole_memory: bool = False
+    failed: bool = False                  # it was written for an exception, even if that cannot be read
     exception: Failure | None = None
     module: Module | None = None          # where the exception happened
     offset: int | None = None             # in that module; the address itself when it lies in none
@@ -257,7 +258,7 @@ class _Reader:
         self.streams: dict[int, tuple[int, int]] = {}
         for stream, size, place in entries:
             self.streams.setdefault(stream, (place, size))
-        self.dump = Dump(time, whole_memory=bool(kind & _WHOLE_MEMORY))
+        self.dump = Dump(time, whole_memory=bool(kind & _WHOLE_MEMORY), failed=_EXCEPTION_STREAM in self.streams)
 
     def _header(self) -> tuple:
         if not self.view.size:

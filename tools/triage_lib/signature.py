@@ -17,7 +17,7 @@ def of(dump: Dump, frames: Iterable[Frame]) -> str:
     distinct = (name for name, _ in itertools.groupby(names))  # a recursion is one
     where = " < ".join(itertools.islice(distinct, FUNCTIONS))
     exception = dump.exception
-    what = exception.name if exception else "no exception"
+    what = exception.name if exception else "an exception that cannot be read" if dump.failed else "no exception"
     if exception and exception.thrown_type:
         what = f"thrown {exception.thrown_type}"
     if not where:
