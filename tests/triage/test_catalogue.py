@@ -56,7 +56,8 @@ class Recognising(unittest.TestCase):
                 match = known.error(said) if entry.kind in ("error", "system") else known.line(entry.tag, said + ": x" * (entry.kind == "context"))
                 with self.subTest(said):
                     self.assertEqual(entry.id, match.entry.id if match else None)
-        self.assertIsNone(known.line("wsc", "wsc pending: x"))
+        for text in ("wsc pending: x", "wsc pending: 1 2", "Upgrading AV. ", "runs: bad action"):
+            self.assertIsNone(known.line("wsc", text))
         self.assertIsNone(known.error("bad action "))
 
 

@@ -95,6 +95,7 @@ class Cutting(unittest.TestCase):
         twice = "crashguard: Attempting to install crashguard twice, ignored."
         runs, _ = cut(killed + lines(8, BEGIN, started("/av /upgrade"), twice, started("/fw /enable"), END, at=9))
         self.assertEqual([Outcome.DID_NOT_RETURN, Outcome.SUCCEEDED, Outcome.SUCCEEDED], [run.outcome for run in runs])
+        self.assertEqual(3, len(cut(lines(8, BEGIN, CRASH) * 3)[0]))  # crashed before any request
         self.assertIn("crvData.dll", runs[0].failure.meaning)
         self.assertFalse(runs[0].end_cut)
 

@@ -76,14 +76,15 @@ class Reports(unittest.TestCase):
                 self.assertIn(expected, text)
 
     def test_json_is_as_documented(self) -> None:
-        kinds = self.json(self.machine("one", wsc_log=REFUSED), self.machine("two", wsc_log=UNTRUSTED + b"junk\n"))
+        kinds = self.json(self.machine("one", wsc_log=REFUSED), self.machine("two", wsc_log=UNTRUSTED + b"junk\n" + REFUSED))
         for kind, records in kinds.items():
             section = DOCUMENT.split(f'### `"kind": "{kind}"`')[1].split("\n#")[0]
             fields = [name for row in re.findall(r"^\| (`.*?`) \|", section, re.M) for name in re.findall(r"`(\w+)`", row)]
             for record in records:
                 self.assertCountEqual(fields, record)
-        self.assertEqual([2, 2, 1], [len(kinds[kind]) for kind in ("machine", "run", "problem")])
-        self.assertEqual(["machines", "runs"], [name for name in ("machines", "runs") if kinds["group"][0][name] == 1])
+        self.assertEqual([2, 3, 1, 2], [len(kinds[kind]) for kind in ("machine", "run", "problem", "group")])
+        self.assertEqual([(2, 2), (1, 1)], [(group["machines"], group["runs"]) for group in kinds["group"]])
+        self.assertEqual(("2026-11-22T22:00:00.000", 3.0), (kinds["run"][0]["begin"], kinds["run"][0]["seconds"]))
 
     def test_the_documented_queries(self) -> None:
         _, text = self.triage("--json", self.machine("one", wsc_log=REFUSED + UNTRUSTED), self.machine("two", wsc_log=REFUSED))

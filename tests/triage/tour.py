@@ -29,9 +29,11 @@ def wrong_run(run: Record) -> Iterator[str]:
         yield "does not say what is wrong in the request"
 
 
-def wrong_dump(dump: Record, places: dict[str, str]) -> Iterator[str]:
+def wrong_dump(dump: Record, places: dict[str, str], outcomes: dict[str, str]) -> Iterator[str]:
     if dump["run"] is None:
         yield "belongs to no run"
+    elif (dump["cause"] == "crash") != (outcomes[dump["run"]] == "crashed"):
+        yield f"is called a {dump['cause']}, and its run {outcomes[dump['run']]}"
     if not dump["symbols"] or not all(image["matches"] for image in dump["symbols"]):
         yield f"lacks symbols: {dump['stack_note']}"
     own = [f"{frame['function']} at {frame['file']}:{frame['line']}" for frame in dump["stack"] if frame["ours"]]
@@ -49,6 +51,7 @@ def main() -> int:
     records = [json.loads(line) for line in out.splitlines()]
     rows = [line.split("\t") for line in (folder / "dumps.tsv").read_text(encoding="utf-8").splitlines()]
     places = {name: place for name, _, place, _ in rows}
+    outcomes = {record["id"]: record["outcome"] for record in records if record["kind"] == "run"}
     passed = failed = 0
     for record in records:
         if record["kind"] == "problem":
@@ -56,7 +59,7 @@ def main() -> int:
         elif record["kind"] == "run":
             found = list(wrong_run(record))
         elif record["kind"] == "dump":
-            found = list(wrong_dump(record, places))
+            found = list(wrong_dump(record, places, outcomes))
         else:
             continue
         for difference in found:
