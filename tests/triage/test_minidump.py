@@ -19,7 +19,7 @@ from triage_lib.symbol_files import read_image
 
 BUILD = pathlib.Path(__file__).resolve().parents[2] / "build"
 MUTATIONS = 10_000
-LONGEST = 2.0  # s for one dump of some kilobytes, on a busy machine
+LONGEST = 2.0  # s of processor time for one dump of some kilobytes
 STACK, CODE = 0x200000, 0x10000000
 
 
@@ -161,13 +161,13 @@ class HarmTest(unittest.TestCase):
 
     def read(self, data):
         """Nothing but BadDump comes of it, in bounded time."""
-        begin = time.monotonic()
+        begin = time.process_time()
         try:
             dump = minidump.read(data)
             signature.of(dump, self.symbols.stack(dump).frames)
         except minidump.BadDump as failure:
             self.assertTrue(str(failure))
-        self.assertLess(time.monotonic() - begin, LONGEST)
+        self.assertLess(time.process_time() - begin, LONGEST)
 
     def test_mutations(self):
         seed = int(os.environ.get("TRIAGE_SEED") or random.SystemRandom().randrange(1 << 32))
