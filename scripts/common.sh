@@ -15,6 +15,7 @@ DEBIAN_PACKAGES=(
   python3 python3-pefile openssl sbsigntool  # the look at the finished DLL, and at its signature
   osslsigncode zip            # the packages
   lldb-16                     # the other reader of minidumps
+  chromium chromium-driver python3-selenium  # the tests of the triage's page, and its picture
   clang-format-14             # the look at the sources' format
 )
 

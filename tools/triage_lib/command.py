@@ -2,11 +2,14 @@
 from __future__ import annotations
 
 import argparse
+import datetime
 import os
 import pathlib
 import sys
+import tempfile
+from collections.abc import Iterable
 
-from . import catalogue, report_json, report_text, stacks
+from . import catalogue, report_html, report_json, report_text, stacks
 from .examine import Options, Record, examine
 from .groups import Groups
 from .log import SUITE_FORMAT, BadFormat, LineFormat
@@ -21,6 +24,7 @@ def _parser() -> argparse.ArgumentParser:
         prog="triage", description="Says what happened on the machines whose log folders it is given, each a folder or a zip.",
         epilog="The status is 0 when all of it was understood, 1 when something was not, and 2 for a wrong command line.")
     parser.add_argument("inputs", nargs="+", metavar="FOLDER-OR-ZIP")
+    parser.add_argument("--html", metavar="FILE", help="write one page with everything in it, too")
     parser.add_argument("--json", action="store_true",
                         help="one line of JSON for each run, dump, group, problem and machine, instead of the summary")
     parser.add_argument("--all", action="store_true", help="show the runs that succeeded, too")
@@ -53,12 +57,28 @@ class _Progress:
         sys.stderr.flush()
 
 
+def _write(path: str, pieces: Iterable[str]) -> None:
+    """In one step: whoever looks at the file sees the old one or the whole new one."""
+    target = pathlib.Path(path)
+    with tempfile.NamedTemporaryFile("w", encoding="utf-8", dir=target.parent, prefix=target.name, delete=False) as file:
+        try:
+            for piece in pieces:
+                file.write(piece)
+            file.close()
+            os.chmod(file.name, 0o644)
+            os.replace(file.name, target)
+        except BaseException:
+            os.unlink(file.name)
+            raise
+
+
 def run(arguments: argparse.Namespace) -> int:
     known = catalogue.load()
     symbols = stacks.Symbols(own_stores() if arguments.symbols is None else arguments.symbols)
-    options = Options(LineFormat(arguments.line_format), symbols)
+    options = Options(LineFormat(arguments.line_format), symbols, keep_lines=arguments.html is not None)
     groups = Groups(known)
     out = report_json.Lines(sys.stdout) if arguments.json else report_text.Summary(sys.stdout, known, arguments.all)
+    page = report_json.Page(known) if arguments.html is not None else None
     problems = 0
 
     def take(record: Record) -> None:
@@ -69,10 +89,14 @@ def run(arguments: argparse.Namespace) -> int:
         elif isinstance(record, DumpRecord):
             groups.add_dump(record)
         out.take(record)
+        if page:
+            page.take(record)
 
     with symbols:
         examine(arguments.inputs, known, options, take, _Progress(len(arguments.inputs)))
     out.finish(groups)
+    if page:
+        _write(arguments.html, report_html.pieces(page.data(groups, datetime.datetime.now(datetime.timezone.utc))))
     return NOT_ALL if problems else UNDERSTOOD
 
 
