@@ -91,6 +91,7 @@ class TourTest(unittest.TestCase):
                     ours = [frame for frame in stack.frames if frame.ours]
                     self.assertEqual((dump.exception.code, dump.problems, stack.note), (int(code, 16), [], ""))
                     self.assertRegex(f"{ours[0].function} at {ours[0].file}:{ours[0].line}", place)
+                    self.assertEqual(sum(not frame.inlined for frame in stack.frames), len(dump.stack))
                     self.assertLess(abs(dump.time - (self.folder / name).stat().st_mtime), 60)
                     self.assertTrue(all(stack.matches.values()) and dump.process_id and dump.windows.version)
                     self.assertEqual(dump.writer, minidump.BY_PROCESS if "Dumped by" in dump.comment else minidump.BY_DUMPER)
