@@ -68,6 +68,13 @@ class Cutting(unittest.TestCase):
                 self.assertEqual((outcome, result), (run.outcome, run.result))
                 self.assertEqual(outcome is not Outcome.SUCCEEDED, run.failure is not None)
 
+    def test_where_it_stopped(self) -> None:
+        """A run without an end is explained by its last line, a crash by whether its dump was written."""
+        for records, meaning in (((), "ended from outside"), (("wsc: wsc starting providers",), "has not come back"),
+                                 (("wsc: Updating struct IWscAVStatus", "wsc: wscsvc state 4"), "is disabled"),
+                                 ((CRASH,), "while its dump was written"), (("wsc: Updating AV.", CRASH, dumped("c0000005")), "“installer”")):
+            self.assertRegex(self.one(*records).failure.meaning, meaning + ("$" if records[-1:] == (dumped("c0000005"),) else ""))
+
     def test_mixed_processes_and_rolled_files(self) -> None:
         log = b"".join(line(second, process, record) for second, (process, record) in enumerate([
             (8, BEGIN), (12, BEGIN), (8, started("/svc")), (12, started("/av /disable")), (8, "wsc: run: bad action (code 0x000000a0)"),

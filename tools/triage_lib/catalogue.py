@@ -35,7 +35,7 @@ class Entry:
     role: str = ""
     step: str = ""
     step_before: str = ""
-    stuck: str = ""
+    stuck: tuple[str, ...] = ()  # meaning and remedy when nothing follows
 
     @functools.cached_property
     def id(self) -> str:
@@ -152,12 +152,14 @@ class Catalogue:
 def _entries(kind: str, tables: list[dict[str, object]]) -> Iterable[Entry]:
     for table in tables:
         try:
-            given = dict(table, fields=tuple(table.get("fields", ())))  # type: ignore[arg-type]
+            given = dict(table, **{name: tuple(table.get(name, ())) for name in ("fields", "stuck")})  # type: ignore[arg-type]
             entry = Entry(kind, **{"fault": kind in ("error", "system"), **given})  # type: ignore[arg-type]
         except TypeError as failure:
             raise BadCatalogue(f"{kind} '{table.get('text')}': {failure}") from failure
         if len(entry.fields) != len(_CONVERSION.findall(entry.text)):
             raise BadCatalogue(f"{kind} '{entry.text}' needs a name for each of its values")
+        if len(entry.stuck) not in (0, 2):
+            raise BadCatalogue(f"{kind} '{entry.text}' needs a meaning and a remedy for where it got stuck")
         if entry.role not in ROLES:
             raise BadCatalogue(f"{kind} '{entry.text}' has the unknown role '{entry.role}'")
         yield entry

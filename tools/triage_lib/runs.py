@@ -104,14 +104,17 @@ def _stop_of(open_run: _OpenRun) -> Failure:
     if entry is None or not entry.stuck:
         return Failure("no end", "the run has no end", "the process was ended from outside, or the log was taken while it ran",
                        "when it happens again: what ends the process, or at what it hangs")
-    meaning, _, remedy = plain(entry.stuck).partition(". ")
-    return Failure(entry.id, f"no line behind “{entry.shown}”", meaning, remedy or meaning)
+    meaning, remedy = map(plain, entry.stuck)
+    return Failure(entry.id, f"no line behind “{entry.shown}”", meaning, remedy)
 
 
 def _crash_of(open_run: _OpenRun) -> Failure:
-    step = open_run.crash_step
-    return Failure(f"crash in the step {step}", f"the process crashed in the step: {step}", f"the process crashed in the step “{step}”",
-                   "its dump: the innermost functions are the place")
+    step, last = open_run.crash_step, open_run.last_step
+    meaning, remedy = f"the process crashed in the step “{step}”", "its dump: the innermost functions are the place"
+    if last and last.role == "crash" and last.stuck and not open_run.run.dumped:
+        said, remedy = map(plain, last.stuck)
+        meaning = f"{meaning}; {said}"
+    return Failure(f"crash in the step {step}", f"the process crashed in the step: {step}", meaning, remedy)
 
 
 # --- all runs of a log ---------------------------------------------------------------------------------------------------------
