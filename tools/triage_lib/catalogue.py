@@ -86,11 +86,12 @@ def plain(markdown: str) -> str:
 
 def filled(markdown: str, fields: Mapping[str, str]) -> str:
     """A plain text in which the names of fields are replaced by their values."""
-    text = plain(markdown)
-    for name, value in fields.items():
-        if name.isupper():
-            text = re.sub(rf"\b{re.escape(name)}\b", lambda _, value=value: value if value.isdigit() else f"“{value}”", text)
-    return text
+    names = [re.escape(name) for name in fields if name.isupper()]
+
+    def value(name: re.Match[str]) -> str:
+        return fields[name[0]] if fields[name[0]].isdigit() else f"“{fields[name[0]]}”"
+
+    return re.sub(rf"\b(?:{'|'.join(names)})\b", value, plain(markdown)) if names else plain(markdown)
 
 
 class _Texts:

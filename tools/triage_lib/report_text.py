@@ -97,7 +97,7 @@ class Summary:
         self._meanings = {entry.id: f"{entry.shown}: {plain(entry.meaning)}" for entry in catalogue.entries}
         self._out = out
         self._show_all = show_all
-        self._outcomes = dict.fromkeys(Outcome, 0)
+        self._outcomes: dict[Outcome, int] = {outcome: 0 for outcome in Outcome}
         self._machines = 0
         self._lines = 0
         self._dump_count = 0
