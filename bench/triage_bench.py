@@ -96,7 +96,7 @@ def main() -> int:
             machine = folder / f"{size}"
             machine.mkdir()
             write_log(machine / "wsc.log", size * 1_000_000)
-            for form, words in (("summary", []), ("--json", ["--json"])):
+            for form, words in (("summary", []), ("--json", ["--json"]), ("--html", ["--html", str(folder / "page.html")])):
                 row(f"{size} MB, {form}", [*words, str(machine)])
         for number in range(ZIPS):
             write_log(folder / "wsc.log", 10_000 + number)
