@@ -34,7 +34,7 @@ struct Area {
   const ScriptedCalls* calls = nullptr;  // what `script` reaches and `journal` shows
   void (*install)() = nullptr;
   void (*uninstall)() = nullptr;
-  Table (*table)() = nullptr;   // what `show` shows
+  Table (*table)() = nullptr;   // what `show` shows; without a heading there is nothing to show
   std::size_t key_cells = 1;    // so many cells name what a row of the table is about, the others say how it is
   bool show_after_run = false;  // also when the run changed nothing of it
   void (*clear)() = nullptr;

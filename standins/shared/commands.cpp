@@ -35,10 +35,11 @@ void Install(const Words&) {
 void Show(const Words&) {
   bool first = true;
   for (const Area* const area : Areas()) {
-    if (!area->table) continue;
+    const Table table = area->table ? area->table() : Table();
+    if (table.empty()) continue;
     if (!first) PrintLine();
     first = false;
-    PrintTable(area->table());
+    PrintTable(table);
   }
 }
 

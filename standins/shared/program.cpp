@@ -49,6 +49,7 @@ void Program::Start(const wchar_t* file, const std::wstring& arguments, HANDLE i
     throw exceptions::error(GetLastError(), L"cannot start %s", Beside(file).c_str());
   }
   process_.reset(started.hProcess);
+  id_ = started.dwProcessId;
   CloseHandle(started.hThread);
 }
 

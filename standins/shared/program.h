@@ -28,6 +28,8 @@ class Program {
 
   static std::wstring CommandLine(const wchar_t* file, const std::wstring& arguments);
 
+  DWORD id() const { return id_; }
+
   bool runs() const { return WaitForSingleObject(process_.get(), 0) == WAIT_TIMEOUT; }
 
   // Its whole 32-bit result; empty when it did not end within `limit` ms and was killed.
@@ -38,6 +40,7 @@ class Program {
   void Kill();
 
   root::ScopedKernelHandle process_;
+  DWORD id_ = 0;
 };
 
 }  // namespace crv::standins

@@ -20,28 +20,30 @@ std::string ModuleVersion() {
          std::to_string(version.revision);
 }
 
-std::string WithNames(std::string text) {
-  static const std::pair<std::string, std::string> kNames[] = {
-      {"{host}", ToUtf8(Beside(L"wsc_proxy.exe"))},
-      {"{suite}", ToUtf8(Beside(L"")).substr(0, ToUtf8(Beside(L"")).size() - 1)},
-      {"{log}", ToUtf8(LogFolder())},
-      {"{tour}", std::to_string(GetCurrentProcessId())},
-      {"{version}", ModuleVersion()}};
-  for (const auto& [name, value] : kNames) {
-    for (std::size_t at = text.find(name); at != std::string::npos; at = text.find(name, at + value.size())) {
-      text.replace(at, name.size(), value);
-    }
+void Replace(const std::string& name, const std::string& value, std::string& text) {
+  for (std::size_t at = text.find(name); at != std::string::npos; at = text.find(name, at + value.size())) {
+    text.replace(at, name.size(), value);
   }
-  return text;
 }
 
-void Compare(const char* what, const Lines& announced, const Lines& came, std::vector<Difference>& differences) {
+void Compare(const char* what, const Lines& announced, const Lines& came, DWORD parent, std::vector<Difference>& differences) {
   Lines named;
-  for (const std::string& line : announced) named.push_back(WithNames(line));
+  for (const std::string& line : announced) named.push_back(WithNames(line, parent));
   if (!AllMatch(named, came)) differences.push_back({what, Compared(named, came)});
 }
 
 }  // namespace
+
+std::string WithNames(std::string text, DWORD parent) {
+  static const std::pair<std::string, std::string> kNames[] = {
+      {"{host}", ToUtf8(Beside(L"wsc_proxy.exe"))},
+      {"{suite}", ToUtf8(Beside(L"")).substr(0, ToUtf8(Beside(L"")).size() - 1)},
+      {"{log}", ToUtf8(LogFolder())},
+      {"{version}", ModuleVersion()}};
+  for (const auto& [name, value] : kNames) Replace(name, value, text);
+  Replace("{parent}", std::to_string(parent), text);
+  return text;
+}
 
 FramedLog Framed(const Step& step) {
   if (step.frame == Frame::none) return {step.log, 0, 0};
@@ -54,13 +56,13 @@ std::vector<Difference> Judge(const Step& step, const Outcome& outcome) {
   std::vector<Difference> differences;
   Lines dumps;
   for (const Dump& dump : step.dumps) dumps.push_back(DumpLine("unp*.mdmp", dump.exception, dump.comment));
-  Compare("the step", {}, outcome.troubles, differences);
+  Compare("the step", {}, outcome.troubles, outcome.parent, differences);
   if (!outcome.troubles.empty() && outcome.result.empty()) return differences;  // it was not played
-  Compare("result", {Hex(step.result)}, {outcome.result}, differences);
-  Compare("log", Framed(step).lines, outcome.log, differences);
-  Compare("calls", step.calls, outcome.calls, differences);
-  Compare("leaves", step.leaves, outcome.leaves, differences);
-  Compare("dumps", dumps, outcome.dumps, differences);
+  Compare("result", {Hex(step.result)}, {outcome.result}, outcome.parent, differences);
+  Compare("log", Framed(step).lines, outcome.log, outcome.parent, differences);
+  Compare("calls", step.calls, outcome.calls, outcome.parent, differences);
+  Compare("leaves", step.leaves, outcome.leaves, outcome.parent, differences);
+  Compare("dumps", dumps, outcome.dumps, outcome.parent, differences);
   return differences;
 }
 

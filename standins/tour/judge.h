@@ -14,6 +14,9 @@ struct Difference {
 
 std::vector<Difference> Judge(const Step& step, const Outcome& outcome);  // empty: all as announced
 
+// The text with the names of scenario.h filled in.
+std::string WithNames(std::string text, DWORD parent);
+
 // The announced lines of the log with the frame around them, and how many lines the frame has in front and behind.
 struct FramedLog {
   Lines lines;

@@ -12,7 +12,8 @@ namespace {
 constexpr std::size_t kNameWidth = 10;  // of what stands in front of a list
 
 std::string Command(const Step& step) {
-  return step.crash.empty() ? "wsc_proxy.exe " + step.request : "crasher.exe " + step.crash;
+  return (step.through.empty() ? "" : step.through + " ") +
+         (step.crash.empty() ? "wsc_proxy.exe " + step.request : "crasher.exe " + step.crash);
 }
 
 // The lines of the log that the frame does not hold.

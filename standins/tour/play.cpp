@@ -14,6 +14,7 @@
 #include "shared/log_tail.h"
 #include "shared/places.h"
 #include "shared/program.h"
+#include "tour/judge.h"
 #include "tour/stage.h"
 
 namespace crv::standins::tour {
@@ -53,7 +54,14 @@ void SeeDumps(const std::vector<std::wstring>& before, Outcome& outcome) {
 
 void RunProcess(const Step& step, Outcome& outcome) {
   const bool crashes = !step.crash.empty();
-  Program program(crashes ? L"crasher.exe" : L"wsc_proxy.exe", FromUtf8(crashes ? step.crash : step.request), Output::nowhere);
+  const wchar_t* const file = crashes ? L"crasher.exe" : L"wsc_proxy.exe";
+  const std::wstring arguments = FromUtf8(crashes ? step.crash : step.request);
+  const std::size_t options = step.through.find(' ');
+  const std::wstring starter = FromUtf8(step.through.substr(0, options));
+  const std::wstring in_front = options == std::string::npos ? L"" : FromUtf8(step.through.substr(options + 1)) + L" ";
+  Program program(starter.empty() ? file : starter.c_str(),
+                  starter.empty() ? arguments : in_front + Program::CommandLine(file, arguments), Output::nowhere);
+  outcome.parent = starter.empty() ? GetCurrentProcessId() : program.id();
   for (const std::string& line : step.meanwhile) {
     if (!program.runs()) outcome.troubles.push_back("the process had to wait for: " + line);
     RunLine(line);
@@ -63,7 +71,7 @@ void RunProcess(const Step& step, Outcome& outcome) {
 }
 
 void PlayGuarded(const Step& step, Outcome& outcome) {
-  for (const std::string& line : step.before) RunLine(line);
+  for (const std::string& line : step.before) RunLine(WithNames(line, GetCurrentProcessId()));
   ForgetCalls();
   const Stage stage;
   const std::vector<std::wstring> dumps = DumpFiles(LogFolder());

@@ -6,6 +6,7 @@
 namespace crv::standins::tour {
 
 struct Outcome {
+  DWORD parent = 0;           // the id of what started the process
   std::string result = {};    // the exit code as "0x%08x", or what became of the process instead
   Lines log = {};             // "level tag: text"
   std::string log_text = {};  // the same as it stands in the file

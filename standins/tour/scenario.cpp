@@ -10,7 +10,7 @@ const std::vector<Chapter>& Chapters() {
   static const std::vector<Chapter> chapters = [] {
     std::vector<Chapter> all;
     for (auto* const group : {&ProductChapters, &RequestChapters, &ActionChapters, &UpdateChapters, &SystemChapters,
-                              &LegacyChapters, &DriverChapters, &CrashChapters}) {
+                              &LegacyChapters, &DriverChapters, &CrashChapters, &Wow64Chapters}) {
       std::vector<Chapter> some = group();
       std::move(some.begin(), some.end(), std::back_inserter(all));
     }

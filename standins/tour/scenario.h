@@ -2,7 +2,7 @@
 // step does not announce must not come, so every list is complete and in its order.
 //
 // In the lists "*" stands for any text, and a few names for what differs between machines and runs: {host}, the full path of
-// wsc_proxy.exe; {suite}, its folder; {log}, the log's; {tour}, the process id of the tour, which starts everything; {version},
+// wsc_proxy.exe; {suite}, its folder; {log}, the log's; {parent}, the process id of what started the process; {version},
 // the file version of wsc.dll.
 #pragma once
 
@@ -31,8 +31,9 @@ struct Dump {
 
 struct Step {
   std::string says = {};      // to the reader
-  Lines before = {};          // commands, as they are given to centre.exe
+  Lines before = {};          // commands, as they are given to centre.exe, with {suite}
   std::string request = {};   // what stands behind wsc_proxy.exe
+  std::string through = {};   // what starts the process instead of the tour: starter64.exe, with its options
   std::string crash = {};     // or, when this is not empty, the case of crasher.exe
   Lines meanwhile = {};       // commands while the process waits; it must not end before the last one
   DWORD result = 0;           // its whole exit code
@@ -70,5 +71,6 @@ std::vector<Chapter> SystemChapters();
 std::vector<Chapter> LegacyChapters();
 std::vector<Chapter> DriverChapters();
 std::vector<Chapter> CrashChapters();
+std::vector<Chapter> Wow64Chapters();
 
 }  // namespace crv::standins::tour
