@@ -176,5 +176,26 @@ TEST_F(CommonOs, FoldersAreTouchedWithoutRedirectionUnderWow64Only) {
   }
 }
 
+// The whole library on the machine as it is: what it makes and looks for in the system folder is the real one, which a 32-bit program
+// sees under another name on 64-bit Windows, and afterwards the names mean again what they do for everybody.
+TEST_F(CommonOs, TheSystemFolderIsTheRealOne) {
+  wchar_t windows[MAX_PATH];
+  GetWindowsDirectoryW(windows, MAX_PATH);
+  BOOL wow64 = FALSE;
+  IsWow64Process(GetCurrentProcess(), &wow64);
+  const std::wstring name = L"\\corvid tests " + std::to_wstring(GetCurrentProcessId());
+  const std::wstring given = windows + (L"\\system32" + name), real = windows + ((wow64 ? L"\\sysnative" : L"\\system32") + name);
+  test::SetText(kCorvidKey, L"JournalFolder", given);
+  EXPECT_EQ(0u, CmnOsInitialize(root::kTableWithoutSideEffects));
+  EXPECT_TRUE(DirectoryExists(given));
+  EXPECT_EQ(0u, CmnOsUninitialize());
+  EXPECT_TRUE(RemoveDirectoryW(real.c_str()));
+  EXPECT_FALSE(RemoveDirectoryW(given.c_str()));
+  EXPECT_FALSE(DirectoryExists(given));
+  ASSERT_TRUE(CreateDirectoryW(given.c_str(), nullptr));  // the redirection is on again
+  EXPECT_EQ(!wow64, DirectoryExists(given));
+  EXPECT_TRUE(RemoveDirectoryW(given.c_str()));
+}
+
 }  // namespace
 }  // namespace crv::instup

@@ -2,13 +2,16 @@
 #include <gtest/gtest.h>
 #include <windows.h>
 
+#include <psapi.h>
 #include <shlobj.h>
 #include <shlwapi.h>
 
 #include <map>
 #include <optional>
 
+#include "base/format_message.h"
 #include "root/known_folder.h"
+#include "root/module_path.h"
 #include "root/nt_path.h"
 #include "root/system_library.h"
 #include "support/import_fake.h"
@@ -91,6 +94,28 @@ TEST_F(NtPath, ConvertsByItsTableAndEndsEverySearch) {
     EXPECT_EQ(c.thrown, test::Thrown([&] { path = NtPathToWin32Path(c.path); }));
     EXPECT_EQ(c.expected, path);
   }
+}
+
+// Under WOW64 the system's libraries of this process do not lie where a path says that names them, and a 64-bit program's image does
+// not where this process would look.
+TEST(SystemPaths, NameTheSystemsOwnFilesWhereTheyAre) {
+  wchar_t libraries[MAX_PATH], windows[MAX_PATH];
+  GetWindowsDirectoryW(windows, MAX_PATH);
+  const bool wow64 = GetSystemWow64DirectoryW(libraries, MAX_PATH) != 0;
+  if (!wow64) GetSystemDirectoryW(libraries, MAX_PATH);
+  EXPECT_STRCASEEQ(ToUtf8(libraries + L"\\kernel32.dll"s).c_str(), ToUtf8(GetModulePath(GetModuleHandleW(L"kernel32"))).c_str());
+
+  STARTUPINFOW startup = {.cb = sizeof(startup)};
+  PROCESS_INFORMATION started = {};
+  const std::wstring program = windows + (wow64 ? L"\\sysnative\\cmd.exe"s : L"\\system32\\cmd.exe"s);
+  ASSERT_TRUE(
+      CreateProcessW(program.c_str(), nullptr, nullptr, nullptr, FALSE, CREATE_SUSPENDED, nullptr, nullptr, &startup, &started));
+  wchar_t image[MAX_PATH] = {};
+  EXPECT_NE(0u, GetProcessImageFileNameW(started.hProcess, image, MAX_PATH));
+  EXPECT_STRCASEEQ(ToUtf8(windows + L"\\system32\\cmd.exe"s).c_str(), ToUtf8(NtPathToWin32Path(image)).c_str());
+  TerminateProcess(started.hProcess, 0);
+  CloseHandle(started.hThread);
+  CloseHandle(started.hProcess);
 }
 
 TEST(KnownFolder, FallsBackForTwoFoldersAndReportsEveryFailure) {
