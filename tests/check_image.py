@@ -19,6 +19,7 @@ EXPORT = "_run@4"
 RUNTIME_DLLS = {"libgcc_s_dw2-1.dll"}
 SUITE_DLLS = {"log.dll"}  # installed by the suite itself
 WITHOUT_RECORD = {"libgcc_s_dw2-1.dll"}  # of a program database: Debian's own, linked by GNU ld, which writes none
+OF_64_BITS = {"starter64.exe"}
 LARGEST = {"wsc.dll": 1_600_000}
 
 EXECUTABLE, WRITABLE, DISCARDABLE = 0x20000000, 0x80000000, 0x02000000  # of a section
@@ -103,11 +104,11 @@ def check_loading(report, path, image):
     flags = image.OPTIONAL_HEADER.DllCharacteristics
     characteristics = pefile.DLL_CHARACTERISTICS
     machine = pefile.MACHINE_TYPE.get(image.FILE_HEADER.Machine)
-    report.check(f"{name} is a 32-bit image for i386",
-                 "" if image.PE_TYPE == pefile.OPTIONAL_HEADER_MAGIC_PE and machine == "IMAGE_FILE_MACHINE_I386" else machine)
+    wanted = "IMAGE_FILE_MACHINE_AMD64" if name in OF_64_BITS else "IMAGE_FILE_MACHINE_I386"
+    report.check(f"{name} is an image for {wanted}", "" if machine == wanted else machine)
     report.check(f"{name} runs on Windows XP: no later function is imported", ", ".join(newer_than_xp(image)))
     subsystem = (image.OPTIONAL_HEADER.MajorSubsystemVersion, image.OPTIONAL_HEADER.MinorSubsystemVersion)
-    report.check(f"{name} runs on Windows XP: subsystem version", "" if subsystem <= (5, 1) else "%d.%d" % subsystem)
+    report.check(f"{name} runs on Windows XP: subsystem version", "" if subsystem <= ((5, 2) if name in OF_64_BITS else (5, 1)) else "%d.%d" % subsystem)
     for flag in ("IMAGE_DLLCHARACTERISTICS_DYNAMIC_BASE", "IMAGE_DLLCHARACTERISTICS_NX_COMPAT"):
         report.check(f"{name} has {flag}", "" if flags & characteristics[flag] else f"flags 0x{flags:04x}")
 

@@ -31,11 +31,11 @@ class RedirectedHive {
   RedirectedHive& operator=(const RedirectedHive&) = delete;
 
  private:
-  root::ScopedRegistryKey key_;  // not every system has a handle of its own
   static std::wstring Seen(HKEY root, const wchar_t* subkey, REGSAM access) {
     return (root == HKEY_LOCAL_MACHINE && access & KEY_WOW64_64KEY ? k64BitView : L"") + std::wstring(subkey);
   }
 
+  root::ScopedRegistryKey key_;  // not every system has a handle of its own
   const std::wstring path_ = L"Software\\Corvid Tests\\Hive " + std::to_wstring(GetCurrentProcessId());
   const ImportFake<decltype(RegOpenKeyExW), struct HiveOpens> open_{
       "advapi32.dll", "RegOpenKeyExW", [](auto real, HKEY root, auto subkey, DWORD options, REGSAM access, HKEY* key) {
