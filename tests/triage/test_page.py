@@ -13,17 +13,15 @@ import unittest
 import zipfile
 
 from selenium import webdriver
-from selenium.webdriver.chrome.service import Service
 from selenium.webdriver.common.by import By
 from selenium.webdriver.common.keys import Keys
 from selenium.webdriver.support.ui import WebDriverWait
 
+import browser
 from test_log import BEGIN, CRASH, END, dumped, lines, started
 from test_minidump import CODE, Writer
 from triage_lib import command, report_html
 
-FLAGS = ("--headless --no-sandbox --disable-gpu --disable-quic --no-first-run --disable-background-networking --disable-component-update "
-         "--disable-sync --force-prefers-reduced-motion --window-size=1200,900").split()
 NASTY = "</script><script>window.owned=1</script><!--<img src=x onerror=window.owned=2>&lt; \u202e${1}"
 MANY = 5000
 
@@ -42,15 +40,8 @@ class PageTest(unittest.TestCase):
     @classmethod
     def setUpClass(cls) -> None:
         cls.folder = pathlib.Path(cls.enterClassContext(tempfile.TemporaryDirectory()))
-        options = webdriver.ChromeOptions()
-        options.binary_location = "/usr/bin/chromium"
-        for flag in (*FLAGS, f"--user-data-dir={cls.folder / 'browser'}"):
-            options.add_argument(flag)
-        options.set_capability("goog:loggingPrefs", {"browser": "ALL", "performance": "ALL"})
-        cls.driver = webdriver.Chrome(service=Service("/usr/bin/chromedriver"), options=options)
+        cls.driver = browser.start(cls.folder / "browser")
         cls.addClassCleanup(cls.driver.quit)
-        cls.driver.set_script_timeout(20)
-        cls.driver.set_page_load_timeout(30)
 
         good, bad, page = cls.folder / "anna", cls.folder / "berta.zip", cls.folder / "report.html"
         good.mkdir()
@@ -104,7 +95,7 @@ class PageTest(unittest.TestCase):
         read = self.one("#read").text
         for expected in ("5 runs and 2 minidumps of 2 machines", "22 November 2026, 22:00 to 22:50", "2 things not understood"):
             self.assertIn(expected, read)
-        titles = [element.text for element in self.all("#group-list h3 > span:first-child")]
+        titles = [element.text for element in self.all("#group-list .title strong")]
         self.assertEqual(3, len(titles))
         self.assertIn("Wrong word behind /state:", titles)
         self.assertIn("unp2.mdmp", self.one("#problem-list").text)

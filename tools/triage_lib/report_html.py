@@ -1,7 +1,7 @@
-"""The page of `--html`: one file that needs nothing else, made of page.html, page.css, page.js and the data.
+"""The page of `--html`: one file that needs nothing else, made of what is in page/ and the data.
 
 All texts in the data come from files that somebody sent. They stand in the page as JSON in which no "<" occurs, so that nothing in
-them ends the element or begins a comment, and page.js shows them as text only. The page's own policy forbids whatever is not here:
+them ends the element or begins a comment, and the scripts show them as text only. The page's own policy forbids whatever is not here:
 other scripts and styles, and every request.
 """
 from __future__ import annotations
@@ -14,11 +14,12 @@ import re
 from collections.abc import Iterator
 from typing import Any
 
-_FOLDER = pathlib.Path(__file__).resolve().parent
+_FOLDER = pathlib.Path(__file__).resolve().parent / "page"
+_SCRIPTS = ("document", "times", "records", "address", "groups", "runs", "dumps", "timeline", "lists", "keys")  # one after the other
 
 
-def _part(suffix: str) -> str:
-    return (_FOLDER / f"page.{suffix}").read_text(encoding="utf-8")
+def _part(name: str) -> str:
+    return (_FOLDER / name).read_text(encoding="utf-8")
 
 
 def _source(text: str) -> str:
@@ -49,11 +50,11 @@ def _data(data: dict[str, Any]) -> Iterator[str]:
 
 def pieces(data: dict[str, Any]) -> Iterator[str]:
     """The page, bit by bit; docs/triage.md describes the data."""
-    style, script = _part("css"), _part("js")
+    style, script = _part("page.css"), "\n".join(_part(f"{name}.js") for name in _SCRIPTS)
     policy = "; ".join(("default-src 'none'", f"style-src {_source(style)}", f"script-src {_source(script)}", "base-uri 'none'",
                         "form-action 'none'", "require-trusted-types-for 'script'"))
     values = {"policy": policy, "style": style, "script": script}
-    for index, piece in enumerate(re.split(r"\{(policy|style|data|script)\}", _part("html"))):
+    for index, piece in enumerate(re.split(r"\{(policy|style|data|script)\}", _part("page.html"))):
         if index % 2 == 0:
             yield piece
         elif piece == "data":
