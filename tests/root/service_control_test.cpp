@@ -48,6 +48,7 @@ class ServiceControl : public testing::Test {
   bool created_meanwhile_ = false;  // somebody else makes the service's key just before the product does
 
  private:
+  test::RedirectedHive hive_;
   test::ImportFake<decltype(RegOpenKeyExW)> open_{
       "advapi32.dll", "RegOpenKeyExW",
       [this](auto real, HKEY root, const wchar_t* subkey, DWORD options, REGSAM access, HKEY* key) {
@@ -62,7 +63,6 @@ class ServiceControl : public testing::Test {
         if (std::exchange(created_meanwhile_, false)) SHSetValueW(HKEY_LOCAL_MACHINE, subkey, L"installed", REG_SZ, L"", 2);
         return real(root, subkey, zero, name, options, access, rest...);
       }};
-  test::RedirectedHive hive_;
   test::ImportFake<decltype(StartServiceW)> start_{"advapi32.dll", "StartServiceW", [this](auto real, auto... arguments) {
                                                      key_ = Key() + (IsVolatile(kServiceKey) ? "volatile" : "");
                                                      HKEY key = nullptr;
