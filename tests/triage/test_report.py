@@ -69,7 +69,7 @@ class Reports(unittest.TestCase):
                 (1, [self.machine("dump", a_mdmp=b"MDMP", wsc_log=REFUSED)], "a.mdmp"),
                 (1, [self.machine("unknown", wsc_log=lines(8, BEGIN, "wsc: a new text"))], "a new text"),
                 (2, [], "usage"), (2, ["--nonsense", log], "usage"), (2, ["--line-format", "{text}", log], "lacks {year}"),
-                (2, ["--symbols", "/nowhere.zip", log], "/nowhere.zip")):
+                (2, ["--symbols", "/nowhere.zip", log], "/nowhere.zip"), (2, ["--html", "/nowhere/page.html", log], "/nowhere")):
             with self.subTest(words):
                 found, text = self.triage(*words)
                 self.assertEqual(status, found, text)

@@ -73,6 +73,8 @@ def _write(path: str, pieces: Iterable[str]) -> None:
 
 
 def run(arguments: argparse.Namespace) -> int:
+    if arguments.html is not None and not os.access(pathlib.Path(arguments.html).parent, os.W_OK):
+        raise OSError(f"{arguments.html} cannot be written")
     known = catalogue.load()
     symbols = stacks.Symbols(own_stores() if arguments.symbols is None else arguments.symbols)
     options = Options(LineFormat(arguments.line_format), symbols, keep_lines=arguments.html is not None)

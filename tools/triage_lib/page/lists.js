@@ -21,6 +21,7 @@ function prepareFilters() {
   fill($("machine"), h("option", {value: ""}, "all"),
     data.machines.map(machine => h("option", {value: machine.name}, clipped(machine.name, 80))));
   $("machine-field").hidden = machines.size < 2;
+  let waiting = 0;
   const typed = () => {
     clearTimeout(waiting);
     waiting = setTimeout(() => {
@@ -44,7 +45,7 @@ const narrowed = (words, changes) => h("button.button", {
 
 const isNarrowed = () => Object.keys(NOTHING).some(name => name !== "order" && name !== "run" && state[name].length);
 
-let lastRuns = [], waiting = 0;
+let lastRuns = [];
 
 function render() {
   for (const input of $("filters").querySelectorAll("input[type=checkbox]"))
@@ -87,7 +88,6 @@ function render() {
 }
 
 function clear() {
-  clearTimeout(waiting);
   show({...NOTHING, order: state.order}, true);
   $("runs-title").focus({preventScroll: true});
 }
