@@ -13,6 +13,7 @@
 
 #include <cstdio>
 #include <cwchar>
+#include <exception>
 #include <iterator>
 #include <optional>
 #include <sstream>
@@ -63,9 +64,11 @@ BOOL WINAPI OnControl(DWORD event) {
   return TRUE;
 }
 
-std::wstring Explained(const exceptions::detail::base& failure) {
-  wchar_t code[32];
-  _snwprintf(code, std::size(code), L" (error %lu)", static_cast<unsigned long>(failure.code()));
+std::wstring Explained(const std::exception& failure) {
+  wchar_t code[32] = L"";
+  if (const auto* const coded = dynamic_cast<const exceptions::detail::base*>(&failure)) {
+    _snwprintf(code, std::size(code), L" (error %lu)", static_cast<unsigned long>(coded->code()));
+  }
   return FromUtf8(failure.what()) + code;
 }
 
@@ -89,14 +92,17 @@ void PutBack() {
 // A machine that a run which was killed left half staged.
 void OfferToRestore() {
   const std::wstring left = L"an earlier run did not come to its end; what it changed is in " + JournalFile();
+  const HANDLE keyboard = GetStdHandle(STD_INPUT_HANDLE);
   DWORD mode = 0;
-  if (!GetConsoleMode(GetStdHandle(STD_INPUT_HANDLE), &mode))
-    throw Refused{{left, L"acceptance /restore puts the machine back first"}};
+  if (!GetConsoleMode(keyboard, &mode)) throw Refused{{left, L"acceptance /restore puts the machine back first"}};
   Print(left + L"\r\nPut the machine back now? [y/n] ");
-  wchar_t answer[16] = {};
+  SetConsoleMode(keyboard, ENABLE_PROCESSED_INPUT);  // a key at once, and Ctrl-C as ever
+  wchar_t key = 0;
   DWORD read = 0;
-  ReadConsoleW(GetStdHandle(STD_INPUT_HANDLE), answer, static_cast<DWORD>(std::size(answer) - 1), &read, nullptr);
-  if (answer[0] != L'y' && answer[0] != L'Y') throw Refused{{L"the machine stays as the earlier run left it"}};
+  while (key != L'y' && key != L'n' && ReadConsoleW(keyboard, &key, 1, &read, nullptr) && read) key |= 0x20;  // in either case
+  SetConsoleMode(keyboard, mode);
+  PrintLine(std::wstring(1, key));
+  if (key != L'y') throw Refused{{L"the machine stays as the earlier run left it"}};
   PutBack();
 }
 
@@ -189,7 +195,7 @@ bool RunTests(const Options& options, Report& report) {
   } catch (const Interrupted&) {
     report.notes.push_back("The run was interrupted.");
     PrintLine(L"\r\ninterrupted");
-  } catch (const exceptions::detail::base& failure) {
+  } catch (const std::exception& failure) {
     report.notes.push_back("The run was broken off: " + ToUtf8(Explained(failure)));
     PrintError(L"acceptance: " + Explained(failure));
   }
@@ -206,11 +212,15 @@ int Run(const Options& options) {
   SetConsoleCtrlHandler(&OnControl, TRUE);
   WriteJournal();
   const bool complete = RunTests(options, report);
+  try {
+    WriteReports(report, options.report_folder);
+    PrintLine(L"report.txt and report.xml are in " + options.report_folder);
+  } catch (const exceptions::error& failure) {
+    PrintError(L"acceptance: " + Explained(failure));
+  }
   PutBack();
   SetEvent(put_back);
-  WriteReports(report, options.report_folder);
   const Counts counts = Count(report.results);
-  PrintLine(L"report.txt and report.xml are in " + options.report_folder);
   PrintLine(std::to_wstring(counts.passed) + L" passed, " + std::to_wstring(counts.failed) + L" failed, " +
             std::to_wstring(counts.skipped) + L" skipped");
   return !complete ? kInterrupted : counts.failed ? kSomeFailed : kAllPassed;
@@ -267,7 +277,7 @@ int main() {
     for (const std::wstring& reason : refused.reasons) PrintError(L"acceptance: " + reason);
     PrintError(L"acceptance: nothing was changed");
     return kRefused;
-  } catch (const crv::exceptions::detail::base& failure) {
+  } catch (const std::exception& failure) {
     PrintError(L"acceptance: " + Explained(failure));
     if (!IsJournalThere()) return kRefused;
     PrintError(L"acceptance: the machine is not as it was; acceptance /restore tries again");
