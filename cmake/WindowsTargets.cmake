@@ -18,12 +18,13 @@ add_link_options(-Wl,--dynamicbase -Wl,--nxcompat -Wl,-Bstatic)
 if(CMAKE_CXX_COMPILER_ID STREQUAL "Clang")
   # A program database for each image, which the image names without a folder. The link time is a hash of the content: debuggers
   # and symbol stores find an image by it and by its size. LLD's own choice of versions would keep Windows XP from loading the image.
-  # What nothing calls, most of the C++ library, stays out.
+  # What nothing calls stays in: LLD would leave a function of ours out and keep its exception frame, with a place that the loader moves
+  # from 0 to another image's code. In a moved DLL every throw could then end the process.
   add_compile_options(-gcodeview -gno-codeview-command-line -ffile-compilation-dir=/corvid-wsc)
   # Two throws of a function that end in the same instructions would else become one, and a dump name the line of the other.
   add_compile_options("SHELL:-mllvm -enable-tail-merge=false")
   add_link_options("-Wl,--pdb=${CRV_SYMBOLS}/$<TARGET_PROPERTY:NAME>.pdb" "-Wl,-Xlink=-pdbaltpath:$<TARGET_PROPERTY:NAME>.pdb"
-    -Wl,-Xlink=-pdbsourcepath:/corvid-wsc -Wl,-Xlink=-Brepro -Wl,--gc-sections
+    -Wl,-Xlink=-pdbsourcepath:/corvid-wsc -Wl,-Xlink=-Brepro
     -Wl,--major-os-version,4 -Wl,--minor-os-version,0 -Wl,--major-subsystem-version,4 -Wl,--minor-subsystem-version,0)
   # What the runtime's own objects bring is in another format and no use to the readers of program databases.
   foreach(rule IN ITEMS LINK_EXECUTABLE CREATE_SHARED_LIBRARY)

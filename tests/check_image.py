@@ -99,6 +99,15 @@ def newer_than_xp(image):
     return found
 
 
+def relocated_outside(image):
+    """Where the loader would move a word that does not point into the image, as the linker leaves one in the exception frame of a
+    function that it collected: 0, which the runtime passes over, and another image's code as soon as the image is moved."""
+    start, size, memory = image.OPTIONAL_HEADER.ImageBase, image.OPTIONAL_HEADER.SizeOfImage, image.get_memory_mapped_image()
+    places = [entry.rva for block in getattr(image, "DIRECTORY_ENTRY_BASERELOC", []) for entry in block.entries
+              if entry.type == pefile.RELOCATION_TYPE["IMAGE_REL_BASED_HIGHLOW"]]
+    return [place for place in places if not 0 <= int.from_bytes(memory[place:place + 4], "little") - start <= size]
+
+
 def check_loading(report, path, image):
     name = path.name
     flags = image.OPTIONAL_HEADER.DllCharacteristics
@@ -111,6 +120,8 @@ def check_loading(report, path, image):
     report.check(f"{name} runs on Windows XP: subsystem version", "" if subsystem <= ((5, 2) if name in OF_64_BITS else (5, 1)) else "%d.%d" % subsystem)
     for flag in ("IMAGE_DLLCHARACTERISTICS_DYNAMIC_BASE", "IMAGE_DLLCHARACTERISTICS_NX_COMPAT"):
         report.check(f"{name} has {flag}", "" if flags & characteristics[flag] else f"flags 0x{flags:04x}")
+    outside = relocated_outside(image)
+    report.check(f"{name} relocates nothing that points out of it", ", ".join(f"0x{place:x}" for place in outside))
 
 
 def section_name(section):
