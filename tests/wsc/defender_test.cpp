@@ -58,6 +58,7 @@ TEST_F(Defender, FollowsThePolicyThatIsChangedFirst) {
       {false, SERVICE_STOPPED, "", 0, "WinDefend/24 query ", ""},
       {false, SERVICE_RUNNING, "control", 1052, "WinDefend/24 query control 1 ",
        "Unable to send control code to the service 'WinDefend'! [0000041c]"},
+      {false, SERVICE_RUNNING, "", 0, "WinDefend/24 query control 1 ", ""},  // and nobody waits for its end
       {true, SERVICE_RUNNING, "", 0, "WinDefend/14 query ", ""},
       {true, SERVICE_STOPPED, "start", 1058, "WinDefend/14 query start ", "Unable to start the service 'WinDefend'! [00000422]"},
   };
