@@ -19,7 +19,7 @@ from selenium.webdriver.support.ui import WebDriverWait
 
 import browser
 from test_log import BEGIN, CRASH, END, dumped, lines, started
-from test_minidump import CODE, Writer
+from test_minidump import CODE, STACK, Writer
 from triage_lib import command, report_html
 
 NASTY = "</script><script>window.owned=1</script><!--<img src=x onerror=window.owned=2>&lt; \u202e${1}"
@@ -28,7 +28,8 @@ MANY = 5000
 
 def crash_dump(process: int, at: str) -> bytes:
     writer = Writer().system().module("C:\\suite\\cavm4h.dll").exception(0xC0000005, CODE + 0x1010, (1, 0))
-    return writer.memory((0x200000, bytes(64))).stream(15, struct.pack("<III12x", 24, 1, process)).bytes(int(datetime.datetime.fromisoformat(at).timestamp()))
+    writer.memory((STACK, bytes(64))).stream(15, struct.pack("<III12x", 24, 1, process))
+    return writer.bytes(int(datetime.datetime.fromisoformat(at).timestamp()))
 
 
 def requests_of(driver: webdriver.Chrome) -> list[str]:

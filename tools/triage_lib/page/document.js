@@ -16,7 +16,8 @@ const PRODUCTS = {
   none: "none named"
 };
 const PRODUCT_OF_MODE = {av: "antivirus", as: "antispyware", fw: "firewall"};
-const RUNS_AT_ONCE = 50, DUMPS_AT_ONCE = 30, GROUPS_OPEN = 6, GROUPS_AT_ONCE = 40, LINES_AT_ONCE = 200, ROWS_AT_ONCE = 50;
+const RUNS_AT_ONCE = 50, DUMPS_AT_ONCE = 30, GROUPS_OPEN = 6, GROUPS_AT_ONCE = 40, LINES_AT_ONCE = 200, ROWS_AT_ONCE = 50,
+      WORDS_SHOWN = 4;
 
 const $ = id => document.getElementById(id);
 
@@ -64,9 +65,6 @@ const both = list => list.length < 2 ? list.join("") : `${list.slice(0, -1).join
 const terms = (name, rows) =>
   h("dl." + name, null, rows.filter(([, value]) => value && value.textContent !== "").map(([term,
     ...value]) => [h("dt", null, term), h("dd", null, value)]));
-
-const advice = (meaning, remedy) =>
-  terms("advice", [["Meaning", meaning && sentence(meaning)], ["Look at, or do", remedy && sentence(remedy)]]);
 
 /** Builds the first items, and the others when they are asked for. */
 function portions(place, items, size, build, what) {

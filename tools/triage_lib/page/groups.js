@@ -74,10 +74,28 @@ const factsOf = (group, ...links) => h("div.facts-line", null,
     h("span", null, group.versions.length > 1 ? "versions " : "version ", foreign(group.versions.join(", "))),
   links);
 
-/** What the catalogue says of a group names no file and no process; where all of its runs say the same, they say it better. */
-function saidOf(group, key) {
-  const said = new Set(data.runs.filter(run => groupOfRun(run) === `failure:${group.key}`).map(run => run.failure[key]));
-  return said.size === 1 ? [...said][0] : group[key];
+/**
+ * What the catalogue says of a group names no file and no process. Where all of its runs say the same, they say it better; else the
+ * words that tell them apart follow.
+ */
+function adviceOf(group) {
+  const found = data.runs.filter(run => groupOfRun(run) === `failure:${group.key}`).map(run => run.failure);
+  const said = key => new Set(found.map(failure => failure[key]));
+  const same = key => said(key).size === 1 ? [...said(key)][0] : group[key];
+  const words = new Map();
+  for (const [name, value] of found.flatMap(failure => Object.entries(failure.fields)))
+    words.set(name, (words.get(name) ?? new Set()).add(value));
+  const listed = [...words].filter(([, values]) => values.size > 1).map(([name, values]) => {
+    const first = [...values].slice(0, WORDS_SHOWN), more = values.size - WORDS_SHOWN;
+    const rest = more > 0 && h("span.quiet", null, ` and ${more} more`);
+    if (first.every(value => value.length < 20)) return h("div", null, `${name}: `, code(first.join(", ")), rest);
+    return [first.map(value => h("div", null, code(clipped(value, 200)))), rest];
+  });
+  return terms("advice", [
+    ["Meaning", same("meaning") && sentence(same("meaning"))],
+    ["Look at, or do", same("remedy") && sentence(same("remedy"))],
+    ["In these runs", listed.length > 0 && listed],
+  ]);
 }
 
 function groupItem(group) {
@@ -85,7 +103,7 @@ function groupItem(group) {
   const details = h("details", {open: index < GROUPS_OPEN},
     h("summary", null, h("span.count", null, group.runs.toLocaleString("en"), " ", h("small", null, one ? "run" : "runs")),
       h("span.title", null, h("strong", null, sentence(group.title ?? group.key)), outcomeLabel(group.outcome))),
-    h("div.what", null, advice(saidOf(group, "meaning"), saidOf(group, "remedy")),
+    h("div.what", null, adviceOf(group),
       factsOf(group,
         h("a", {
           href: address({...NOTHING, group: `${group.by}:${group.key}`, run: one ? group.examples[0] ?? "" : ""}),
