@@ -71,7 +71,10 @@ TEST_F(LibraryFoldersTest, AnUncheckedValueCountsIfItIsAWholePath) {
   };
   for (const auto& c : cases) {
     test::SetBytes(query.key_path, L"Value", c.type, c.text.c_str(), (c.text.size() + 1) * sizeof(wchar_t) - c.cut);
-    EXPECT_EQ(c.expected.empty() ? 3u : 0u, LookupFolder(folder, query)) << "row " << (&c - cases);
+    SetLastError(77);
+    const DWORD result = LookupFolder(folder, query);
+    EXPECT_EQ(result, GetLastError());
+    EXPECT_EQ(c.expected.empty() ? 3u : 0u, result) << "row " << (&c - cases);
     EXPECT_EQ(c.expected, folder) << "row " << (&c - cases);
   }
   for (const auto& [size, code] : {std::pair(0x7FFFFFFEu, 8u), {0xFFFFFFFEu, 8u}, {520u, 234u}}) {  // no memory; fits already
