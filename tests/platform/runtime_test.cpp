@@ -191,6 +191,8 @@ TEST(Once, NeedsNoMemoryAndDoesAgainWhatThrew) {
 TEST(Runtime, FailedAllocationsInTheLibrarysOwnFunctionsAreCaught) {
   const std::string text(100, 'x');
   const test::ImportFake<void*(std::size_t)> none("msvcrt.dll", "malloc", [](auto, std::size_t) { return nullptr; });
+  const test::ImportFake<void*(std::size_t, std::size_t)> nor_cleared("msvcrt.dll", "calloc",
+                                                                      [](auto*, auto...) -> void* { return nullptr; });
   EXPECT_THROW(std::runtime_error("of a C string"), std::bad_alloc);
   EXPECT_THROW(std::runtime_error{text}, std::bad_alloc);
   EXPECT_THROW(std::string(text).size(), std::bad_alloc);
