@@ -26,6 +26,12 @@ function access(exception) {
   return exception.code === "0xc0000005" && word && where ? `, ${word} ${where}` : "";
 }
 
+/** What happened, as short as it can be said. */
+function crashOf({exception, stack}) {
+  const place = stack.find(frame => frame.function);
+  return exception && exception.name + access(exception) + (place ? `, in ${place.function}` : "");
+}
+
 function stackTable(dump) {
   const innermost = dump.stack.findIndex(frame => frame.ours), named = dump.stack.some(frame => frame.function);
   const titles = named ? ["Function, innermost first", "Source", "Module"] : ["Module and offset, innermost first"];

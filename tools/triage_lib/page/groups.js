@@ -75,8 +75,8 @@ const factsOf = (group, ...links) => h("div.facts-line", null,
   links);
 
 /**
- * What the catalogue says of a group names no file and no process. Where all of its runs say the same, they say it better; else the
- * words that tell them apart follow.
+ * What the catalogue says of a group names no file and no process. Where all of its runs say the same, they say it better; else
+ * the words that tell them apart follow.
  */
 function adviceOf(group) {
   const found = data.runs.filter(run => groupOfRun(run) === `failure:${group.key}`).map(run => run.failure);

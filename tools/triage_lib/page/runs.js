@@ -53,6 +53,7 @@ function verdict(run) {
     return h("div.verdict", {"data-outcome": run.outcome},
       h("p", null, run.outcome === "succeeded" ? "It succeeded." : `It ${OUTCOMES[run.outcome] ?? run.outcome}.`),
       terms("advice", [["Result", result]]));
+  const crash = run.outcome === "crashed" && dumpsOf(run).filter(dump => dump.cause === "crash").map(crashOf).find(Boolean);
   const fields = Object.entries(run.failure.fields).filter(([, value]) => !run.error?.includes(value));
   return h("div.verdict", {"data-outcome": run.outcome}, terms("advice", [
     ["Meaning", run.failure.meaning && sentence(run.failure.meaning)],
@@ -61,6 +62,7 @@ function verdict(run) {
       "In this run",
       fields.length > 0 && fields.map(([name, value]) => [h("span.quiet", null, name.toLowerCase(), " "), code(value), " "])
     ],
+    ["The dump says", crash && foreign(crash)],
     ["The log says", run.error && code(run.error)],
     [
       "Because of",

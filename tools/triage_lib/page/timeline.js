@@ -20,7 +20,7 @@ function scaleOf(dated, width) {
 
 function axisOf({first, last, span, slots, cell, top, width, bottom}) {
   const drawn = [svg("line", {class: "axis", x1: 0, x2: width, y1: bottom + .5, y2: bottom + .5})];
-  const step = STEPS.find(size => span / size <= width / 95) ?? STEPS.at(-1);
+  const step = STEPS.find(size => span / size <= width / 115) ?? STEPS.at(-1);
   const parts = step < SECOND ? "all" : step < MINUTE ? "seconds" : "minutes";
   let shownDay = "";
   for (let tick = Math.ceil(first / step) * step; tick <= first + span; tick += step) {
