@@ -14,6 +14,7 @@
 #include "base/exceptions.h"
 #include "base/format_message.h"
 #include "driver/control.h"
+#include "registry_views/control.h"
 #include "root/scoped_handle.h"
 #include "service/control.h"
 
@@ -82,6 +83,7 @@ std::vector<std::wstring> Folders() {
   wchar_t others[MAX_PATH] = {};  // on a 64-bit system those of the 64-bit programs
   if (const DWORD length = GetEnvironmentVariableW(L"ProgramW6432", others, MAX_PATH); length > 0 && length < MAX_PATH)
     add(others);
+  folders.push_back(standins::kViewsFolder);
   return folders;
 }
 

@@ -24,7 +24,8 @@ std::string Hex(DWORD number) {
   return text;
 }
 
-std::string Last(const std::string& text) {
+std::string Last(std::string text) {
+  while (text.ends_with('\n')) text.pop_back();
   return text.size() <= kLongestText ? text : "...\n" + text.substr(text.find('\n', text.size() - kLongestText) + 1);
 }
 
