@@ -40,6 +40,7 @@ constexpr Row kRows[] = {
     {Trait::reactos, "installer_tests.SettingsFile.WaitsForSomebodysExclusiveLockOfAnyByte",
      "it unlocks no byte behind the end of a file"},
     {Trait::reactos, "platform_tests.RuntimeHooks.WhatNobodyCatches*", "its C runtime forgets the handler of SIGABRT"},
+    {Trait::reactos, "matrix.CrashNow during a run", "the driver gets the notice in every other run only"},
     {Trait::reactos, "matrix.a run of the module ends meanwhile", "it ends the process before the thread that waited can print"},
     {Trait::reactos, "root_tests.Registry.ReadsTexts*", "it expands no text of 32,766 characters"},
     {Trait::reactos, "root_tests.SystemLibrary.IsTaken*", "its GetModuleHandleExW finds modules that are not there"},
