@@ -109,8 +109,9 @@ class ArchiveTest(unittest.TestCase):
         self.make(*((f"{number}", bytes(1 << 20)) for number in range(9)))
         contents, problems = self.read(limits=archive.Limits(small=1 << 10))
         self.assertEqual((len(contents), len(problems)), (0, 9))
-        contents, problems = self.read(limits=archive.Limits(machine=3 << 20))
-        self.assertEqual((len(contents), len(problems)), (3, 6))
+        for limits in (archive.Limits(machine=3 << 20), archive.Limits(small=3 << 20)):
+            contents, problems = self.read(limits=limits)
+            self.assertEqual((len(contents), len(problems)), (3, 6))
         contents, problems = self.read(limits=archive.Limits(entries=5))
         self.assertEqual((len(contents), len(problems)), (5, 1))
         contents, problems = self.read(limits=archive.Limits(directory=100))

@@ -25,7 +25,8 @@ def dumped(code: str) -> str:
 def line(second: float, process: int, record: str) -> bytes:
     tag, text = record.split(": ", 1)
     minutes, seconds = divmod(second, 60)
-    return f"2026-11-22 22:{int(minutes):02}:{seconds:06.3f} {process:6} {process + 4:6} info     {tag:<11}  {text}\r\n".encode()
+    hours, minutes = divmod(int(minutes), 60)
+    return f"2026-11-22 {22 + hours}:{minutes:02}:{seconds:06.3f} {process:6} {process + 4:6} info     {tag:<11}  {text}\r\n".encode()
 
 
 def lines(process: int, *records: str, at: float = 0.0) -> bytes:

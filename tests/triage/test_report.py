@@ -3,9 +3,11 @@ import contextlib
 import datetime
 import io
 import json
+import os
 import pathlib
 import re
 import sqlite3
+import subprocess
 import tempfile
 import unittest
 import zipfile
@@ -16,7 +18,9 @@ from triage_lib import catalogue, command, examine, groups, matching, report_jso
 from triage_lib.log import LineFormat
 from triage_lib.model import DumpRecord, Outcome, Run
 
-DOCUMENT = (pathlib.Path(__file__).resolve().parents[2] / "docs/triage.md").read_text(encoding="utf-8")
+ROOT = pathlib.Path(__file__).resolve().parents[2]
+PROGRAM = ROOT / "tools/triage"
+DOCUMENT = (ROOT / "docs/triage.md").read_text(encoding="utf-8")
 REFUSED = lines(8, BEGIN, started("/svc /update /antivirus /state:ON"), "wsc: run: to_prod_state ON (code 0x000000a0)", END)
 UNTRUSTED = lines(12, BEGIN, started("/svc /register /firewall"), "wsc: run: not trusted start, parent pid: 384 (code 0x00000005)", END, at=20)
 
@@ -69,11 +73,17 @@ class Reports(unittest.TestCase):
                 (1, [self.machine("dump", a_mdmp=b"MDMP", wsc_log=REFUSED)], "a.mdmp"),
                 (1, [self.machine("unknown", wsc_log=lines(8, BEGIN, "wsc: a new text"))], "a new text"),
                 (2, [], "usage"), (2, ["--nonsense", log], "usage"), (2, ["--line-format", "{text}", log], "lacks {year}"),
-                (2, ["--symbols", "/nowhere.zip", log], "/nowhere.zip"), (2, ["--html", "/nowhere/page.html", log], "/nowhere")):
+                (2, ["--symbols", "/nowhere.zip", log], "/nowhere.zip"), (2, ["--html", "/nowhere/page.html", log], "/nowhere"),
+                (2, ["--html", "/dev/null", log], "/dev/null")):
             with self.subTest(words):
                 found, text = self.triage(*words)
                 self.assertEqual(status, found, text)
                 self.assertIn(expected, text)
+
+    def test_a_terminal_without_the_characters(self) -> None:
+        done = subprocess.run([PROGRAM, self.machine("one", wsc_log=REFUSED)], capture_output=True, check=False,
+                              env={**os.environ, "PYTHONIOENCODING": "ascii"})
+        self.assertEqual((0, b""), (done.returncode, done.stderr))
 
     def test_json_is_as_documented(self) -> None:
         kinds = self.json(self.machine("one", wsc_log=REFUSED), self.machine("two", wsc_log=UNTRUSTED + b"junk\n" + REFUSED))

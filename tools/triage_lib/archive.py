@@ -23,8 +23,8 @@ class Limits:
     directory: int = 8 << 20        # bytes of a zip's list of contents
     file: int = 2 << 30             # bytes of one file in a zip, as it is when it is read
     machine: int = 4 << 30          # bytes of all files in a zip
-    ratio: int = 250                # how much smaller a file of a zip may have become ...
-    small: int = 16 << 20           # ... unless it is smaller than that, in bytes
+    ratio: int = 250                # how much smaller the files of a zip may have become, each and all ...
+    small: int = 16 << 20           # ... unless they are smaller than that, in bytes
     depth: int = 32                 # folders within folders
 
 
@@ -444,7 +444,7 @@ def _read_zip(machine: Machine, path: str, file: BinaryIO, size: int, limits: Li
         listed, entries = b"", _entries_themselves(file, size)
     names = _Names()
     found: list[tuple[_Entry, str]] = []
-    declared = 0
+    packed = declared = 0
     for entry in _reported(machine, itertools.islice(entries, limits.entries + 1)):
         if entry.number >= limits.entries:
             machine.report(machine.name, f"more than {limits.entries} files and folders; the others are passed over")
@@ -464,9 +464,12 @@ def _read_zip(machine: Machine, path: str, file: BinaryIO, size: int, limits: Li
                 raise _Bad("breaks off")
             if declared + entry.size > limits.machine:
                 raise _Bad(f"the archive is larger than {limits.machine >> 20} MB when unpacked")
+            if declared + entry.size > max(limits.small, (packed + entry.packed) * limits.ratio):
+                raise _Bad(f"is part of a bomb: with it {packed + entry.packed} bytes would become {declared + entry.size}")
         except _Bad as failure:
             machine.report(name, str(failure))
             continue
+        packed += entry.packed
         declared += entry.size
         found.append((entry, name))
     kept = []

@@ -3,6 +3,7 @@ from __future__ import annotations
 
 import argparse
 import datetime
+import io
 import os
 import pathlib
 import sys
@@ -58,8 +59,8 @@ class _Progress:
 
 
 def _write(path: str, pieces: Iterable[str]) -> None:
-    """In one step: whoever looks at the file sees the old one or the whole new one."""
-    target = pathlib.Path(path)
+    """In one step: whoever looks at the file sees the old one or the whole new one. Where a link leads is written, the link stays."""
+    target = pathlib.Path(os.path.realpath(path))
     with tempfile.NamedTemporaryFile("w", encoding="utf-8", dir=target.parent, prefix=target.name, delete=False) as file:
         try:
             for piece in pieces:
@@ -72,9 +73,16 @@ def _write(path: str, pieces: Iterable[str]) -> None:
             raise
 
 
+def _check_writable(path: str) -> None:
+    """Before the work is done. A device or a pipe would be replaced by the page, and is refused as a folder is."""
+    usable = os.path.isfile(path) if os.path.exists(path) else path != ""
+    if not usable or not os.access(os.path.dirname(os.path.realpath(path)) + "/", os.W_OK):
+        raise OSError(f"'{path}' cannot be written")
+
+
 def run(arguments: argparse.Namespace) -> int:
-    if arguments.html is not None and not os.access(pathlib.Path(arguments.html).parent, os.W_OK):
-        raise OSError(f"{arguments.html} cannot be written")
+    if arguments.html is not None:
+        _check_writable(arguments.html)
     known = catalogue.load()
     symbols = stacks.Symbols(own_stores() if arguments.symbols is None else arguments.symbols)
     options = Options(LineFormat(arguments.line_format), symbols, keep_lines=arguments.html is not None)
@@ -100,11 +108,16 @@ def run(arguments: argparse.Namespace) -> int:
     out.finish(groups)
     if page:
         _write(arguments.html, report_html.pieces(page.data(groups, datetime.datetime.now(datetime.timezone.utc))))
+    sys.stdout.flush()
     return NOT_ALL if problems else UNDERSTOOD
 
 
 def main(words: list[str]) -> int:
     arguments = _parser().parse_args(words)
+    if sys.stdout is None:
+        sys.stdout = open(os.devnull, "w", encoding="utf-8")
+    if isinstance(sys.stdout, io.TextIOWrapper):
+        sys.stdout.reconfigure(errors="backslashreplace")  # a terminal may have no such characters
     try:
         return run(arguments)
     except (BadFormat, catalogue.BadCatalogue, stacks.BadStore) as failure:

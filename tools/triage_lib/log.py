@@ -10,7 +10,7 @@ LONGEST_LINE = 1 << 14       # bytes; of a longer one the beginning is read
 
 SUITE_FORMAT = "{year}-{month}-{day} {hour}:{minute}:{second}.{fraction} {process} {thread} {level} {tag} {text}"
 _FIELDS = {
-    "year": r"\d{4}", "month": r"\d{1,2}", "day": r"\d{1,2}", "hour": r"\d{1,2}", "minute": r"\d{1,2}", "second": r"\d{1,2}",
+    "year": r"\d{4}", "month": r"\d{1,2}", "day": r"\d{1,2}", "hour": r"[01]?\d|2[0-3]", "minute": r"[0-5]?\d", "second": r"[0-5]?\d",
     "fraction": r"\d{1,9}", "process": r"\d{1,10}", "thread": r"\d{1,10}", "level": r"\S{1,20}", "tag": r"\S{1,40}", "text": r".*",
 }
 _OPTIONAL = {"fraction": "0", "level": "?", "thread": "0"}
@@ -84,7 +84,7 @@ class LineFormat:
 
 
 def raw_lines(stream: BinaryIO) -> Iterator[tuple[bytes, bool]]:
-    """The lines of a file without their ends, and whether each has one. What is too long of a line is left out."""
+    """The lines of a file without their ends, and whether each is there as a whole. What is too long of a line is left out."""
     rest = b""
     skipping = False
     while chunk := stream.read(1 << 18):
@@ -93,7 +93,7 @@ def raw_lines(stream: BinaryIO) -> Iterator[tuple[bytes, bool]]:
             lines = lines[1:]
             skipping = False
         for line in lines:
-            yield line[:LONGEST_LINE], True
+            yield line[:LONGEST_LINE], len(line) <= LONGEST_LINE
         if skipping:
             rest = b""
         elif len(rest) > LONGEST_LINE:
