@@ -8,6 +8,18 @@ function answer() {
   return `${wrong === runs ? "All" : wrong.toLocaleString("en") + " of"} ${count(runs, "run")} went wrong.`;
 }
 
+/** How many runs ended how: of all runs, also of those that the page does not have. */
+function outcomeCounts() {
+  const counted = new Map(Object.keys(OUTCOMES).map(outcome => [outcome, 0]));
+  const add = (outcome, number) => counted.set(outcome, (counted.get(outcome) ?? 0) + number);
+  if (data.left_out.runs) {
+    for (const group of failures) add(group.outcome ?? "failed", group.runs);
+    add("succeeded", total.runs - total.wrong);
+  } else
+    for (const run of data.runs) add(run.outcome, 1);
+  return [...counted].filter(([, number]) => number > 0);
+}
+
 function renderHead() {
   const most = failures.filter(group => group.runs === failures[0].runs && group.machines === failures[0].machines);
   const named = group =>
@@ -25,9 +37,7 @@ function renderHead() {
     one ? "one machine, " : count(machines.size, "machine"), one && foreign(data.machines[0].name),
     times.length > 0 && `, from ${period(earliest, latest)}`,
     data.problems.length > 0 && ` · ${count(data.problems.length, "thing")} not understood`, ".");
-  const counted =
-    Object.keys(OUTCOMES).map(outcome => [outcome, data.runs.filter(run => run.outcome === outcome).length]).filter(([,
-      number]) => number);
+  const counted = outcomeCounts();
   fill($("share"), counted.map(([outcome, number]) => {
     const part = h("span", {"data-outcome": outcome, title: `${number} ${OUTCOMES[outcome]}`});
     part.style.flexGrow = number;
@@ -100,6 +110,7 @@ function adviceOf(group) {
 
 function groupItem(group) {
   const index = failures.indexOf(group), one = group.runs === 1;
+  const kept = data.runs.filter(run => groupOfRun(run) === `failure:${group.key}`).length;
   const details = h("details", {open: index < GROUPS_OPEN},
     h("summary", null, h("span.count", null, group.runs.toLocaleString("en"), " ", h("small", null, one ? "run" : "runs")),
       h("span.title", null, h("strong", null, sentence(group.title ?? group.key)), outcomeLabel(group.outcome))),
@@ -109,7 +120,9 @@ function groupItem(group) {
           href: address({...NOTHING, group: `${group.by}:${group.key}`, run: one ? group.examples[0] ?? "" : ""}),
           "data-then": "list"
         },
-          one ? "Show the run" : `Show these ${group.runs.toLocaleString("en")} runs`))));
+          one                   ? "Show the run"
+            : kept < group.runs ? `Show ${kept} of them`
+                                : `Show these ${count(kept, "run")}`))));
   return h("li", {"data-outcome": group.outcome}, details);
 }
 

@@ -56,9 +56,10 @@ function render() {
 
   const found = lastRuns = shownRuns();
   const group = groups.get(state.group);
-  fill($("shown"), found.length === data.runs.length ? `All ${count(found.length, "run")}` : [
-    h("strong", null, found.length.toLocaleString("en")), ` of ${count(data.runs.length, "run")}`
-  ]);
+  const left = data.left_out.runs > 0 && `; ${count(data.left_out.runs, "other")} are counted, but not in this page`;
+  const all = found.length === data.runs.length;
+  fill($("shown"), all ? "All " : [h("strong", null, found.length.toLocaleString("en")), " of "], count(data.runs.length, "run"),
+    left);
   fill($("narrowed"), state.group && narrowed(["Only: ", foreign(clipped(group?.title ?? state.group, 80))], {group: ""}),
     (state.from || state.to) &&
       narrowed(`Only ${period(at(state.from), at(state.to)) || "a part of the time"}`, {from: "", to: ""}),
