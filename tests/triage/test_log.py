@@ -69,6 +69,10 @@ class Cutting(unittest.TestCase):
                 self.assertEqual((outcome, result), (run.outcome, run.result))
                 self.assertEqual(outcome is not Outcome.SUCCEEDED, run.failure is not None)
 
+    def test_a_code_of_another_program_is_not_explained(self) -> None:
+        for text, explained in (("provider start", False), ("setup run failed", False), ("cannot load x", True), ("a new text", True)):
+            self.assertEqual(explained, self.one(f"wsc: run: {text} (code 0x0000001f)", END).result_meaning is not None)
+
     def test_where_it_stopped(self) -> None:
         """A run without an end is explained by its last line, a crash by whether its dump was written."""
         for records, meaning in (((), "ended from outside"), (("wsc: wsc starting providers",), "has not come back"),

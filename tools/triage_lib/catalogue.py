@@ -32,6 +32,7 @@ class Entry:
     fields: tuple[str, ...] = ()
     title: str = ""
     fault: bool = False
+    own_code: bool = True        # of a failure: the results say what its code means
     role: str = ""
     step: str = ""
     step_before: str = ""

@@ -295,6 +295,7 @@ class RunCutter:
             run.failure = _stop_of(open_run)
         if run.outcome is not Outcome.DID_NOT_RETURN:
             run.end_cut = False
-        if run.result is not None and (result := self._catalogue.result(run.result)):
+        known = self._catalogue.error(run.causes[0].text) if run.outcome is Outcome.FAILED else None
+        if run.result is not None and (known is None or known.entry.own_code) and (result := self._catalogue.result(run.result)):
             run.result_meaning = plain(result.meaning)
         self._finished(run)

@@ -48,7 +48,7 @@ const systemOf = item => foreign([item.windows, item.version && `wsc.dll ${item.
 
 function verdict(run) {
   const result = run.result && [code(run.result), " ", run.result_meaning && sentence(run.result_meaning)];
-  const remedy = run.result && data.results[run.result]?.remedy;
+  const remedy = run.result_meaning && data.results[run.result]?.remedy;
   if (!run.failure || run.outcome === "succeeded")
     return h("div.verdict", {"data-outcome": run.outcome},
       h("p", null, run.outcome === "succeeded" ? "It succeeded." : `It ${OUTCOMES[run.outcome] ?? run.outcome}.`),
