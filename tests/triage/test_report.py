@@ -1,5 +1,6 @@
 """What is found reaches the reader: as a summary, as JSON, with the right status, and harmless."""
 import contextlib
+import dataclasses
 import datetime
 import io
 import json
@@ -56,6 +57,7 @@ class Reports(unittest.TestCase):
     def test_the_cause_is_named(self) -> None:
         status, text = self.triage(self.machine("one", wsc_log=REFUSED + UNTRUSTED))
         self.assertEqual(0, status)
+        self.assertRegex(text.split("=== The runs")[0], "(?s)1 run on 1 machine.*means +the state is none of.*do +correct WORD")
         for expected in ("2 failed", "/state:ON", "correct “ON” in the command line", "untrusted parent process", "does not trust process 384"):
             self.assertIn(expected, text)
 
@@ -85,13 +87,24 @@ class Reports(unittest.TestCase):
                               env={**os.environ, "PYTHONIOENCODING": "ascii"})
         self.assertEqual((0, b""), (done.returncode, done.stderr))
 
+    def test_a_bar_on_a_terminal(self) -> None:
+        terminal = io.StringIO()
+        terminal.isatty = lambda: True  # type: ignore[method-assign]
+        with contextlib.redirect_stderr(terminal), contextlib.redirect_stdout(io.StringIO()):
+            command.main([self.machine("one", wsc_log=REFUSED), self.machine("two", wsc_log=REFUSED)])
+        self.assertRegex(terminal.getvalue(), r"\[ {40}\] 0/2 .*one\r.*\[#{20} {20}\] 1/2 .*two\r\x1b\[K\Z")
+
     def test_json_is_as_documented(self) -> None:
         kinds = self.json(self.machine("one", wsc_log=REFUSED), self.machine("two", wsc_log=UNTRUSTED + b"junk\n" + REFUSED))
+        kinds["dump"] = [report_json.dump_json(dataclasses.replace(dump(8, 1), offset=0x1234))]
         for kind, records in kinds.items():
             section = DOCUMENT.split(f'### `"kind": "{kind}"`')[1].split("\n#")[0]
             fields = [name for row in re.findall(r"^\| (`.*?`) \|", section, re.M) for name in re.findall(r"`(\w+)`", row)]
             for record in records:
                 self.assertCountEqual(fields, record)
+        self.assertEqual(("0x1234", "1970-01-01T00:00:01.000Z"), (kinds["dump"][0]["offset"], kinds["dump"][0]["time"]))
+        self.assertEqual(["r1.1", "r2.1", "r2.2"], [run["id"] for run in kinds["run"]])
+        self.assertEqual([1, 2], [machine["runs"] for machine in kinds["machine"]])
         self.assertEqual([2, 3, 1, 2], [len(kinds[kind]) for kind in ("machine", "run", "problem", "group")])
         self.assertEqual([(2, 2), (1, 1)], [(group["machines"], group["runs"]) for group in kinds["group"]])
         self.assertEqual(("2026-11-22T22:00:00.000", 3.0), (kinds["run"][0]["begin"], kinds["run"][0]["seconds"]))
