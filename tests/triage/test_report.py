@@ -61,6 +61,11 @@ class Reports(unittest.TestCase):
         for expected in ("2 failed", "/state:ON", "correct “ON” in the command line", "untrusted parent process", "does not trust process 384"):
             self.assertIn(expected, text)
 
+    def test_what_lies_behind_a_failure_and_beside_it(self) -> None:
+        text = self.triage(self.machine("one", wsc_log=lines(8, BEGIN, started("/av /enable"), "wsc: cavmstop failed 7",
+                                                             "wsc: run: RunningUnderAdminAccount <- AllocateAndInitializeSid (code 0x00000057)")))[1]
+        self.assertRegex(text, r"(?s)because +AllocateAndInitializeSid \(0x00000057\).*also +cavmstop failed N: the AV manager did not")
+
     def test_statuses(self) -> None:
         log = self.machine("log", wsc_log=REFUSED)
         bad = self.folder / "bad.zip"
