@@ -140,7 +140,7 @@ class Cutting(unittest.TestCase):
         run = self.one("wsc: run: run: x /state:a <- b (code 0x00000005) <- c (code 0x00000057)", END)
         self.assertEqual([("run: x /state:a <- b (code 0x00000005) <- c", 0x57)], [(cause.text, cause.code) for cause in run.causes])
         run = self.one("wsc: run: something new (code 0x00000007)", "wsc: change_defender_status: registry write (code 0x00000005)", END)
-        self.assertEqual(("unknown", ["error: registry write"]), (run.failure.id, run.faults))
+        self.assertEqual(("unknown", ["error: registry write"]), (run.failure.id, list(run.faults)))
 
     def test_hostile_amounts(self) -> None:
         """Neither processes that never end nor a run without end fill the memory."""

@@ -64,7 +64,7 @@ class Reports(unittest.TestCase):
     def test_what_lies_behind_a_failure_and_beside_it(self) -> None:
         text = self.triage(self.machine("one", wsc_log=lines(8, BEGIN, started("/av /enable"), "wsc: cavmstop failed 7",
                                                              "wsc: run: RunningUnderAdminAccount <- AllocateAndInitializeSid (code 0x00000057)")))[1]
-        self.assertRegex(text, r"(?s)because +AllocateAndInitializeSid \(0x00000057\).*also +cavmstop failed N: the AV manager did not")
+        self.assertRegex(text, r"(?s)because +AllocateAndInitializeSid \(0x00000057\).*also +cavmstop failed 7: the AV manager did not")
 
     def test_statuses(self) -> None:
         log = self.machine("log", wsc_log=REFUSED)

@@ -88,7 +88,7 @@ def run(arguments: argparse.Namespace) -> int:
     options = Options(LineFormat(arguments.line_format), symbols, keep_lines=arguments.html is not None)
     groups = Groups(known)
     out: report_json.Lines | report_text.Summary
-    out = report_json.Lines(sys.stdout) if arguments.json else report_text.Summary(sys.stdout, known, arguments.all)
+    out = report_json.Lines(sys.stdout) if arguments.json else report_text.Summary(sys.stdout, arguments.all)
     page = report_json.Page(known) if arguments.html is not None else None
     problems = 0
 

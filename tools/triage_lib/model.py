@@ -92,7 +92,7 @@ class Run:
     causes: list[Cause] = dataclasses.field(default_factory=list)
     failure: Failure | None = None
     steps: dict[str, int] = dataclasses.field(default_factory=dict)   # ms
-    faults: list[str] = dataclasses.field(default_factory=list)       # ids of the catalogue
+    faults: dict[str, str] = dataclasses.field(default_factory=dict)  # ids of the catalogue -> what was logged, and means
     dumped: list[int] = dataclasses.field(default_factory=list)       # when the log says that a dump was written
     dumps: list[str] = dataclasses.field(default_factory=list)        # ids
     windows: str | None = None

@@ -57,7 +57,8 @@ def run_json(run: Run) -> Json:
         "causes": [{"text": cause.text, "code": None if cause.code is None else code_text(cause.code), "id": cause.id,
                     "meaning": cause.meaning} for cause in run.causes[1:]],
         "steps": [{"step": step, "seconds": passed / 1000} for step, passed in run.steps.items()],
-        "dumps": run.dumps, "windows": run.windows, "version": run.version, "faults": run.faults, "line_count": run.line_count,
+        "dumps": run.dumps, "windows": run.windows, "version": run.version,
+        "faults": list(run.faults), "fault_texts": run.faults, "line_count": run.line_count,
     }
 
 

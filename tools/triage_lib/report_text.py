@@ -6,7 +6,6 @@ import textwrap
 from collections.abc import Iterator
 from typing import TextIO
 
-from .catalogue import Catalogue, plain
 from .dump_record import frame_place
 from .examine import Record
 from .groups import Group, Groups
@@ -51,7 +50,7 @@ def dump_lines(dump: DumpRecord) -> Iterator[str]:
     yield from _labelled("", dump.stack_note or "")
 
 
-def run_lines(run: Run, dumps: dict[str, DumpRecord], meanings: dict[str, str]) -> Iterator[str]:
+def run_lines(run: Run, dumps: dict[str, DumpRecord]) -> Iterator[str]:
     result = f" {code_text(run.result)}" if run.result is not None else ""
     cut = " (its beginning is missing)" * run.begin_cut + " (the log ends)" * run.end_cut + " (the clock was set back)" * run.clock_back
     yield f"  {(moment(run.begin) or '?').replace('T', ' ')}  process {run.process}  {visible(run.machine)}"
@@ -68,8 +67,8 @@ def run_lines(run: Run, dumps: dict[str, DumpRecord], meanings: dict[str, str]) 
         yield from _labelled("do", run.failure.remedy)
     for cause in run.causes[1:]:
         yield from _labelled("because", cause.text + (f" ({code_text(cause.code)})" if cause.code is not None else ""))
-    for fault in run.faults:
-        yield from _labelled("also", meanings.get(fault, fault))
+    for fault in run.faults.values():
+        yield from _labelled("also", fault)
     if run.result_meaning and run.outcome is Outcome.FAILED:
         yield from _labelled("result", run.result_meaning)
     yield from _labelled("time", ", ".join(f"{step} {duration(passed)}" for step, passed in run.steps.items()))
@@ -93,8 +92,7 @@ def group_lines(group: Group) -> Iterator[str]:
 class Summary:
     """Counts everything, and keeps the first runs that went wrong to show them one by one."""
 
-    def __init__(self, out: TextIO, catalogue: Catalogue, show_all: bool = False) -> None:
-        self._meanings = {entry.id: f"{entry.shown}: {plain(entry.meaning)}" for entry in catalogue.entries}
+    def __init__(self, out: TextIO, show_all: bool = False) -> None:
         self._out = out
         self._show_all = show_all
         self._outcomes: dict[Outcome, int] = {outcome: 0 for outcome in Outcome}
@@ -170,7 +168,7 @@ class Summary:
         yield from ("", "=== All runs" if self._show_all else "=== The runs that did not succeed, or logged a fault")
         for run in sorted(self._runs, key=lambda run: (run.machine, run.begin)):
             yield ""
-            yield from run_lines(run, self._dumps, self._meanings)
+            yield from run_lines(run, self._dumps)
         if self._left_out:
             yield from ("", f"  and {self._left_out:,} more; --all shows every run, --json and --html have them, too")
 

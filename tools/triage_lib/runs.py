@@ -267,12 +267,11 @@ class RunCutter:
                 self._close(self._ended.pop(next(iter(self._ended))))
 
     def _note_fault(self, run: Run, match: Match) -> None:
-        entry = match.entry
-        if entry.kind == "context":
-            entry = next((known.entry for cause in read_causes(self._catalogue, match.values[0])
-                          if (known := self._catalogue.error(cause.text))), entry)
-        if entry.id not in run.faults:
-            run.faults.append(entry.id)
+        if match.entry.kind == "context":
+            match = next((known for cause in read_causes(self._catalogue, match.values[0])
+                          if (known := self._catalogue.error(cause.text))), match)
+        if match.entry.id not in run.faults:
+            run.faults[match.entry.id] = f"{filled(match.entry.shown, match.fields)}: {filled(match.entry.meaning, match.fields)}"
 
     def _close(self, open_run: _OpenRun) -> None:
         run = open_run.run

@@ -154,12 +154,7 @@ function runContent(run) {
         ["Where", [foreign(run.machine), ", ", foreign(run.log), `, process ${run.process}`]],
         ["System", systemOf(run)],
         ["Worth knowing", cut.length > 0 && sentence(both(cut))],
-        [
-          "Logged, survived",
-          run.faults.length > 0 &&
-            run.faults.map(id => h("div", null, foreign(data.texts[id]?.title ?? id),
-                             data.texts[id]?.meaning && [" – ", foreign(data.texts[id].meaning)]))
-        ],
+        ["Logged, survived", run.faults.length > 0 && run.faults.map(id => h("div", null, foreign(run.fault_texts[id])))],
       ]),
     dumpsOf(run).length > 0 &&
       [
