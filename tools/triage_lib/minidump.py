@@ -12,7 +12,7 @@ import re
 import struct
 import tempfile
 from collections.abc import Callable
-from typing import BinaryIO
+from typing import Any, BinaryIO
 
 from .symbol_files import database_key, image_key
 
@@ -212,7 +212,7 @@ class _View:
             raise BadDump("breaks off")
         return data
 
-    def unpack(self, layout: struct.Struct, offset: int) -> tuple:
+    def unpack(self, layout: struct.Struct, offset: int) -> tuple[Any, ...]:
         return layout.unpack(self.read(offset, layout.size))
 
     def text(self, offset: int) -> str:
@@ -260,7 +260,7 @@ class _Reader:
             self.streams.setdefault(stream, (place, size))
         self.dump = Dump(time, whole_memory=bool(kind & _WHOLE_MEMORY), failed=_EXCEPTION_STREAM in self.streams)
 
-    def _header(self) -> tuple:
+    def _header(self) -> tuple[Any, ...]:
         if not self.view.size:
             raise BadDump("is empty: the process was ended before anything was written")
         if self.view.size < _HEADER.size:
@@ -336,7 +336,7 @@ class _Reader:
         if longer and "\0" not in text:
             self.dump.problems.append("the comment: longer than what is read of it")
 
-    def _listed(self, place: int, size: int, layout: struct.Struct, most: int) -> list[tuple]:
+    def _listed(self, place: int, size: int, layout: struct.Struct, most: int) -> list[tuple[Any, ...]]:
         """The entries of a stream that is a counted list. One that breaks off is given as far as it goes."""
         (count,) = self.view.unpack(_U32, place)
         # Some writers align the entries behind the count.

@@ -76,6 +76,8 @@ class Symbols:
     def __init__(self, stores: Iterable[str | os.PathLike[str]] = ()) -> None:
         self._stores: list[Store] = []
         for path in stores:
+            if not os.fspath(path):
+                raise BadStore("the name of a symbol store is empty")
             try:
                 store = Store(os.fspath(path))
             except OSError as failure:
@@ -152,7 +154,7 @@ class Symbols:
         """The image and its program database beside it, where the debugger looks, if the stores have both and they belong together."""
         name = module.name
         if not self._stores:
-            return _Image(None, 0, "no symbols were given")
+            return _Image(None, 0, "no symbols were given; --symbols STORE takes those of a release")
         content = self._read(name, module.image_key)
         if not content:
             others = any(name.lower() in store.names for store in self._stores)
@@ -224,7 +226,8 @@ class Symbols:
         except subprocess.TimeoutExpired as late:
             self._failures += 1
             self._trouble = f"the debugger took longer than {LONGEST_RUN} s"
-            return (late.stdout or b"").decode("utf-8", "replace") if isinstance(late.stdout, (bytes, type(None))) else late.stdout
+            said: bytes | str | None = late.stdout
+            return said if isinstance(said, str) else (said or b"").decode("utf-8", "replace")
         finally:
             if debugger.poll() is None:
                 os.killpg(debugger.pid, signal.SIGKILL)

@@ -6,6 +6,7 @@ size, and its program database in NAME/GUIDAGE/NAME, by the identity that the im
 from __future__ import annotations
 
 import dataclasses
+import functools
 import pathlib
 import re
 import struct
@@ -73,7 +74,7 @@ def read_image(content: bytes) -> Image:
         raise BadImage("breaks off") from None
 
 
-def _read_record(content: bytes, sections: list[tuple[int, int, int, int]], place: int, length: int) -> Record | None:
+def _read_record(content: bytes, sections: list[tuple[int, ...]], place: int, length: int) -> Record | None:
     at = next((place - begin + raw for size, begin, raw_size, raw in sections if begin <= place < begin + max(size, raw_size)), None)
     if not place or at is None:
         return None
@@ -96,7 +97,7 @@ class Store:
             self.places = {str(file.relative_to(path)).lower(): file.read_bytes for file in path.glob("*/*/*")}
         else:
             archive = zipfile.ZipFile(path)
-            self.places = {name.lower(): (lambda name=name: archive.read(name)) for name in archive.namelist()}
+            self.places = {name.lower(): functools.partial(archive.read, name) for name in archive.namelist()}
         self.names = {place.split("/")[0] for place in self.places}
 
     def read(self, name: str, key: str) -> bytes | None:
