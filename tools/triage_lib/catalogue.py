@@ -81,8 +81,9 @@ class Match:
 
 @functools.lru_cache(1000)
 def plain(markdown: str) -> str:
-    """Markdown as a text without marks."""
-    return re.sub(r"\[([^\]]*)\]\([^)]*\)", r"\1", markdown).replace("`", "")
+    """Markdown as a text without marks, and without the references to other parts of the page."""
+    text = re.sub(r" \(\[[^\]]*\]\([^)]*\)\)", "", markdown)
+    return re.sub(r"\[([^\]]*)\]\([^)]*\)", r"\1", text).replace("`", "")
 
 
 def filled(markdown: str, fields: Mapping[str, str]) -> str:

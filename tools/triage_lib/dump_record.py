@@ -8,6 +8,11 @@ from .model import DumpRecord, ExceptionRecord, Failure, Run, StackFrame, code_t
 __all__ = ["BadDump", "frame_place", "name_crash", "read"]
 
 
+# The suite's parts that people know by other names than those of their files.
+_PARTS = {"cavm4h.dll": "the AV manager", "crvdata.dll": "the firewall's library", "log.dll": "the log library",
+          "cvdump32.exe": "the dumper", "wsc_proxy.exe": "the host", "wsc.dll": "the module itself"}
+
+
 def _frames(stack: stacks.Stack) -> list[StackFrame]:
     return [StackFrame(frame.module or None, frame.offset, frame.function or None, frame.file or None, frame.line or None, frame.inlined,
                        frame.ours) for frame in stack.frames]
@@ -63,7 +68,8 @@ def name_crash(run: Run, dump: DumpRecord) -> None:
     exception = dump.exception
     what = f": {exception.name} ({code_text(exception.code)})" if exception else ""
     makers = next((frame.module for frame in dump.stack if frame.ours), dump.module)
-    run.failure = Failure(f"crash: {dump.signature}", dump.title, said + what,
+    part = _PARTS.get((makers or "").lower())
+    run.failure = Failure(f"crash: {dump.signature}", dump.title, said + what + (f", in {part}, {makers}" if part else ""),
                           f"send log and dump to those who make {makers or 'the host'}; the stack names the functions")
     if run.result is None and exception:
         run.result = exception.code
