@@ -502,7 +502,7 @@ def _read_file(machine: Machine, path: str, limits: Limits) -> None:
 def open_machine(path: str | os.PathLike[str], limits: Limits = Limits()) -> Machine:
     """One folder, zip or single file. Never fails: what cannot be read is a problem of the machine."""
     path = os.fspath(path)
-    machine = Machine(shown(path).rstrip("/") or "/")
+    machine = Machine(shown(path).rstrip("/") or ("/" if path else "''"))
     try:
         if os.path.isdir(path):
             _read_folder(machine, path, limits)

@@ -73,16 +73,50 @@ def _write(path: str, pieces: Iterable[str]) -> None:
             raise
 
 
-def _check_writable(path: str) -> None:
-    """Before the work is done. A device or a pipe would be replaced by the page, and is refused as a folder is."""
-    usable = os.path.isfile(path) if os.path.exists(path) else path != ""
-    if not usable or not os.access(os.path.dirname(os.path.realpath(path)) + "/", os.W_OK):
-        raise OSError(f"'{path}' cannot be written")
+def _why_not_writable(path: str) -> str:
+    """What forbids to put the page there; empty: nothing. A file that is no page is most likely one that somebody sent."""
+    folder = os.path.dirname(os.path.realpath(path))
+    if not path:
+        return "the name is empty"
+    if os.path.exists(path) and not os.path.isfile(path):
+        return "it is a folder" if os.path.isdir(path) else "it is a pipe or a device"
+    if not os.path.isdir(folder):
+        return f"there is no folder '{folder}'"
+    if not os.access(folder, os.W_OK):
+        return f"no right to write in '{folder}'"
+    if os.path.exists(path):
+        with open(path, "rb") as file:
+            begin = file.read(len(report_html.BEGIN))
+        if begin and begin != report_html.BEGIN:
+            return "it is there, and no page"
+    return ""
+
+
+def _mute() -> None:
+    """Nobody reads what is written from now on."""
+    os.dup2(os.open(os.devnull, os.O_WRONLY), sys.stdout.fileno())
+
+
+def _named_once(inputs: list[str]) -> list[str]:
+    """Each folder and zip once: one that has several names, or is named again, would count as so many machines."""
+    found: dict[object, str] = {}
+    for path in inputs:
+        try:
+            status = os.stat(path)
+            place: object = (status.st_dev, status.st_ino)
+        except (OSError, ValueError):
+            place = path
+        if place in found:
+            what = "is named again" if path == found[place] else f"is '{found[place]}' under another name"
+            print(report_text.visible(f"triage: '{path}' {what}, and counts once"), file=sys.stderr)
+        found.setdefault(place, path)
+    return list(found.values())
 
 
 def run(arguments: argparse.Namespace) -> int:
     if arguments.html is not None:
-        _check_writable(arguments.html)
+        if why := _why_not_writable(arguments.html):  # before the work is done
+            raise OSError(f"'{arguments.html}' cannot be written: {why}")
     known = catalogue.load()
     symbols = stacks.Symbols(own_stores() if arguments.symbols is None else arguments.symbols)
     options = Options(LineFormat(arguments.line_format), symbols, keep_lines=arguments.html is not None)
@@ -91,6 +125,7 @@ def run(arguments: argparse.Namespace) -> int:
     out = report_json.Lines(sys.stdout) if arguments.json else report_text.Summary(sys.stdout, arguments.all)
     page = report_json.Page(known) if arguments.html is not None else None
     problems = 0
+    inputs = _named_once(arguments.inputs)
 
     def take(record: Record) -> None:
         nonlocal problems
@@ -99,23 +134,31 @@ def run(arguments: argparse.Namespace) -> int:
             groups.add_run(record)
         elif isinstance(record, DumpRecord):
             groups.add_dump(record)
-        out.take(record)
         if page:
             page.take(record)
+        try:
+            out.take(record)
+        except BrokenPipeError:
+            if page is None:
+                raise
+            _mute()
 
     with symbols:
-        examine(arguments.inputs, known, options, take, _Progress(len(arguments.inputs)))
-    out.finish(groups)
+        examine(inputs, known, options, take, _Progress(len(inputs)))
     if page:
         _write(arguments.html, report_html.pieces(page.data(groups, datetime.datetime.now(datetime.timezone.utc))))
-    sys.stdout.flush()
+    try:
+        out.finish(groups)
+        sys.stdout.flush()
+    except BrokenPipeError:
+        _mute()
     return NOT_ALL if problems else UNDERSTOOD
 
 
 def main(words: list[str]) -> int:
+    sys.stdout = sys.stdout or open(os.devnull, "w", encoding="utf-8")  # whoever closed it wants nothing of it
+    sys.stderr = sys.stderr or open(os.devnull, "w", encoding="utf-8")
     arguments = _parser().parse_args(words)
-    if sys.stdout is None:
-        sys.stdout = open(os.devnull, "w", encoding="utf-8")
     if isinstance(sys.stdout, io.TextIOWrapper):
         sys.stdout.reconfigure(errors="backslashreplace")  # a terminal may have no such characters
     try:
@@ -124,7 +167,7 @@ def main(words: list[str]) -> int:
         print(f"triage: {failure}", file=sys.stderr)
         return WRONG_USAGE
     except BrokenPipeError:
-        os.dup2(os.open(os.devnull, os.O_WRONLY), sys.stdout.fileno())
+        _mute()
         return NOT_ALL
     except OSError as failure:
         print(f"triage: {failure}", file=sys.stderr)

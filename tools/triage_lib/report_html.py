@@ -14,6 +14,8 @@ import re
 from collections.abc import Iterator
 from typing import Any
 
+BEGIN = b"<!DOCTYPE html>"  # of every page
+
 _FOLDER = pathlib.Path(__file__).resolve().parent / "page"
 _SCRIPTS = ("document", "times", "records", "address", "groups", "runs", "dumps", "timeline", "lists", "keys")  # one after the other
 
