@@ -134,6 +134,11 @@ class Cutting(unittest.TestCase):
         self.assertEqual((3, 1, {"no such text N": 1}), (cutter.unread_lines, cutter.other_lines, cutter.unknown))
         self.assertIn(("license is old", None), [(kept.text, kept.id) for kept in run.lines])
 
+    def test_the_longest_command_line_is_there_as_a_whole(self) -> None:
+        longest = "host /svd " + "\u20ac" * 32_700
+        run, = cut(lines(8, BEGIN, f"wsc: wsc started: '{longest}'", f"wsc: run: run: {longest} (code 0x00000057)", END))[0]
+        self.assertEqual((longest, 0x57), (run.command_line, run.result))
+
     def test_failures_within_failures(self) -> None:
         run = self.one("wsc: run: RunningUnderAdminAccount (code 0xffffffff) <- Unable to check token membership! (code 0x00000005)", END)
         self.assertEqual([0xFFFFFFFF, 5], [cause.code for cause in run.causes])
@@ -149,6 +154,7 @@ class Cutting(unittest.TestCase):
         self.assertEqual(5001, len(runs))  # the one of process 8 is over when there are too many
         endless = max(runs, key=lambda run: run.line_count)
         self.assertEqual((5000, 4700), (endless.line_count, endless.left_out))
+        self.assertEqual([*range(1, 101), *range(4801, 5001)], [kept.number for kept in endless.lines])
 
     def test_damage_anywhere(self) -> None:
         """Whatever bytes are changed, cut out or doubled, there are runs, and no exception."""

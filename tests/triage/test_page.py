@@ -80,7 +80,8 @@ class PageTest(unittest.TestCase):
         return self.driver.find_element(By.CSS_SELECTOR, selector)
 
     def runs(self) -> list[str]:
-        return [element.text for element in self.all("#run-list > details > summary")]
+        # In one go: the list is made anew while a reader types.
+        return self.driver.execute_script("return [...document.querySelectorAll('#run-list > details > summary')].map(run => run.innerText)")
 
     def until(self, expected, what) -> None:
         with contextlib.suppress(Exception):
@@ -280,7 +281,8 @@ class PageTest(unittest.TestCase):
             at = (begin + datetime.timedelta(minutes=number)).isoformat(timespec="milliseconds")
             runs.append({**template, "id": f"m{number}", "begin": at, "end": at, "begin_utc": None,
                          "outcome": ("failed", "succeeded", "crashed", "did-not-return")[number % 4],
-                         "lines": [{**template["lines"][0], "text": f"line {line} of {number} \ud800"}
+                         "line_count": 1050 if number == 7 else 10,
+                         "lines": [{**template["lines"][0], "number": line + 1 + 50 * (line > 99), "text": f"line {line} of {number} \ud800"}
                                    for line in range(1000 if number == 7 else 10)]})
         page = self.folder / "many.html"
         with page.open("w", encoding="utf-8") as file:
@@ -298,6 +300,7 @@ class PageTest(unittest.TestCase):
         self.until(f"1 of {MANY:,} runs; 7 others are counted, but not in this page", lambda: self.one("#shown").text)
         self.one("#run-list summary").click()
         self.until(200, lambda: len(self.all(".lines tbody tr")))
+        self.assertIn("50 lines of the run are left out here", self.all(".lines tbody tr")[100].text)
         self.driver.execute_script("document.querySelector('.lines + .more').click()")
         self.assertEqual(400, len(self.all(".lines tbody tr")))
         self.assertIn("\\u{d800}", self.one(".lines td.text").text)

@@ -8,13 +8,15 @@ import os
 import pathlib
 import re
 import sqlite3
+import struct
 import subprocess
 import tempfile
 import unittest
 import zipfile
 from typing import Any
 
-from test_log import BEGIN, END, lines, started
+from test_log import BEGIN, CRASH, END, dumped, lines, started
+from test_minidump import CODE, Writer
 from triage_lib import catalogue, command, examine, groups, matching, report_json, stacks
 from triage_lib.log import LineFormat
 from triage_lib.model import DumpRecord, Outcome, Run
@@ -70,18 +72,20 @@ class Reports(unittest.TestCase):
         log = self.machine("log", wsc_log=REFUSED)
         bad = self.folder / "bad.zip"
         bad.write_bytes(b"no zip")
-        good = self.folder / "good.zip"
+        good, link = self.folder / "good.zip", self.folder / "link"
+        link.symlink_to(log)
         with zipfile.ZipFile(good, "w") as archive:
             archive.writestr("a/wsc.log", REFUSED)
         for status, words, expected in (
-                (0, [log], "to_prod_state"), (0, [str(good)], "to_prod_state"),
+                (0, [log], "to_prod_state"), (0, [str(good)], "to_prod_state"), (0, [log, f"{log}/.", str(link)], "1 machine, "),
+                (0, [str(good), str(good)], "and counts once"),
                 (1, [self.machine("empty")], "neither a log nor a dump"), (1, [str(self.folder / "missing")], "missing"),
                 (1, [str(bad), log], "bad.zip"), (1, [self.machine("junk", wsc_log=b"junk\n" * 3)], "none of its 3 lines"),
                 (1, [self.machine("dump", a_mdmp=b"MDMP", wsc_log=REFUSED)], "a.mdmp"),
                 (1, [self.machine("unknown", wsc_log=lines(8, BEGIN, "wsc: a new text"))], "a new text"),
                 (2, [], "usage"), (2, ["--nonsense", log], "usage"), (2, ["--line-format", "{text}", log], "lacks {year}"),
                 (2, ["--symbols", "/nowhere.zip", log], "/nowhere.zip"), (2, ["--html", "/nowhere/page.html", log], "/nowhere"),
-                (2, ["--html", "/dev/null", log], "/dev/null")):
+                (2, ["--html", "/dev/null", log], "/dev/null"), (2, ["--html", str(good), log], "no page"), (2, ["--symbols", "", log], "empty")):
             with self.subTest(words):
                 found, text = self.triage(*words)
                 self.assertEqual(status, found, text)
@@ -114,6 +118,13 @@ class Reports(unittest.TestCase):
         self.assertEqual([(2, 2), (1, 1)], [(group["machines"], group["runs"]) for group in kinds["group"]])
         self.assertEqual(("2026-11-22T22:00:00.000", 3.0), (kinds["run"][0]["begin"], kinds["run"][0]["seconds"]))
 
+    def test_a_dump_tells_when_all_runs_were_in_utc(self) -> None:
+        made = int(datetime.datetime(2026, 11, 22, 21, 0, 3, tzinfo=datetime.timezone.utc).timestamp())
+        dump = Writer().module("a").exception(5, CODE).stream(15, struct.pack("<III12x", 24, 1, 8)).bytes(made)
+        log = lines(12, BEGIN, END) + lines(8, BEGIN, CRASH, dumped("c0000005"), at=1)
+        runs = self.json(self.machine("one", wsc_log=log, a_mdmp=dump))["run"]
+        self.assertEqual([(12, "2026-11-22T21:00:00.000Z"), (8, "2026-11-22T21:00:01.000Z")], [(run["process"], run["begin_utc"]) for run in runs])
+
     def test_the_documented_queries(self) -> None:
         _, text = self.triage("--json", self.machine("one", wsc_log=REFUSED + UNTRUSTED), self.machine("two", wsc_log=REFUSED))
         script = DOCUMENT.split("<<'END'\n")[1].split("    END\n")[0]
@@ -143,7 +154,7 @@ class Reports(unittest.TestCase):
         (run,) = data["runs"]
         for name in re.findall(r"^\| `(\w+)` \|", section, re.M):
             self.assertIn(name, data)
-        self.assertEqual({"at", "thread", "level", "tag", "text", "id"}, set(run["lines"][0]))
+        self.assertEqual({"at", "thread", "level", "tag", "text", "id", "number"}, set(run["lines"][0]))
         self.assertEqual("2026-11-22T22:00:01.000", run["lines"][1]["at"])
         self.assertTrue({*(line["id"] for line in run["lines"]), run["failure"]["id"]} <= set(data["texts"]))
         self.assertEqual(["0x000000a0"], list(data["results"]))

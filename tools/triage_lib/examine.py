@@ -10,11 +10,13 @@ from . import archive, dump_record, matching, stacks
 from .catalogue import Catalogue
 from .log import LineFormat, is_log, log_order
 from .model import DumpRecord, MachineRecord, Outcome, Problem, Run
-from .runs import RunCutter
+from .runs import RunCutter, read_dumped
 
 MOST_DUMPS = 1000        # of one machine
 MOST_HELD = 5000         # runs of one machine that wait for their dumps ...
-MOST_ALIKE = 200         # ... and of one process number
+MOST_ALIKE = 200         # ... and of one process number ...
+MOST_CHARACTERS = 8 << 20  # ... and of their requests and errors
+MOST_DUMPED = 2000       # lines of one machine that say that a dump was written
 MOST_UNKNOWN = 10        # texts that are named as problems
 
 Record = MachineRecord | Run | DumpRecord | Problem
@@ -53,12 +55,16 @@ class _Machine:
         self._dumps: list[DumpRecord] = []
         self._held: dict[int | None, list[Run]] = {}  # runs that may have a dump, by the process
         self._held_count = 0
+        self._held_characters = 0
         self._windows: str | None = None  # of the whole machine, when its dumps agree
         self._version: str | None = None
+        self._offset: int | None = None  # minutes by which the machine's clock was ahead of UTC
 
     def examine(self) -> None:
         self._read_dumps()
-        for folder, files in logs_by_folder(self._machine.files).items():
+        folders = logs_by_folder(self._machine.files)
+        self._offset = self._find_offset(file for files in folders.values() for file in files)
+        for folder, files in folders.items():
             self._read_log(folder, files)
         if not self._record.logs and not self._record.dumps and not self._machine.problems:
             self._problem(None, "there is neither a log nor a dump in it")
@@ -97,6 +103,18 @@ class _Machine:
         self._record.windows = self._windows or ("; ".join(sorted(windows)) if windows else None)
         self._record.versions = sorted(versions)
 
+    def _find_offset(self, logs: Iterable[archive.File]) -> int | None:
+        """Before the runs are cut, so that each can say when it was in UTC."""
+        dumped = {dump.process: Run("", dump.process, 0, 0) for dump in self._dumps if dump.process is not None}
+        found = 0
+        for file in logs if dumped else ():
+            with file.open() as stream:
+                for process, at in read_dumped(self._catalogue, self._options.line_format, stream):
+                    if process in dumped and found < MOST_DUMPED:
+                        dumped[process].dumped.append(at)
+                        found += 1
+        return matching.find_offset(self._dumps, {process: [run] for process, run in dumped.items() if run.dumped})
+
     def _read_log(self, folder: str, files: list[archive.File]) -> None:
         cutter = RunCutter(self._catalogue, self._options.line_format, self._take_run, self._options.keep_lines)
         for file in files:
@@ -123,20 +141,25 @@ class _Machine:
         self._record.runs += 1
         run.id = f"r{self._number}.{self._record.runs}"
         run.machine = self._machine.name
-        run.windows, run.version = self._windows, self._version
+        run.windows, run.version, run.utc_offset = self._windows, self._version, self._offset
         returned = run.outcome in (Outcome.SUCCEEDED, Outcome.FAILED)
         alike = self._held.get(run.process)
-        if alike is None or (returned and not run.dumped) or len(alike) >= MOST_ALIKE or self._held_count >= MOST_HELD:
+        full = self._held_count >= MOST_HELD or self._held_characters >= MOST_CHARACTERS
+        if alike is None or full or (returned and not run.dumped) or len(alike) >= MOST_ALIKE:
             self._take(run)
         else:
             alike.append(run)
             self._held_count += 1
+            self._held_characters += run.characters
 
     def _match(self) -> None:
-        offset = matching.find_offset(self._dumps, self._held)
+        offset = matching.find_offset(self._dumps, self._held) if self._offset is None else self._offset
         self._record.utc_offset = offset
         if offset is None:
             return
+        for runs in self._held.values():
+            for run in runs:
+                run.utc_offset = offset
         for dump, run in matching.match(self._dumps, self._held, offset):
             dump.run = run.id
             run.dumps.append(dump.id)

@@ -6,7 +6,7 @@ import re
 from collections.abc import Iterator
 from typing import BinaryIO
 
-LONGEST_LINE = 1 << 14       # bytes; of a longer one the beginning is read
+LONGEST_LINE = 1 << 17       # bytes, enough for every command line; of a longer one the beginning is read
 
 SUITE_FORMAT = "{year}-{month}-{day} {hour}:{minute}:{second}.{fraction} {process} {thread} {level} {tag} {text}"
 _FIELDS = {

@@ -36,6 +36,7 @@ class LogLine:
     tag: str
     text: str
     id: str | None  # of the catalogue
+    number: int     # in its run, from 1 on
 
 
 @dataclasses.dataclass(frozen=True)
@@ -101,6 +102,11 @@ class Run:
     lines: list[LogLine] = dataclasses.field(default_factory=list)
     left_out: int = 0
     line_count: int = 0
+
+    @property
+    def characters(self) -> int:
+        """Of its request and its error, which may be long, and come back in what is said of them."""
+        return len(self.command_line or "") + sum(len(cause.text) for cause in self.causes)
 
     @property
     def begin_text(self) -> str | None:

@@ -113,12 +113,13 @@ class Lines:
 
 
 def _line_json(line: LogLine) -> Json:
-    return {"at": moment(line.at), "thread": line.thread, "level": line.level, "tag": line.tag, "text": line.text, "id": line.id}
+    return {"at": moment(line.at), "thread": line.thread, "level": line.level, "tag": line.tag, "text": line.text, "id": line.id,
+            "number": line.number}
 
 
 def _size(run: Run) -> int:
-    """Characters of its texts; those of the command line come back in what is said of it."""
-    return sum(len(line.text) for line in run.lines) + 4 * len(run.command_line or "")
+    """Characters of its texts."""
+    return sum(len(line.text) for line in run.lines) + 4 * run.characters
 
 
 class Page:

@@ -11,7 +11,8 @@ from .examine import Record
 from .groups import Group, Groups
 from .model import DumpRecord, MachineRecord, Outcome, Problem, Run, code_text, moment
 
-MOST_RUNS = 200        # that are shown one by one
+MOST_RUNS = 200        # that are shown one by one ...
+MOST_CHARACTERS = 4 << 20  # ... and of their requests and errors
 MOST_PROBLEMS = 200
 MOST_GROUPS = 20
 MOST_FRAMES = 8
@@ -103,6 +104,7 @@ class Summary:
         self._runs: list[Run] = []
         self._shown: set[str] = set()
         self._left_out = 0
+        self._characters = 0
         self._dumps: dict[str, DumpRecord] = {}
         self._problems: list[Problem] = []
         self._problem_count = 0
@@ -112,7 +114,8 @@ class Summary:
             self._outcomes[record.outcome] += 1
             if record.outcome is Outcome.SUCCEEDED and not record.faults and not self._show_all:
                 return
-            if len(self._runs) < MOST_RUNS or self._show_all:
+            self._characters += record.characters
+            if (len(self._runs) < MOST_RUNS and self._characters < MOST_CHARACTERS) or self._show_all:
                 self._runs.append(record)
                 self._shown.add(record.id)
             else:

@@ -6,6 +6,7 @@ from collections.abc import Iterable
 
 from .model import Request
 
+LONGEST_KEPT = 4096  # characters of a command line that is not taken apart anew when it comes again
 _PRODUCTS = {"antivirus": "the anti-virus", "antispyware": "the anti-spyware", "firewall": "the firewall"}
 _MODES = ("av", "as", "fw", "svc")  # the first one that is present counts
 _ACTIONS = {
@@ -77,8 +78,16 @@ def _asked(mode: str, present: list[str]) -> str:
     return f"Security Center asks the {product} to " + _list([_ASKED[action] for action in present])
 
 
-@functools.lru_cache(256)
 def describe(command_line: str) -> Request:
+    return _describe_again(command_line) if len(command_line) < LONGEST_KEPT else _describe(command_line)
+
+
+@functools.lru_cache(256)
+def _describe_again(command_line: str) -> Request:
+    return _describe(command_line)
+
+
+def _describe(command_line: str) -> Request:
     switches: dict[str, str] = {}
     wrong: list[str] = []
     given: list[tuple[str, str]] = []

@@ -91,10 +91,30 @@ function stepsTable(run) {
   ];
 }
 
+const gapWords = (run, number) =>
+  `${count(number, "line")} of the run ${number === 1 ? "is" : "are"} left out here for the size of the page, and in ${run.log}.`;
+
+/** Its lines, and between them how many are missing there. */
+function withGaps(run) {
+  const found = [];
+  let next = 1;
+  for (const line of run.lines) {
+    if (line.number > next) found.push({gap: line.number - next});
+    found.push(line);
+    next = line.number + 1;
+  }
+  if (run.lines.length && next <= run.line_count) found.push({gap: run.line_count - next + 1});
+  return found;
+}
+
 function linesTable(run) {
   const body = h("tbody");
   let before = null;
-  const more = portions(body, run.lines, LINES_AT_ONCE, line => {
+  const more = portions(body, withGaps(run), LINES_AT_ONCE, line => {
+    if (line.gap) {
+      before = null;
+      return h("tr.gap", {tabindex: "-1"}, h("td.note", {colspan: 6}, gapWords(run, line.gap)));
+    }
     const text = line.id === null ? null : data.texts[line.id];
     const explained = text && line.id !== before && (text.meaning || text.remedy);
     before = line.id;
@@ -119,11 +139,7 @@ function linesTable(run) {
                          body)
                      : null,
     more,
-    run.left_out > 0 &&
-      h("p.note", null,
-        run.lines.length
-          ? `${count(run.left_out, "line")} in the middle are left out here; they are in ${visible(run.log)}.`
-          : `All ${count(run.left_out, "line")} are left out for the size of the page; they are in ${visible(run.log)}.`)
+    !run.lines.length && run.left_out > 0 && h("p.note", null, gapWords(run, run.left_out))
   ];
 }
 
