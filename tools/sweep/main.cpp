@@ -237,11 +237,17 @@ class Sweep {
       Restore();
       return;
     }
-    // The system's own threads hold a handle now and then; what leaks does so each time.
-    for (int i = 1; i < kCensuses && outcome.block.returned && outcome.block.handles > normal.block.handles; ++i) {
+    // The system's own threads come and go, and hold a handle now and then; what leaks does so each time.
+    const auto more = [&](const ControlBlock& block) {
+      return block.handles > normal.block.handles || block.threads > normal.block.threads;
+    };
+    for (int i = 1; i < kCensuses && outcome.block.returned && more(outcome.block); ++i) {
       Restore();
       Before(scenario);
-      outcome.block.handles = std::min(outcome.block.handles, RunHost(scenario.request, fault, kLimit).block.handles);
+      const Outcome again = RunHost(scenario.request, fault, kLimit);
+      if (!again.block.returned) break;
+      outcome.block.handles = std::min(outcome.block.handles, again.block.handles);
+      outcome.block.threads = std::min(outcome.block.threads, again.block.threads);
     }
     Trial trial{scenario, fault, normal, outcome, {}};
     for (const DWORD frame : outcome.block.frames) {
