@@ -14,10 +14,10 @@ import tempfile
 import zipfile
 
 sys.path.insert(0, str(pathlib.Path(__file__).resolve().parent.parent / "tools"))
-from triage_lib.symbol_files import RAISING, Store, image_key, plain, read_image  # noqa: E402
+from triage_lib.symbol_files import RAISING, BadImage, Store, image_key, plain, read_image  # noqa: E402
 
 DEEPEST = 64        # frames that are looked at; a stack overflow has tens of thousands
-FRAME = '"frame <${function.name}> <{${line.file.basename}:${line.number}}>\\n"'
+FRAME = '"frame <{${function.name}}> <{${line.file.basename}:${line.number}}>\\n"'
 LONGEST_READ = 120  # s; a cold debugger on a busy machine takes a while
 
 Stop = collections.namedtuple("Stop", "code thread function place")  # place: "file.cpp:line", empty when it is not known
@@ -88,7 +88,8 @@ def read_stops(path, text, stores):
 
 def own_stops(stops):
     """The frames with known places, but for a throw's own machinery; those that repeat each other are one."""
-    return [stop for stop, _ in itertools.groupby(stops) if stop.place and not stop.place.startswith(RAISING)]
+    named = [stop for stop in stops if stop.function]
+    return [stop for stop, _ in itertools.groupby(named) if stop.place and not stop.place.startswith(RAISING)]
 
 
 def describe(path, stores):
@@ -101,7 +102,12 @@ def describe(path, stores):
         lines.append(f"  stopped    by exception 0x{stops[0].code:08x}")
     else:
         lines.append("  stopped    (the debugger finds no exception)")
-    lines += [f"  in         {stop.function} at {stop.place}" for stop in own_stops(stops)]
+    own = own_stops(stops)
+    lines += [f"  in         {stop.function} at {stop.place}" for stop in own]
+    if stops and not own:
+        lacking = [f"{module.name} {module.key}" for module in read_modules(text)
+                   if module.name.lower() == "wsc.dll" and not read_first(stores, *module)]
+        lines.append(f"  in         (no function with symbols{'; the stores lack ' if lacking else ''}{', '.join(lacking)})")
     return "\n".join(lines)
 
 
@@ -110,12 +116,22 @@ def main():
         print(__doc__, file=sys.stderr)
         return 2
     path = pathlib.Path(sys.argv[1])
+    stores = []
+    for store in sys.argv[2:]:
+        try:
+            stores.append(Store(store))
+        except (OSError, zipfile.BadZipFile) as failure:
+            print(f"{store}: no symbol store ({getattr(failure, 'strerror', None) or failure})", file=sys.stderr)
+            return 1
     try:
-        print(describe(path, [Store(store) for store in sys.argv[2:]]))
+        print(describe(path, stores))
     except subprocess.CalledProcessError as failure:
         print(f"{path}: no minidump ({failure.stderr.strip()})", file=sys.stderr)
         return 1
-    except (OSError, zipfile.BadZipFile, subprocess.TimeoutExpired) as failure:
+    except BadImage as failure:
+        print(f"{path}: an image in the stores {failure}", file=sys.stderr)
+        return 1
+    except (OSError, RuntimeError, zipfile.BadZipFile, subprocess.TimeoutExpired) as failure:
         print(f"{path}: {failure}", file=sys.stderr)
         return 1
     return 0
