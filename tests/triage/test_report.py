@@ -83,6 +83,7 @@ class Reports(unittest.TestCase):
                 (1, [str(bad), log], "bad.zip"), (1, [self.machine("junk", wsc_log=b"junk\n" * 3)], "none of its 3 lines"),
                 (1, [self.machine("dump", a_mdmp=b"MDMP", wsc_log=REFUSED)], "a.mdmp"),
                 (1, [self.machine("unknown", wsc_log=lines(8, BEGIN, "wsc: a new text"))], "a new text"),
+                (1, [self.machine("long", wsc_log=lines(8, BEGIN, "engine: " + "x" * (1 << 17)))], "1 of 2 lines are longer than 128 KiB"),
                 (2, [], "usage"), (2, ["--nonsense", log], "usage"), (2, ["--line-format", "{text}", log], "lacks {year}"),
                 (2, ["--symbols", "/nowhere.zip", log], "/nowhere.zip"), (2, ["--html", "/nowhere/page.html", log], "/nowhere"),
                 (2, ["--html", "/dev/null", log], "/dev/null"), (2, ["--html", str(good), log], "no page"), (2, ["--symbols", "", log], "empty")):

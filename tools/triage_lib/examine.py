@@ -8,7 +8,7 @@ from collections.abc import Callable, Iterable
 
 from . import archive, dump_record, matching, stacks
 from .catalogue import Catalogue
-from .log import LineFormat, is_log, log_order
+from .log import LONGEST_LINE, LineFormat, is_log, log_order
 from .model import DumpRecord, MachineRecord, Outcome, Problem, Run
 from .runs import RunCutter, read_dumped
 
@@ -131,6 +131,9 @@ class _Machine:
             self._problem(path, f"none of its {cutter.lines} lines looks like a line of the log; is another --line-format needed?")
         elif cutter.unread_lines:
             self._problem(path, f"{cutter.unread_lines} of {cutter.lines} lines do not look like a line of the log")
+        if cutter.cut_lines:
+            longer = f"longer than {LONGEST_LINE >> 10} KiB; the rest of them is left out"
+            self._problem(path, f"{cutter.cut_lines} of {cutter.lines} lines are {longer}")
         by_number = sorted(cutter.unknown.items(), key=lambda item: -item[1])
         for text, number in by_number[:MOST_UNKNOWN]:
             self._problem(path, f"the catalogue does not know the text of {number} line{'s' * (number > 1)}: {text}")

@@ -8,7 +8,7 @@ from typing import BinaryIO
 
 from . import request
 from .catalogue import Catalogue, Entry, Match, filled, plain
-from .log import LineFormat, raw_lines
+from .log import LONGEST_LINE, LineFormat, raw_lines
 from .model import Cause, Failure, LogLine, Outcome, Run
 
 MOST_OPEN_RUNS = 1000        # of one log; the oldest is then taken for over
@@ -137,6 +137,7 @@ class RunCutter:
         self.lines = 0
         self.other_lines = 0
         self.unread_lines = 0
+        self.cut_lines = 0
         self.clock_steps = 0
         self.unknown: dict[str, int] = {}  # texts with our tags that the catalogue lacks, without their numbers
         self._catalogue = catalogue
@@ -155,6 +156,7 @@ class RunCutter:
         self._file = path
         first = True
         for raw, whole in raw_lines(stream):
+            self.cut_lines += not whole and len(raw) == LONGEST_LINE
             text = raw.decode("utf-8", "backslashreplace").rstrip("\r")
             if first:
                 text = text.removeprefix("\ufeff")

@@ -92,7 +92,7 @@ function stepsTable(run) {
 }
 
 const gapWords = (run, number) =>
-  `${count(number, "line")} of the run ${number === 1 ? "is" : "are"} left out here for the size of the page, and in ${run.log}.`;
+  `${count(number, "line")} of the run ${number === 1 ? "is" : "are"} left out here for the size of the page; ${run.log} has ${number === 1 ? "it" : "them"}.`;
 
 /** Its lines, and between them how many are missing there. */
 function withGaps(run) {
