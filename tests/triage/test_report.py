@@ -120,11 +120,13 @@ class Reports(unittest.TestCase):
         self.assertEqual(("2026-11-22T22:00:00.000", 3.0), (kinds["run"][0]["begin"], kinds["run"][0]["seconds"]))
 
     def test_a_dump_tells_when_all_runs_were_in_utc(self) -> None:
-        made = int(datetime.datetime(2026, 11, 22, 21, 0, 3, tzinfo=datetime.timezone.utc).timestamp())
+        made = int(datetime.datetime(2026, 11, 22, 21, 0, 12, tzinfo=datetime.timezone.utc).timestamp())
         dump = Writer().module("a").exception(5, CODE).stream(15, struct.pack("<III12x", 24, 1, 8)).bytes(made)
-        log = lines(12, BEGIN, END) + lines(8, BEGIN, CRASH, dumped("c0000005"), at=1)
-        runs = self.json(self.machine("one", wsc_log=log, a_mdmp=dump))["run"]
-        self.assertEqual([(12, "2026-11-22T21:00:00.000Z"), (8, "2026-11-22T21:00:01.000Z")], [(run["process"], run["begin_utc"]) for run in runs])
+        log = REFUSED + lines(8, BEGIN, CRASH, dumped("c0000005"), at=10)
+        one, two = self.machine("one", wsc_log=log, a_mdmp=dump), self.machine("two", wsc_log=log)
+        self.assertEqual(["2026-11-22T21:00:00.000Z", "2026-11-22T21:00:10.000Z"], [run["begin_utc"] for run in self.json(one)["run"]])
+        first = [next(group["first"] for group in self.json(*machines)["group"] if "state" in group["title"]) for machines in ([one], [one, two])]
+        self.assertEqual(["2026-11-22T21:00:00.000Z", "2026-11-22T22:00:00.000"], first)  # never both in one group
 
     def test_the_documented_queries(self) -> None:
         _, text = self.triage("--json", self.machine("one", wsc_log=REFUSED + UNTRUSTED), self.machine("two", wsc_log=REFUSED))

@@ -13,6 +13,25 @@ OTHERS = "others"
 
 
 @dataclasses.dataclass(slots=True)
+class _Span:
+    """The first and the last of some moments, ms since 1970."""
+
+    utc: bool
+    count: int = 0
+    first: int | None = None
+    last: int | None = None
+
+    def note(self, at: int | None) -> None:
+        if at is not None:
+            self.count += 1
+            self.first = at if self.first is None else min(self.first, at)
+            self.last = at if self.last is None else max(self.last, at)
+
+    def text(self, at: int | None) -> str | None:
+        return None if at is None else moment(at, self.utc)
+
+
+@dataclasses.dataclass(slots=True)
 class Group:
     by: str  # failure or signature
     key: str
@@ -23,18 +42,30 @@ class Group:
     runs: int = 0
     dumps: int = 0
     machines: set[str] = dataclasses.field(default_factory=set)
-    first: tuple[int, str] | None = None  # ms and text
-    last: tuple[int, str] | None = None
+    local: _Span = dataclasses.field(default_factory=lambda: _Span(utc=False))
+    utc: _Span = dataclasses.field(default_factory=lambda: _Span(utc=True))
     versions: set[str] = dataclasses.field(default_factory=set)
     examples: list[str] = dataclasses.field(default_factory=list)
 
-    def note(self, example: str, machine: str, version: str | None, milliseconds: int | None, time: str | None) -> None:
+    @property
+    def first(self) -> str | None:
+        """In UTC, or, where that is not known of all, by the machines' own clocks."""
+        return self._span.text(self._span.first)
+
+    @property
+    def last(self) -> str | None:
+        return self._span.text(self._span.last)
+
+    @property
+    def _span(self) -> _Span:
+        return self.utc if self.utc.count >= self.local.count else self.local
+
+    def note(self, example: str, machine: str, version: str | None, local: int | None, utc: int | None) -> None:
         self.machines.add(machine)
         if version and len(self.versions) < MOST_NAMES:
             self.versions.add(version)
-        if milliseconds is not None and time is not None:
-            self.first = min(self.first or (milliseconds, time), (milliseconds, time))
-            self.last = max(self.last or (milliseconds, time), (milliseconds, time))
+        self.local.note(local)
+        self.utc.note(utc)
         if len(self.examples) < MOST_NAMES:
             self.examples.append(example)
 
@@ -72,13 +103,12 @@ class Groups:
             group.outcome = run.outcome.value
         group.runs += 1
         group.dumps += len(run.dumps)
-        offset = run.utc_offset or 0
-        group.note(run.id, run.machine, run.version, run.begin - offset * 60_000, run.begin_text)
+        utc = None if run.utc_offset is None else run.begin - run.utc_offset * 60_000
+        group.note(run.id, run.machine, run.version, run.begin, utc)
 
     def add_dump(self, dump: DumpRecord) -> None:
         group = self._group("signature", dump.signature, dump.title)
         group.dumps += 1
         group.runs += dump.run is not None
         group.outcome = {"crash": Outcome.CRASHED.value, "fatal-error": Outcome.FAILED.value}.get(dump.cause)
-        milliseconds = None if dump.time is None else dump.time * 1000
-        group.note(dump.id, dump.machine, dump.version, milliseconds, None if milliseconds is None else moment(milliseconds, utc=True))
+        group.note(dump.id, dump.machine, dump.version, None, None if dump.time is None else dump.time * 1000)

@@ -109,11 +109,6 @@ class Run:
         return len(self.command_line or "") + sum(len(cause.text) for cause in self.causes)
 
     @property
-    def begin_text(self) -> str | None:
-        """In UTC where it is known."""
-        return self.begin_utc or moment(self.begin)
-
-    @property
     def begin_utc(self) -> str | None:
         return None if self.utc_offset is None else moment(self.begin - self.utc_offset * 60_000, utc=True)
 

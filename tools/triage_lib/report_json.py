@@ -84,7 +84,7 @@ def group_json(group: Group) -> Json:
     return {
         "by": group.by, "key": group.key, "title": group.title, "meaning": group.meaning, "remedy": group.remedy,
         "outcome": group.outcome, "runs": group.runs, "dumps": group.dumps, "machines": len(group.machines),
-        "machine_names": sorted(group.machines)[:10], "first": group.first and group.first[1], "last": group.last and group.last[1],
+        "machine_names": sorted(group.machines)[:10], "first": group.first, "last": group.last,
         "versions": sorted(group.versions), "examples": group.examples,
     }
 

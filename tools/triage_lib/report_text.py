@@ -82,7 +82,7 @@ def group_lines(group: Group) -> Iterator[str]:
     counts = ", ".join(many(number, what) for number, what in ((group.runs, "run"), (group.dumps, "dump")) if number)
     span = ""
     if group.first and group.last:
-        span = f", {group.first[1]}" + (f" to {group.last[1]}" if group.last != group.first else "")
+        span = f", {group.first}" + (f" to {group.last}" if group.last != group.first else "")
     yield f"  {visible(group.title)}"
     versions = ", version " + ", ".join(sorted(map(visible, group.versions))) if group.versions else ""
     yield f"    {counts} on {many(len(group.machines), 'machine')}{span}{versions}"
