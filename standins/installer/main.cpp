@@ -44,6 +44,7 @@ void WorkFor(DWORD duration) {
 
 DWORD Work(const std::wstring& operation, bool wait) {
   const InstallerBehaviour behaviour = ReadInstallerBehaviour(operation);
+  BeginInstallerRun(GetCommandLineW());  // now somebody who waits for it may tell the next run how to go
   if (wait) WorkFor(behaviour.duration);
   const std::wstring setup_folder = SetupFolder();
   if (!behaviour.new_directory.empty()) {
@@ -63,6 +64,7 @@ DWORD Run() {
   for (const wchar_t* const operation : {kUpdateSetup, kUpdateProgram}) {
     if (command_line.value(L"instop") == operation) return Work(operation, command_line.has(L"wait"));
   }
+  BeginInstallerRun(GetCommandLineW());
   return kUnknownOperation;
 }
 
@@ -70,7 +72,6 @@ DWORD Run() {
 
 int main() {
   try {
-    BeginInstallerRun(GetCommandLineW());
     const DWORD exit_code = Run();
     EndInstallerRun(GetCommandLineW(), exit_code);
     return static_cast<int>(exit_code);
