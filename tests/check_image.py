@@ -120,6 +120,8 @@ def check_loading(report, path, image):
     report.check(f"{name} runs on Windows XP: subsystem version", "" if subsystem <= ((5, 2) if name in OF_64_BITS else (5, 1)) else "%d.%d" % subsystem)
     for flag in ("IMAGE_DLLCHARACTERISTICS_DYNAMIC_BASE", "IMAGE_DLLCHARACTERISTICS_NX_COMPAT"):
         report.check(f"{name} has {flag}", "" if flags & characteristics[flag] else f"flags 0x{flags:04x}")
+    if path.suffix == ".sys":  # the system refuses a driver with another one
+        report.check(f"{name} has its checksum", "" if image.verify_checksum() else f"0x{image.OPTIONAL_HEADER.CheckSum:x}")
     outside = relocated_outside(image)
     report.check(f"{name} relocates nothing that points out of it", ", ".join(f"0x{place:x}" for place in outside))
 
@@ -226,7 +228,7 @@ def main():
         check_signature(report, folder / name, image)
     check_product(report, images["wsc.dll"])
     check_folder(report, images)
-    for path in (path for other in others for path in sorted(other.iterdir()) if path.suffix in (".exe", ".dll")):
+    for path in (path for other in others for path in sorted(other.iterdir()) if path.suffix in (".exe", ".dll", ".sys")):
         check_loading(report, path, pefile.PE(str(path)))
     print(f"{report.passed} passed, {report.failed} failed")
     return 1 if report.failed else 0
