@@ -177,6 +177,8 @@ void RequestStart(const std::wstring& name) { Start(Open(name, SERVICE_START).ge
 
 void RequestStop(const std::wstring& name) { Stop(Open(name, SERVICE_STOP).get(), name); }
 
+void StopForSure(const std::wstring& name) { StopForSure(Open(name, SERVICE_ALL_ACCESS).get(), name); }
+
 bool WaitForState(const std::wstring& name, DWORD state, DWORD limit) {
   return WaitFor(Open(name, SERVICE_QUERY_STATUS).get(), name, state, limit);
 }

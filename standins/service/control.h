@@ -64,6 +64,9 @@ void RemoveService(const std::wstring& name);
 
 void SetStartType(const std::wstring& name, DWORD start_type);
 
+// Makes it behave normally and stops it; returns when it has stopped.
+void StopForSure(const std::wstring& name);
+
 // Ask only: return when the Service Control Manager has taken the request. Running, or stopped, already is no failure.
 void RequestStart(const std::wstring& name);
 void RequestStop(const std::wstring& name);

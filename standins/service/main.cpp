@@ -1,5 +1,5 @@
 // corvid_service.exe NAME: one service under the Service Control Manager that starts, runs and stops as it is told (see
-// service_control_panel.h). It does nothing else.
+// control.h). It does nothing else.
 #include <windows.h>
 #include <shellapi.h>
 #include <winsvc.h>

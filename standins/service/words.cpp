@@ -19,15 +19,14 @@ constexpr DWORD kSettled = 2'000;  // ms that a service on its way to another st
 
 std::wstring ServiceProgram() { return Beside(kServiceProgram); }
 
-// The services as they stand stay so: installing again must not start what a person stopped.
+// Ours as they stand stay so: installing again must not start what a person stopped. One of the system's own makes room.
 void Install() {
   for (const wchar_t* const name : kSystemServices) {
-    if (const std::optional<ServiceStatus> service = FindService(name)) {
-      InstallService(name, ServiceProgram(), service->start_type);
-    } else {
-      InstallService(name, ServiceProgram(), SERVICE_AUTO_START);
-      MakeServiceHealthy(name);
-    }
+    const std::optional<ServiceStatus> service = FindService(name);
+    const bool ours = service && service->program.find(ServiceProgram()) != std::wstring::npos;
+    InstallService(name, ServiceProgram(), ours ? service->start_type : SERVICE_AUTO_START);
+    if (service && !ours) StopForSure(name);
+    if (!ours) MakeServiceHealthy(name);
     PrintLine(std::wstring(L"the service ") + name + L" is there");
   }
 }
