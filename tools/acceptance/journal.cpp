@@ -7,6 +7,7 @@
 #include <cstdio>
 #include <iterator>
 #include <sstream>
+#include <stdexcept>
 
 #include "acceptance/processes.h"
 #include "acceptance/registry_tree.h"
@@ -27,12 +28,12 @@
 //   only HKLM 32 PATH NAME [TYPE HEX]      one value of a key, the rest of which nobody touches
 //   service NAME [TYPE START ERROR IMAGE ACCOUNT RUNS]
 //   folder PATH                            one that is not there
-//   end
+//   end of the journal
 namespace crv::acceptance {
 namespace {
 
 constexpr char kHead[] = "corvid acceptance journal 1";
-constexpr char kEnd[] = "end";
+constexpr char kEnd[] = "end of the journal\n";
 
 constexpr const wchar_t* kMachineKeys[] = {
     L"SOFTWARE\\CORVID Software",
@@ -186,7 +187,7 @@ std::string Describe() {
     text << "\n";
   }
   for (const std::wstring& folder : Folders()) text << "folder " << Escaped(folder) << "\n";
-  text << kEnd << "\n";
+  text << kEnd;
   return text.str();
 }
 
@@ -206,11 +207,11 @@ struct Saved {
   std::vector<std::wstring> folders;
 };
 
-Saved Parse(const std::string& text) {
+// Throws std::logic_error at what is no number.
+Saved ParseLines(const std::string& text) {
   Saved saved;
   std::istringstream lines(text);
   RegistryTree* key = nullptr;
-  bool complete = false;
   for (std::string line; std::getline(lines, line);) {
     std::istringstream words(line);
     std::string word, name;
@@ -244,41 +245,16 @@ Saved Parse(const std::string& text) {
       words >> name;
       saved.folders.push_back(Unescaped(name));
     }
-    complete = line == kEnd;
-  }
-  if (!complete || !text.starts_with(kHead)) {
-    throw exceptions::error(ERROR_INVALID_DATA, L"%s is damaged: nothing is put back", JournalFile().c_str());
   }
   return saved;
 }
 
-void DeleteFolder(const std::wstring& folder) {
-  WIN32_FIND_DATAW found;
-  const HANDLE search = FindFirstFileW((folder + L"\\*").c_str(), &found);
-  if (search == INVALID_HANDLE_VALUE) return;
-  do {
-    const std::wstring name = found.cFileName;
-    const std::wstring path = folder + L"\\" + name;
-    if (name == L"." || name == L"..") continue;
-    if (found.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) {
-      DeleteFolder(path);
-    } else {
-      SetFileAttributesW(path.c_str(), FILE_ATTRIBUTE_NORMAL);
-      DeleteFileW(path.c_str());
-    }
-  } while (FindNextFileW(search, &found));
-  FindClose(search);
-  RemoveDirectoryW(folder.c_str());
-}
-
-void DeleteForSure(const std::wstring& folder) {
-  for (DWORD waited = 0; IsThere(folder); waited += kLook) {
-    if (waited >= kFilesAreFreed) {
-      throw exceptions::error(ERROR_SHARING_VIOLATION, L"cannot delete %s: a program holds a file in it", folder.c_str());
-    }
-    if (waited > 0) Sleep(kLook);
-    DeleteFolder(folder);
+Saved Parse(const std::string& text) {
+  try {
+    if (text.starts_with(kHead) && text.ends_with(kEnd)) return ParseLines(text);
+  } catch (const std::logic_error&) {
   }
+  throw exceptions::error(ERROR_INVALID_DATA, L"%s is damaged: nothing is put back", JournalFile().c_str());
 }
 
 std::string ReadText(const std::wstring& path) {
@@ -298,6 +274,48 @@ void WriteText(const std::wstring& path, const std::string& text) {
       !FlushFileBuffers(file.get())) {
     throw exceptions::error(GetLastError(), L"cannot write %s", path.c_str());
   }
+}
+
+// A file, or a folder with all that is in it; what a link in it leads to stays.
+void Delete(const std::wstring& path) {
+  const DWORD attributes = GetFileAttributesW(path.c_str());
+  if (attributes == INVALID_FILE_ATTRIBUTES) return;
+  if (attributes & FILE_ATTRIBUTE_READONLY) SetFileAttributesW(path.c_str(), FILE_ATTRIBUTE_NORMAL);
+  if (!(attributes & FILE_ATTRIBUTE_DIRECTORY)) {
+    DeleteFileW(path.c_str());
+    return;
+  }
+  WIN32_FIND_DATAW found;
+  const bool link = attributes & FILE_ATTRIBUTE_REPARSE_POINT;
+  const HANDLE search = link ? INVALID_HANDLE_VALUE : FindFirstFileW((path + L"\\*").c_str(), &found);
+  if (search != INVALID_HANDLE_VALUE) {
+    do {
+      const std::wstring name = found.cFileName;
+      if (name != L"." && name != L"..") Delete(path + L"\\" + name);
+    } while (FindNextFileW(search, &found));
+    FindClose(search);
+  }
+  RemoveDirectoryW(path.c_str());
+}
+
+// Without the limit of 260 characters: a test may have made a long path.
+void DeleteForSure(const std::wstring& path) {
+  for (DWORD waited = 0; IsThere(path); waited += kLook) {
+    if (waited >= kFilesAreFreed) {
+      throw exceptions::error(ERROR_SHARING_VIOLATION, L"cannot delete %s: a program holds it, or a file in it", path.c_str());
+    }
+    if (waited > 0) Sleep(kLook);
+    Delete(L"\\\\?\\" + path);
+  }
+}
+
+// The first line of the one that the other lacks, for a person.
+std::string FirstLineOf(const std::string& text, const std::string& other) {
+  std::istringstream lines(text);
+  for (std::string line; std::getline(lines, line);) {
+    if (("\n" + other).find("\n" + line + "\n") == std::string::npos) return line;
+  }
+  return {};
 }
 
 std::wstring JournalFolder() { return KnownFolder(CSIDL_COMMON_APPDATA) + L"\\Corvid Acceptance"; }
@@ -328,25 +346,43 @@ void WriteJournal() {
   if (!CreateDirectoryW(folder.c_str(), nullptr) && GetLastError() != ERROR_ALREADY_EXISTS) {
     throw exceptions::error(GetLastError(), L"cannot create %s", folder.c_str());
   }
-  const std::wstring unfinished = JournalFile() + L".new";
-  WriteText(unfinished, Describe());
-  if (!MoveFileExW(unfinished.c_str(), JournalFile().c_str(), MOVEFILE_REPLACE_EXISTING | MOVEFILE_WRITE_THROUGH)) {
-    throw exceptions::error(GetLastError(), L"cannot write %s", JournalFile().c_str());
+  try {
+    const std::wstring unfinished = JournalFile() + L".new";
+    WriteText(unfinished, Describe());
+    if (!MoveFileExW(unfinished.c_str(), JournalFile().c_str(), MOVEFILE_REPLACE_EXISTING | MOVEFILE_WRITE_THROUGH)) {
+      throw exceptions::error(GetLastError(), L"cannot write %s", JournalFile().c_str());
+    }
+  } catch (...) {
+    Delete(folder);
+    throw;
   }
 }
 
 void RestoreFromJournal() {
   const std::string text = ReadText(JournalFile());
   const Saved saved = Parse(text);
+  // What fails keeps nothing else from being put back.
+  std::optional<exceptions::error> failed;
+  const auto attempt = [&](auto step) {
+    try {
+      step();
+    } catch (const exceptions::error& failure) {
+      if (!failed) failed = failure;
+    }
+  };
   EndProcessesBelow(saved.folders, standins::kServiceProgram);
-  for (const auto& [name, service] : saved.services) RestoreService(name, service);
+  for (const auto& [name, service] : saved.services) attempt([&] { RestoreService(name, service); });
   EndProcessesBelow(saved.folders, L"");
-  for (const std::wstring& folder : saved.folders) DeleteForSure(folder);
-  for (const auto& [place, tree] : saved.trees) RestoreTree(place, tree);
-  for (const auto& [place, name, value] : saved.values) RestoreValue(place, name, value);
-  if (Describe() != text)
-    throw exceptions::error(ERROR_INVALID_DATA, L"something differs from what %s says", JournalFile().c_str());
-  DeleteForSure(JournalFolder());
+  for (const std::wstring& folder : saved.folders) attempt([&] { DeleteForSure(folder); });
+  for (const auto& [place, tree] : saved.trees) attempt([&] { RestoreTree(place, tree); });
+  for (const auto& [place, name, value] : saved.values) attempt([&] { RestoreValue(place, name, value); });
+  if (failed) throw *failed;
+  if (const std::string now = Describe(); text != now) {
+    throw exceptions::error(ERROR_INVALID_DATA, L"not all is as it was: '%s' is '%s' now",
+                            FromUtf8(FirstLineOf(text, now)).c_str(), FromUtf8(FirstLineOf(now, text)).c_str());
+  }
+  DeleteForSure(JournalFile());
+  Delete(JournalFolder());
 }
 
 std::vector<std::wstring> Touched() {
@@ -355,6 +391,7 @@ std::vector<std::wstring> Touched() {
   for (const RegistryPlace& place : Trees()) {
     if (place.view == 32) touched.push_back((place.root == HKEY_CURRENT_USER ? L"HKCU\\" : L"HKLM\\") + place.path);
   }
+  for (const auto& [key, name] : kValues) touched.push_back(std::wstring(L"HKLM\\") + key + L", the value " + name + L" alone");
   for (const wchar_t* const name : kServices) touched.push_back(std::wstring(L"the service ") + name);
   return touched;
 }

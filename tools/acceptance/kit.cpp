@@ -34,12 +34,27 @@ std::vector<std::wstring> Contents() {
 
 std::wstring NameOf(const std::wstring& path) { return path.substr(path.rfind(L'\\') + 1); }
 
+// Relative to the folder of the kit.
 std::vector<std::wstring> Below(const wchar_t* folder) {
-  std::vector<std::wstring> files;
-  for (const std::wstring& file : Contents()) {
-    if (file.starts_with(folder)) files.push_back(standins::Beside(file.c_str()));
-  }
+  std::vector<std::wstring> files = Contents();
+  std::erase_if(files, [&](const std::wstring& file) { return !file.starts_with(folder); });
   return files;
+}
+
+void CreateFolder(const std::wstring& folder) {
+  const int created = SHCreateDirectoryExW(nullptr, folder.c_str(), nullptr);
+  if (created != ERROR_SUCCESS && created != ERROR_ALREADY_EXISTS)
+    throw exceptions::error(created, L"cannot create %s", folder.c_str());
+}
+
+void Copy(const std::vector<std::wstring>& files, const std::wstring& folder) {
+  CreateFolder(folder);
+  for (const std::wstring& file : files) {
+    const std::wstring from = standins::Beside(file.c_str()), to = folder + L"\\" + NameOf(file);
+    if (!CopyFileW(from.c_str(), to.c_str(), FALSE))
+      throw exceptions::error(GetLastError(), L"cannot copy %s to %s", from.c_str(), folder.c_str());
+    SetFileAttributesW(to.c_str(), FILE_ATTRIBUTE_NORMAL);  // the kit may lie on a disc that is read only
+  }
 }
 
 }  // namespace
@@ -67,12 +82,10 @@ std::vector<std::wstring> Incomplete() {
   return wrong;
 }
 
-std::vector<std::wstring> SuiteFiles() { return Below(kSuite); }
-
 std::vector<std::wstring> TestPrograms() {
   std::vector<std::wstring> programs;
   for (const std::wstring& file : Below(kTests)) {
-    if (file.ends_with(kTestProgram)) programs.push_back(file);
+    if (file.ends_with(kTestProgram)) programs.push_back(SuiteFolder() + L"\\" + file);
   }
   for (const wchar_t* const program : {L"\\matrix.exe", L"\\tour.exe"}) programs.push_back(SuiteFolder() + program);
   return programs;
@@ -85,19 +98,19 @@ std::wstring SuiteFolder() {
   return std::wstring(programs) + L"\\CORVID Software\\Corvid";
 }
 
-std::string Stage() {
+std::string Stage(HANDLE interrupt) {
   const std::wstring folder = SuiteFolder();
-  const int created = SHCreateDirectoryExW(nullptr, folder.c_str(), nullptr);
-  if (created != ERROR_SUCCESS && created != ERROR_ALREADY_EXISTS)
-    throw exceptions::error(created, L"cannot create %s", folder.c_str());
-  for (const std::wstring& file : SuiteFiles()) {
-    if (!CopyFileW(file.c_str(), (folder + L"\\" + NameOf(file)).c_str(), FALSE)) {
-      throw exceptions::error(GetLastError(), L"cannot copy %s to %s", file.c_str(), folder.c_str());
-    }
-  }
+  const std::wstring temp = folder + L"\\temp";
+  Copy(Below(kSuite), folder);
+  Copy(Below(kTests), folder + L"\\tests");
+  CreateFolder(temp);
+  for (const wchar_t* const name : {L"TEMP", L"TMP"}) SetEnvironmentVariableW(name, temp.c_str());
   const std::wstring output = folder + L"\\install.txt";
   Process install(folder + L"\\centre.exe", L"install", output);
-  if (WaitForSingleObject(install.handle(), kLongestInstall) != WAIT_OBJECT_0) {
+  const HANDLE events[] = {install.handle(), interrupt};
+  const DWORD event = WaitForMultipleObjects(2, events, FALSE, kLongestInstall);
+  if (event == WAIT_OBJECT_0 + 1) return {};
+  if (event != WAIT_OBJECT_0) {
     throw exceptions::error(ERROR_TIMEOUT, "the stand-ins could not be installed in time");
   }
   if (install.Result() == DWORD{0}) return {};

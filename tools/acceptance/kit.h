@@ -1,6 +1,8 @@
 // The folder of the kit: contents.txt names every file in it. Failures throw crv::exceptions::error.
 #pragma once
 
+#include <windows.h>
+
 #include <string>
 #include <vector>
 
@@ -11,12 +13,12 @@ std::wstring KitFolder();  // that of this program
 // What keeps the kit from being run, one line for each file: missing, or held by somebody.
 std::vector<std::wstring> Incomplete();
 
-std::vector<std::wstring> SuiteFiles();    // full paths of what becomes the suite's program folder
-std::vector<std::wstring> TestPrograms();  // full paths of the test programs, in the order in which they run
+std::vector<std::wstring> TestPrograms();  // full paths of the installed test programs, in the order in which they run
 
-std::wstring SuiteFolder();  // where the suite is put
+std::wstring SuiteFolder();  // where the suite is put, and below it the test programs
 
-// Installs the suite. Gives what the system did not let the stand-ins do; empty: everything.
-std::string Stage();
+// Installs the suite and the test programs; what is started from here on has its temporary files there, too, so that they go with it. Gives
+// what the system did not let the stand-ins do; empty: everything. Returns when the event is set, too.
+std::string Stage(HANDLE interrupt);
 
 }  // namespace crv::acceptance

@@ -55,9 +55,10 @@ bool FindsFoldersInHive() {
 
 std::string MachineText() {
   const OSVERSIONINFOEXW& version = root::OsVersionRecord();
-  char text[64];
+  char text[64], pack[16] = "";
+  if (version.wServicePackMajor) std::snprintf(pack, std::size(pack), " SP%u", version.wServicePackMajor);
   std::snprintf(text, std::size(text), "Windows %lu.%lu.%lu%s, %s", version.dwMajorVersion, version.dwMinorVersion,
-                version.dwBuildNumber, version.wServicePackMajor ? " with a service pack" : "", Is64Bit() ? "64-bit" : "32-bit");
+                version.dwBuildNumber, pack, Is64Bit() ? "64-bit" : "32-bit");
   const std::string product = ProductName();
   const std::string wine = WineVersion() ? std::string(" on Wine ") + WineVersion() : "";
   return text + wine + (product.empty() ? "" : " (" + product + ")");

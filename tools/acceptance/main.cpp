@@ -3,7 +3,7 @@
 //   acceptance                                       says what it would do
 //   acceptance /this-machine-may-be-changed          does it
 //     /only:PATTERN,...   the tests or programs of these names alone, "wsc_tests" or "tour.xp.*"
-//     /limit:SECONDS      after which a test that says nothing hangs; 180 unless given
+//     /limit:SECONDS      that a test may take before it hangs; 180 unless given
 //     /report:FOLDER      for report.txt and report.xml; that of the program unless given
 //   acceptance /restore                              puts back what a run that was killed left
 //
@@ -11,6 +11,7 @@
 // nothing was changed, 4 when the machine could not be put back, 5 when it was interrupted.
 #include <windows.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <cwchar>
 #include <exception>
@@ -29,6 +30,7 @@
 #include "base/format_message.h"
 #include "root/scoped_handle.h"
 #include "root/token.h"
+#include "service/control.h"
 #include "shared/area.h"
 #include "shared/console.h"
 #include "shared/named_lock.h"
@@ -47,13 +49,15 @@ enum Status { kAllPassed, kSomeFailed, kWrongWords, kRefused, kNotRestored, kInt
 constexpr wchar_t kMayBeChanged[] = L"this-machine-may-be-changed";
 constexpr const wchar_t* kOptions[] = {kMayBeChanged, L"only", L"limit", L"report", L"restore"};
 constexpr DWORD kUsualLimit = 180;       // s; the longest step writes three dumps, each some seconds on a slow machine
+constexpr DWORD kLongestLimit = 86'400;  // s
+constexpr char kOwn[] = "acceptance";    // by which the report names what is wrong with the run itself
 constexpr DWORD kRestoreTakes = 60'000;  // ms at most, for which a console that is closed is held
 
 struct Refused {
   Words reasons;
 };
 
-// Set by Ctrl-C, and when everything is put back afterwards.
+// Set by Ctrl-C, and while nothing is left to be put back.
 HANDLE interrupted = nullptr;
 HANDLE put_back = nullptr;
 
@@ -62,6 +66,17 @@ BOOL WINAPI OnControl(DWORD event) {
   if (event != CTRL_C_EVENT && event != CTRL_BREAK_EVENT)
     WaitForSingleObject(put_back, kRestoreTakes);  // the process ends afterwards
   return TRUE;
+}
+
+// From here on Ctrl-C only asks for the end of the tests, and a console that is closed waits for the machine.
+void HoldConsole() {
+  if (!interrupted) {
+    interrupted = CreateEventW(nullptr, TRUE, FALSE, nullptr);
+    put_back = CreateEventW(nullptr, TRUE, FALSE, nullptr);
+    if (!interrupted || !put_back) throw exceptions::error(GetLastError(), "cannot make an event");
+    SetConsoleCtrlHandler(&OnControl, TRUE);
+  }
+  ResetEvent(put_back);
 }
 
 std::wstring Explained(const std::exception& failure) {
@@ -85,8 +100,10 @@ void Explain() {
 }
 
 void PutBack() {
+  HoldConsole();
   PrintLine(L"putting the machine back as it was");
   RestoreFromJournal();
+  SetEvent(put_back);
 }
 
 // A machine that a run which was killed left half staged.
@@ -101,7 +118,7 @@ void OfferToRestore() {
   DWORD read = 0;
   while (key != L'y' && key != L'n' && ReadConsoleW(keyboard, &key, 1, &read, nullptr) && read) key |= 0x20;  // in either case
   SetConsoleMode(keyboard, mode);
-  PrintLine(std::wstring(1, key));
+  PrintLine(key > L' ' ? std::wstring(1, key) : L"");
   if (key != L'y') throw Refused{{L"the machine stays as the earlier run left it"}};
   PutBack();
 }
@@ -169,11 +186,16 @@ struct Options {
   std::wstring report_folder = {};
 };
 
+// What is wrong with the run itself stands in both reports as a test that failed.
+void Blame(Report& report, const std::string& what, const std::string& why) {
+  report.results.push_back({kOwn, std::string(kOwn) + "." + what, Result::What::failed, 0, why});
+}
+
 // On the machine that is saved. Gives whether it came to the end.
 bool RunTests(const Options& options, Report& report) {
   try {
     PrintLine(L"installing the suite in " + SuiteFolder());
-    const std::string refused = Stage();
+    const std::string refused = Stage(interrupted);
     if (!refused.empty()) {
       report.notes.push_back("The system did not let itself be changed: " + refused);
       PrintLine(FromUtf8(report.notes.back()));
@@ -184,22 +206,35 @@ bool RunTests(const Options& options, Report& report) {
     Narrator narrator(programs.size());
     for (const TestProgram& program : programs) {
       narrator.Begin(program);
-      std::vector<Result> results;
-      runner.Run(program, results,
+      const std::size_t before = report.results.size();
+      runner.Run(program, report.results,
                  [&](std::size_t done, std::size_t all, const Result& last) { narrator.Tell(done, all, last); });
-      EndProcessesBelow({SuiteFolder(), KitFolder() + L"\\tests"}, L"corvid_service.exe");
-      narrator.End(results);
-      report.results.insert(report.results.end(), results.begin(), results.end());
+      EndProcessesBelow({SuiteFolder()}, standins::kServiceProgram);
+      narrator.End({report.results.begin() + before, report.results.end()});
+    }
+    for (const std::string& pattern : options.only) {
+      const auto& results = report.results;
+      const auto taken = [&](const Result& result) { return Takes(pattern, result.test); };
+      if (std::none_of(results.begin(), results.end(), taken)) Blame(report, "only " + pattern, "no test has this name");
     }
     return true;
   } catch (const Interrupted&) {
-    report.notes.push_back("The run was interrupted.");
+    Blame(report, "end", "the run was interrupted");
     PrintLine(L"\r\ninterrupted");
   } catch (const std::exception& failure) {
-    report.notes.push_back("The run was broken off: " + ToUtf8(Explained(failure)));
+    Blame(report, "end", "the run was broken off: " + ToUtf8(Explained(failure)));
     PrintError(L"acceptance: " + Explained(failure));
   }
   return false;
+}
+
+void Write(const Report& report, const std::wstring& folder) {
+  try {
+    WriteReports(report, folder);
+    PrintLine(L"report.txt and report.xml are in " + folder);
+  } catch (const std::exception& failure) {
+    PrintError(L"acceptance: " + Explained(failure));
+  }
 }
 
 int Run(const Options& options) {
@@ -207,19 +242,17 @@ int Run(const Options& options) {
   Report report = {MachineText(), {}, {}};
   PrintLine(FromUtf8(report.machine));
   PrintLine(L"saving what will be touched in " + JournalFile());
-  interrupted = CreateEventW(nullptr, TRUE, FALSE, nullptr);
-  put_back = CreateEventW(nullptr, TRUE, FALSE, nullptr);
-  SetConsoleCtrlHandler(&OnControl, TRUE);
+  HoldConsole();
   WriteJournal();
   const bool complete = RunTests(options, report);
+  Write(report, options.report_folder);
   try {
-    WriteReports(report, options.report_folder);
-    PrintLine(L"report.txt and report.xml are in " + options.report_folder);
-  } catch (const exceptions::error& failure) {
-    PrintError(L"acceptance: " + Explained(failure));
+    PutBack();
+  } catch (const std::exception& failure) {
+    Blame(report, "restore", "the machine could not be put back: " + ToUtf8(Explained(failure)));
+    Write(report, options.report_folder);
+    throw;
   }
-  PutBack();
-  SetEvent(put_back);
   const Counts counts = Count(report.results);
   PrintLine(std::to_wstring(counts.passed) + L" passed, " + std::to_wstring(counts.failed) + L" failed, " +
             std::to_wstring(counts.skipped) + L" skipped");
@@ -235,9 +268,11 @@ Options OptionsFrom(const CommandLine& words) {
   if (words.words().size() > 0) throw UsageError{L"the word '" + words.words()[0] + L"' is not understood"};
   Options options;
   if (words.has(L"limit")) options.limit = standins::NumberFrom(words.value(L"limit"));
-  if (options.limit == 0) throw UsageError{L"/limit takes seconds"};
+  if (options.limit == 0 || options.limit > kLongestLimit) throw UsageError{L"/limit takes seconds, a day's at most"};
   std::istringstream patterns(ToUtf8(words.value(L"only")));
   for (std::string pattern; std::getline(patterns, pattern, ',');) options.only.push_back(pattern);
+  if (words.has(L"only") && options.only.empty()) throw UsageError{L"/only takes names"};
+  if (words.has(L"report") && words.value(L"report").empty()) throw UsageError{L"/report takes a folder"};
   options.report_folder = words.has(L"report") ? words.value(L"report") : KitFolder();
   return options;
 }
@@ -279,7 +314,10 @@ int main() {
     return kRefused;
   } catch (const std::exception& failure) {
     PrintError(L"acceptance: " + Explained(failure));
-    if (!IsJournalThere()) return kRefused;
+    if (!IsJournalThere()) {
+      PrintError(L"acceptance: nothing was changed");
+      return kRefused;
+    }
     PrintError(L"acceptance: the machine is not as it was; acceptance /restore tries again");
     return kNotRestored;
   }

@@ -6,6 +6,7 @@
 #include <cwchar>
 
 #include "base/exceptions.h"
+#include "root/system_library.h"
 
 namespace crv::acceptance {
 namespace {
@@ -33,10 +34,14 @@ std::vector<Entry> AllProcesses() {
   return all;
 }
 
+// A 32-bit program cannot ask a 64-bit process itself; the function that knows of both is newer than Windows XP.
 std::wstring ImageOf(HANDLE process) {
   wchar_t path[MAX_PATH] = {};
-  const DWORD length = GetModuleFileNameExW(process, nullptr, path, MAX_PATH);
-  return std::wstring(path, length);
+  if (const DWORD length = GetModuleFileNameExW(process, nullptr, path, MAX_PATH)) return std::wstring(path, length);
+  using Query = BOOL WINAPI(HANDLE, DWORD, wchar_t*, DWORD*);
+  const auto query = root::FindSystemFunction<Query>(L"kernel32.dll", "QueryFullProcessImageNameW");
+  DWORD length = MAX_PATH;
+  return query && query(process, 0, path, &length) ? std::wstring(path, length) : std::wstring();
 }
 
 void Terminate(HANDLE process) {
@@ -73,6 +78,10 @@ Process::Process(const std::wstring& image, const std::wstring& arguments, const
   startup.dwFlags = STARTF_USESTDHANDLES;
   startup.hStdInput = nothing.get();
   startup.hStdOutput = startup.hStdError = file.get();
+  // What this program's own output goes to must not wait for a process that outlives it.
+  for (const DWORD own : {STD_INPUT_HANDLE, STD_OUTPUT_HANDLE, STD_ERROR_HANDLE}) {
+    SetHandleInformation(GetStdHandle(own), HANDLE_FLAG_INHERIT, 0);
+  }
   SetErrorMode(SEM_FAILCRITICALERRORS | SEM_NOGPFAULTERRORBOX |
                SEM_NOOPENFILEERRORBOX);  // no message that somebody has to answer
   std::wstring command_line = L"\"" + image + L"\" " + arguments;

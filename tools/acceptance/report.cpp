@@ -1,5 +1,6 @@
 #include "acceptance/report.h"
 
+#include <algorithm>
 #include <cstdio>
 #include <iterator>
 
@@ -25,7 +26,33 @@ void Write(const std::wstring& path, const std::string& text) {
   }
 }
 
-// What XML does not know, such as control characters, becomes a question mark.
+// The bytes of the character at the begin of the text that UTF-8 and XML know; 0 for none, as for a control character.
+std::size_t CharacterAt(const std::string& text, std::size_t at) {
+  const auto byte = [&](std::size_t i) { return at + i < text.size() ? static_cast<unsigned char>(text[at + i]) : 0u; };
+  const unsigned first = byte(0);
+  if (first < 0x80) return first >= ' ' || first == '\n' || first == '\t';
+  const std::size_t size = first >= 0xF0 ? 4 : first >= 0xE0 ? 3 : 2;
+  static constexpr unsigned kSmallest[] = {0x80, 0x800, 0x10000};
+  unsigned code = first & (0xFF >> (size + 1));
+  for (std::size_t i = 1; i < size; ++i) {
+    if ((byte(i) & 0xC0) != 0x80) return 0;
+    code = code << 6 | (byte(i) & 0x3F);
+  }
+  const bool known = first >= 0xC2 && first <= 0xF4 && code >= kSmallest[size - 2] && code <= 0x10FFFF;
+  return known && (code < 0xD800 || code > 0xDFFF) && code != 0xFFFE && code != 0xFFFF ? size : 0;
+}
+
+// What a test printed may be anything: what is no character becomes a question mark.
+std::string Readable(const std::string& text) {
+  std::string readable;
+  for (std::size_t at = 0; at < text.size();) {
+    const std::size_t size = CharacterAt(text, at);
+    readable += size ? text.substr(at, size) : "?";
+    at += std::max<std::size_t>(size, 1);
+  }
+  return readable;
+}
+
 std::string Escaped(const std::string& text) {
   std::string escaped;
   for (const char c : text) {
@@ -34,7 +61,7 @@ std::string Escaped(const std::string& text) {
       case '>': escaped += "&gt;"; break;
       case '&': escaped += "&amp;"; break;
       case '"': escaped += "&quot;"; break;
-      default: escaped += static_cast<unsigned char>(c) >= ' ' || c == '\n' || c == '\t' ? c : '?';
+      default: escaped += c;
     }
   }
   return escaped;
@@ -80,7 +107,7 @@ std::string AsText(const Report& report) {
   }
   text += "\n" + Said(Count(report.results)) + "\n";
   std::string lines;  // as Windows ends them
-  for (const char c : text) lines += c == '\n' ? "\r\n" : std::string(1, c);
+  for (const char c : Readable(text)) lines += c == '\n' ? "\r\n" : std::string(1, c);
   return lines;
 }
 
@@ -137,7 +164,7 @@ void RequireWritable(const std::wstring& folder) {
 
 void WriteReports(const Report& report, const std::wstring& folder) {
   Write(folder + kFiles[0], AsText(report));
-  Write(folder + kFiles[1], AsJUnit(report));
+  Write(folder + kFiles[1], Readable(AsJUnit(report)));
 }
 
 }  // namespace crv::acceptance

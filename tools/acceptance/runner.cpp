@@ -15,8 +15,9 @@
 namespace crv::acceptance {
 namespace {
 
-constexpr DWORD kLook = 50;                 // ms between two looks at what was printed
-constexpr std::size_t kLongestText = 8192;  // bytes of a failure's output that are kept, the last ones
+constexpr DWORD kLook = 50;                       // ms between two looks at what was printed
+constexpr std::size_t kLongestText = 8192;        // bytes of a failure's output that are kept, the last ones
+constexpr std::size_t kLongestOutput = 64 << 20;  // bytes of a program's output, after which it never ends by itself
 
 std::string Hex(DWORD number) {
   char text[16];
@@ -26,7 +27,10 @@ std::string Hex(DWORD number) {
 
 std::string Last(std::string text) {
   while (text.ends_with('\n')) text.pop_back();
-  return text.size() <= kLongestText ? text : "...\n" + text.substr(text.find('\n', text.size() - kLongestText) + 1);
+  if (text.size() <= kLongestText) return text;
+  const std::size_t from = text.size() - kLongestText;
+  const std::size_t line = text.find('\n', from);
+  return "...\n" + text.substr(line == std::string::npos ? from : line + 1);
 }
 
 }  // namespace
@@ -37,22 +41,27 @@ struct Runner::Ended {
   std::string text() const { return status ? "the program ended with " + Hex(*status) : "hung, and was ended"; }
 };
 
+// `line` says whether a test began or ended with it, from which the time is counted.
 Runner::Ended Runner::RunToEnd(const std::wstring& image, const std::wstring& arguments,
-                               const std::function<void(const std::string&)>& line) const {
+                               const std::function<bool(const std::string&)>& line) const {
   const std::wstring output = work_ + L"\\output.txt";
   Process process(image, arguments, output);
   const root::ScopedFile file(
       CreateFileW(output.c_str(), GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr, OPEN_EXISTING, 0, nullptr));
   std::string unfinished;
+  std::size_t printed = 0;
   const auto read = [&] {
     char buffer[4096];
     bool any = false;
-    for (DWORD size = 0; ReadFile(file.get(), buffer, sizeof(buffer), &size, nullptr) && size > 0; any = true) {
+    for (DWORD size = 0; printed < kLongestOutput && ReadFile(file.get(), buffer, sizeof(buffer), &size, nullptr) && size > 0;) {
       unfinished.append(buffer, size);
+      printed += size;
     }
-    for (std::size_t end; (end = unfinished.find('\n')) != std::string::npos; unfinished.erase(0, end + 1)) {
-      line(unfinished.substr(0, end > 0 && unfinished[end - 1] == '\r' ? end - 1 : end));
+    std::size_t begin = 0;
+    for (std::size_t end; (end = unfinished.find('\n', begin)) != std::string::npos; begin = end + 1) {
+      any |= line(unfinished.substr(begin, end - begin - (end > begin && unfinished[end - 1] == '\r')));
     }
+    unfinished.erase(0, begin);
     return any;
   };
   for (DWORD last = GetTickCount();;) {
@@ -61,7 +70,7 @@ Runner::Ended Runner::RunToEnd(const std::wstring& image, const std::wstring& ar
     if (event == WAIT_OBJECT_0 + 1) throw Interrupted();
     if (read()) last = GetTickCount();
     if (event == WAIT_OBJECT_0) break;
-    if (GetTickCount() - last >= limit_) {
+    if (GetTickCount() - last >= limit_ || printed >= kLongestOutput) {
       process.End();
       read();
       if (!unfinished.empty()) line(unfinished);
@@ -73,16 +82,19 @@ Runner::Ended Runner::RunToEnd(const std::wstring& image, const std::wstring& ar
   return {process.Result()};
 }
 
+bool Takes(const std::string& pattern, const std::string& test) {
+  return standins::MatchesPattern(pattern, test) || standins::MatchesPattern(pattern + ".*", test);
+}
+
 bool Runner::IsChosen(const std::string& name) const {
-  return only_.empty() || std::any_of(only_.begin(), only_.end(), [&](const std::string& pattern) {
-           return standins::MatchesPattern(pattern, name) || standins::MatchesPattern(pattern + ".*", name);
-         });
+  return only_.empty() ||
+         std::any_of(only_.begin(), only_.end(), [&](const std::string& pattern) { return Takes(pattern, name); });
 }
 
 void Runner::Run(const TestProgram& program, std::vector<Result>& results, const Progress& progress) const {
   std::string printed;
   const Ended listed =
-      RunToEnd(program.image(), program.ListArguments(), [&](const std::string& text) { printed += text + "\n"; });
+      RunToEnd(program.image(), program.ListArguments(), [&](const std::string& text) { return printed += text + "\n", false; });
   std::vector<Unit> units = program.ReadList(printed);
   if (listed.status != DWORD{0} || units.empty()) {
     results.push_back({program.name(), "the list of its tests", Result::What::failed, 0, listed.text() + "\n" + Last(printed)});
@@ -108,6 +120,13 @@ void Runner::Run(const TestProgram& program, std::vector<Result>& results, const
   // A test program of gtest does not know its own name.
   const std::string prefix = program.name() + ".";
   const auto full = [&](const std::string& name) { return name.starts_with(prefix) ? name : prefix + name; };
+  const auto report = [&] {
+    for (const Unit& unit : units) {
+      for (const std::string& test : unit.tests) {
+        if (ended.contains(test)) results.push_back(ended[test]);
+      }
+    }
+  };
   while (!left.empty()) {
     std::string current, text;
     DWORD begun = 0;
@@ -120,7 +139,7 @@ void Runner::Run(const TestProgram& program, std::vector<Result>& results, const
       current.clear();
       text.clear();
     };
-    const Ended run = RunToEnd(program.image(), program.RunArguments(left), [&](const std::string& line) {
+    const auto take = [&](const std::string& line) {
       const TestLine read = ReadTestLine(line);
       if (read.what == TestLine::What::begins) {
         current = full(read.name);
@@ -128,20 +147,32 @@ void Runner::Run(const TestProgram& program, std::vector<Result>& results, const
         text.clear();
       } else if (current.empty() || read.what == TestLine::What::other || full(read.name) != current) {
         text += line + "\n";
+        return false;
       } else {
         end(read.what == TestLine::What::passed    ? Result::What::passed
             : read.what == TestLine::What::skipped ? Result::What::skipped
                                                    : Result::What::failed,
             text);
       }
-    });
-    const bool stuck = current.empty();
-    if (!stuck) end(Result::What::failed, run.text() + "\n" + text);
+      return true;
+    };
+    Ended run;
+    try {
+      run = RunToEnd(program.image(), program.RunArguments(left), take);
+    } catch (...) {
+      report();
+      throw;
+    }
+    const auto begun_of = [&](const Unit* unit) {
+      return std::any_of(unit->tests.begin(), unit->tests.end(), [&](auto& test) { return ended.contains(test); });
+    };
+    const bool broken_off = !current.empty();
+    if (broken_off) end(Result::What::failed, run.text() + "\n" + text);
     // The rest of a chapter that did not come to its end, and everything when the program does not even begin.
+    const bool goes_on = broken_off && std::any_of(left.begin(), left.end(), begun_of);
     std::vector<const Unit*> rest;
     for (const Unit* const unit : left) {
-      const bool begins = std::any_of(unit->tests.begin(), unit->tests.end(), [&](auto& test) { return ended.contains(test); });
-      if (!begins && !stuck) {
+      if (goes_on && !begun_of(unit)) {
         rest.push_back(unit);
         continue;
       }
@@ -155,9 +186,7 @@ void Runner::Run(const TestProgram& program, std::vector<Result>& results, const
     }
     left = rest;
   }
-  for (const Unit& unit : units) {
-    for (const std::string& test : unit.tests) results.push_back(ended[test]);
-  }
+  report();
 }
 
 }  // namespace crv::acceptance

@@ -65,6 +65,7 @@ void RestoreService(const std::wstring& name, const std::optional<SavedService>&
   const root::ScopedService service =
       Open(name, SERVICE_CHANGE_CONFIG | SERVICE_QUERY_STATUS | SERVICE_START | SERVICE_STOP | SERVICE_USER_DEFINED_CONTROL);
   if (!service) throw exceptions::error(ERROR_SERVICE_DOES_NOT_EXIST, L"the service %s was deleted", name.c_str());
+  standins::Behave(name, {});  // a stand-in that runs in its place stops when it is asked to
   SERVICE_STATUS status = {};
   if (StateOf(service) != SERVICE_STOPPED && ControlService(service.get(), SERVICE_CONTROL_STOP, &status)) {
     Reach(service, name, SERVICE_STOPPED);
