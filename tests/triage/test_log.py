@@ -2,6 +2,7 @@
 import io
 import random
 import unittest
+import unittest.mock
 
 from triage_lib import catalogue, request
 from triage_lib.log import BadFormat, LineFormat, is_log, log_order
@@ -155,6 +156,11 @@ class Cutting(unittest.TestCase):
         endless = max(runs, key=lambda run: run.line_count)
         self.assertEqual((5000, 4700), (endless.line_count, endless.left_out))
         self.assertEqual([*range(1, 101), *range(4801, 5001)], [kept.number for kept in endless.lines])
+
+        with unittest.mock.patch("triage_lib.runs.MOST_CHARACTERS", 100):
+            runs, _ = cut(lines(8, started("x" * 60), END) * 3 + lines(12, BEGIN) + lines(16, BEGIN, END) + lines(12, END))
+            self.assertEqual(([8, 8, 8, 16, 12], {Outcome.SUCCEEDED}), ([run.process for run in runs], {run.outcome for run in runs}))
+            self.assertEqual(4, len(cut(lines(8, started("x" * 60)) + lines(12, started("x" * 60)) + lines(16, BEGIN) + lines(8, END))[0]))
 
     def test_damage_anywhere(self) -> None:
         """Whatever bytes are changed, cut out or doubled, there are runs, and no exception."""

@@ -79,14 +79,14 @@ class Reports(unittest.TestCase):
         for status, words, expected in (
                 (0, [log], "to_prod_state"), (0, [str(good)], "to_prod_state"), (0, [log, f"{log}/.", str(link)], "1 machine, "),
                 (0, [str(good), str(good)], "and counts once"),
-                (1, [self.machine("empty")], "neither a log nor a dump"), (1, [str(self.folder / "missing")], "missing"),
+                (1, [self.machine("empty")], "neither a log (wsc.log) nor a dump"), (1, [str(self.folder / "missing")], "missing"),
                 (1, [str(bad), log], "bad.zip"), (1, [self.machine("junk", wsc_log=b"junk\n" * 3)], "none of its 3 lines"),
                 (1, [self.machine("dump", a_mdmp=b"MDMP", wsc_log=REFUSED)], "a.mdmp"),
                 (1, [self.machine("unknown", wsc_log=lines(8, BEGIN, "wsc: a new text"))], "a new text"),
                 (1, [self.machine("long", wsc_log=lines(8, BEGIN, "engine: " + "x" * (1 << 17)))], "1 of 2 lines are longer than 128 KiB"),
                 (2, [], "usage"), (2, ["--nonsense", log], "usage"), (2, ["--line-format", "{text}", log], "lacks {year}"),
                 (2, ["--symbols", "/nowhere.zip", log], "/nowhere.zip"), (2, ["--html", "/nowhere/page.html", log], "/nowhere"),
-                (2, ["--html", "/dev/null", log], "/dev/null"), (2, ["--html", str(good), log], "no page"), (2, ["--symbols", "", log], "empty")):
+                (2, ["--html", "/dev/null", log], "/dev/null"), (2, ["--html", str(good), log], "no page"), (2, ["--html", "", log], "empty"), (2, ["--symbols", "", log], "empty")):
             with self.subTest(words):
                 found, text = self.triage(*words)
                 self.assertEqual(status, found, text)
@@ -96,6 +96,13 @@ class Reports(unittest.TestCase):
         done = subprocess.run([PROGRAM, self.machine("one", wsc_log=REFUSED)], capture_output=True, check=False,
                               env={**os.environ, "PYTHONIOENCODING": "ascii"})
         self.assertEqual((0, b""), (done.returncode, done.stderr))
+
+    def test_the_page_is_made_though_nobody_reads_the_rest(self) -> None:
+        page, (read, write) = self.folder / "page.html", os.pipe()
+        os.close(read)
+        done = subprocess.run([PROGRAM, "--html", str(page), "--json", self.machine("one", wsc_log=REFUSED * 1000)], stdout=write, check=False)
+        os.close(write)
+        self.assertEqual((0, True), (done.returncode, page.is_file()))
 
     def test_a_bar_on_a_terminal(self) -> None:
         terminal = io.StringIO()

@@ -67,7 +67,7 @@ class _Machine:
         for folder, files in folders.items():
             self._read_log(folder, files)
         if not self._record.logs and not self._record.dumps and not self._machine.problems:
-            self._problem(None, "there is neither a log nor a dump in it")
+            self._problem(None, "there is neither a log (wsc.log) nor a dump (*.mdmp, *.dmp) in it")
         self._match()
         for runs in self._held.values():
             for run in runs:
