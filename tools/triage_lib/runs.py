@@ -107,7 +107,7 @@ def _stop_of(open_run: _OpenRun) -> Failure:
         return Failure("no end", "the run has no end", "the process was ended from outside, or the log was taken while it ran",
                        "when it happens again: what ends the process, or at what it hangs")
     meaning, remedy = map(plain, entry.stuck)
-    return Failure(entry.id, f"no line behind “{entry.shown}”", meaning, remedy)
+    return Failure(entry.id, f"stopped at the line “{entry.shown}”", meaning, remedy)
 
 
 def _crash_of(open_run: _OpenRun) -> Failure:
