@@ -91,8 +91,8 @@ function stepsTable(run) {
   ];
 }
 
-const gapWords = (run, number) =>
-  `${count(number, "line")} of the run ${number === 1 ? "is" : "are"} left out here for the size of the page; ${run.log} has ${number === 1 ? "it" : "them"}.`;
+const gapWords = (run, number) => `${count(number, "line")} of the run ${
+  number === 1 ? "is" : "are"} left out here for the size of the page; ${run.log} has ${number === 1 ? "it" : "them"}.`;
 
 /** Its lines, and between them how many are missing there. */
 function withGaps(run) {
@@ -138,8 +138,7 @@ function linesTable(run) {
                              ].map(([name, title]) => h(`th.${name}`, {scope: "col"}, title)))),
                          body)
                      : null,
-    more,
-    !run.lines.length && run.left_out > 0 && h("p.note", null, gapWords(run, run.left_out))
+    more, !run.lines.length && run.left_out > 0 && h("p.note", null, gapWords(run, run.left_out))
   ];
 }
 
