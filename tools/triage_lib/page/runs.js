@@ -91,8 +91,10 @@ function stepsTable(run) {
   ];
 }
 
-const gapWords = (run, number) => `${count(number, "line")} of the run ${
-  number === 1 ? "is" : "are"} left out here for the size of the page; ${run.log} has ${number === 1 ? "it" : "them"}.`;
+function gapWords(run, number) {
+  const [are, them] = number === 1 ? ["is", "it"] : ["are", "them"];
+  return `${count(number, "line")} of the run ${are} left out here for the size of the page; ${run.log} has ${them}.`;
+}
 
 /** Its lines, and between them how many are missing there. */
 function withGaps(run) {
