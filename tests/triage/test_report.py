@@ -149,7 +149,7 @@ class Reports(unittest.TestCase):
     def test_nothing_reaches_the_terminal(self) -> None:
         nasty = lines(8, BEGIN, started("\x1b]0;owned\x07 \u202e /av /enable"), "wsc: run: \x1b[2Jnew (code 0x00000001)", "wsc: \x9b31m new", END)
         machine = self.machine("nasty\x1b[1m", wsc_log=nasty)
-        for words in ([machine], ["--json", machine]):
+        for words in ([machine], ["--json", machine], ["--symbols", "owned\x1b[1m", machine], ["--html", "/owned\x1b/x", machine, machine]):
             text = self.triage(*words)[1]
             self.assertIn("owned", text)
             self.assertNotRegex(text, "[\x00-\x09\x0b-\x1f\x7f-\x9f\u202e]")

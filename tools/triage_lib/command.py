@@ -164,11 +164,11 @@ def main(words: list[str]) -> int:
     try:
         return run(arguments)
     except (BadFormat, catalogue.BadCatalogue, stacks.BadStore) as failure:
-        print(f"triage: {failure}", file=sys.stderr)
+        print(report_text.visible(f"triage: {failure}"), file=sys.stderr)
         return WRONG_USAGE
     except BrokenPipeError:
         _mute()
         return NOT_ALL
     except OSError as failure:
-        print(f"triage: {failure}", file=sys.stderr)
+        print(report_text.visible(f"triage: {failure}"), file=sys.stderr)
         return WRONG_USAGE
