@@ -63,7 +63,12 @@ holds_stamp() {
   [[ -f $1 ]] && read -r line <"$1" && [[ $line == "$2" ]]
 }
 
-wine_is_unpacked() { holds_stamp "$WINE_DIR/.stamp" "$WINE_STAMP"; }
+# The stamp is written last; the programs are looked for as well, in case somebody has tidied up in the cache.
+wine_is_unpacked() {
+  local programs=$WINE_DIR/usr/lib/wine
+  holds_stamp "$WINE_DIR/.stamp" "$WINE_STAMP" &&
+    [[ -x $programs/wine && -x $programs/wine64 && -x $programs/wineserver32 && -x $programs/wineserver64 ]]
+}
 prefix_is_made() { holds_stamp "$PREFIX/.stamp" "$PREFIX_STAMP"; }
 
 # The environment of every Windows program. No menus, no questions for Mono and Gecko, no debugger when a program crashes: the
