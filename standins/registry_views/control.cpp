@@ -25,6 +25,7 @@ constexpr struct {
 } kShown[] = {{L"32", L"CORVID Software"}, {L"64", L"CORVID Software"}, {L"64", L"Policies\\Microsoft\\Windows Defender"}};
 
 constexpr DWORD kLongest = 20'000;  // ms, for one run of reg.exe
+constexpr DWORD kLook = 5;          // ms between two looks at what it prints
 
 // The 64-bit program's name of a key below SOFTWARE.
 std::wstring PathOf(const std::wstring& view, const std::wstring& key) {
@@ -61,9 +62,16 @@ Ended RunReg(const std::wstring& arguments) {
   write.reset();
   std::string output;
   char part[4096];
-  for (DWORD size = 0; ReadFile(read.get(), part, sizeof(part), &size, nullptr) && size != 0;) output.append(part, size);
+  for (DWORD begin = GetTickCount(), size = 0; PeekNamedPipe(read.get(), nullptr, 0, nullptr, &size, nullptr);) {
+    if (size != 0 && ReadFile(read.get(), part, sizeof(part), &size, nullptr)) output.append(part, size);
+    if (size == 0) Sleep(kLook);
+    if (GetTickCount() - begin < kLongest) continue;
+    TerminateProcess(process.get(), ERROR_TIMEOUT);
+    break;
+  }
   DWORD code = 0;
-  if (WaitForSingleObject(process.get(), kLongest) != WAIT_OBJECT_0 || !GetExitCodeProcess(process.get(), &code)) {
+  if (WaitForSingleObject(process.get(), kLongest) != WAIT_OBJECT_0 || !GetExitCodeProcess(process.get(), &code) ||
+      code == ERROR_TIMEOUT) {
     throw exceptions::error(ERROR_TIMEOUT, L"%s does not end", program.c_str());
   }
   return {code, FromUtf8(output)};

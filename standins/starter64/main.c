@@ -46,6 +46,7 @@ void entry(void) {
   static PROCESS_INFORMATION started;
   const wchar_t* rest = skip_word(GetCommandLineW());
   const BOOL limited = begins_with(rest, L"/limited ");
+  const HANDLE token = limited ? limited_token() : NULL;
   DWORD code = failed_to_start;
   if (limited) rest = skip_word(rest);
   lstrcpynW(command_line, rest, ARRAYSIZE(command_line));
@@ -53,7 +54,7 @@ void entry(void) {
   end_everything_with_this_process();
   GetStartupInfoW(&startup);
   const BOOL done =
-      limited ? CreateProcessAsUserW(limited_token(), NULL, command_line, NULL, NULL, TRUE, 0, NULL, NULL, &startup, &started)
+      limited ? token && CreateProcessAsUserW(token, NULL, command_line, NULL, NULL, TRUE, 0, NULL, NULL, &startup, &started)
               : CreateProcessW(NULL, command_line, NULL, NULL, TRUE, 0, NULL, NULL, &startup, &started);
   if (done) {
     WaitForSingleObject(started.hProcess, INFINITE);
