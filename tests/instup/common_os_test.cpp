@@ -138,10 +138,13 @@ TEST_F(CommonOs, FirstReferenceSetsUpAndLastTearsDown) {
 }
 
 // A system under WOW64 or not, as GetProcAddress shows it to the table, and the state of its redirection.
-BOOL wow64_success, wow64_answer;
-bool redirection = true;
+BOOL wow64_success, wow64_answer, switches;
+bool redirection = true, asked_for;
 BOOL WINAPI AnswerWow64(HANDLE, BOOL* wow64) { return *wow64 = wow64_answer, wow64_success; }
-BOOLEAN WINAPI SwitchRedirection(BOOLEAN enable) { return SetLastError(0xBAD), std::exchange(redirection, enable != FALSE); }
+BOOLEAN WINAPI SwitchRedirection(BOOLEAN enable) {
+  SetLastError(0xBAD), asked_for = enable;
+  return switches ? redirection = enable, TRUE : FALSE;
+}
 
 TEST_F(CommonOs, FoldersAreTouchedWithoutRedirectionUnderWow64Only) {
   const ImportFake<decltype(GetProcAddress)> lookup(
@@ -159,8 +162,9 @@ TEST_F(CommonOs, FoldersAreTouchedWithoutRedirectionUnderWow64Only) {
   const ImportFake<decltype(GetCurrentDirectoryW)> current("kernel32.dll", "GetCurrentDirectoryW",
                                                            [&](auto...) { return note("current"), DWORD{0}; });
   const std::wstring temp = _wgetenv(L"TEMP"), tmp = _wgetenv(L"TMP");
-  for (const auto& [success, answer] : {std::pair(TRUE, TRUE), {TRUE, FALSE}, {FALSE, TRUE}}) {
-    wow64_success = success, wow64_answer = answer;
+  for (const auto& [success, answer, works] :
+       {std::tuple(TRUE, TRUE, TRUE), {TRUE, TRUE, FALSE}, {TRUE, FALSE, TRUE}, {FALSE, TRUE, TRUE}}) {
+    wow64_success = success, wow64_answer = answer, switches = works, asked_for = works;
     EXPECT_EQ(0u, root::OptionalTableInit(root::kTableWithoutSideEffects));
     EXPECT_FALSE(VerifyFolder(L"C:\\x", {}, kCreateIfMissing));
     EXPECT_EQ(5u, GetLastError());
@@ -169,9 +173,9 @@ TEST_F(CommonOs, FoldersAreTouchedWithoutRedirectionUnderWow64Only) {
     folders.data = L"settled";
     SettleLibraryFolders(folders);
     SetEnvironmentVariableW(L"TEMP", temp.c_str()), SetEnvironmentVariableW(L"TMP", tmp.c_str());
-    EXPECT_EQ(success && answer ? "look make look current look make " : "look! make! look! current! look! make! ",
+    EXPECT_EQ(success && answer && works ? "look make look current look make " : "look! make! look! current! look! make! ",
               std::exchange(calls, ""));
-    EXPECT_TRUE(redirection);
+    EXPECT_TRUE(redirection && asked_for == works) << "at the end the switch is told what it answered";
     root::OptionalTableRelease();
   }
 }
@@ -181,8 +185,7 @@ TEST_F(CommonOs, FoldersAreTouchedWithoutRedirectionUnderWow64Only) {
 TEST_F(CommonOs, TheSystemFolderIsTheRealOne) {
   wchar_t windows[MAX_PATH];
   GetWindowsDirectoryW(windows, MAX_PATH);
-  BOOL wow64 = FALSE;
-  IsWow64Process(GetCurrentProcess(), &wow64);
+  const bool wow64 = GetSystemWow64DirectoryW(windows, 0) != 0;
   const std::wstring name = L"\\corvid tests " + std::to_wstring(GetCurrentProcessId());
   const std::wstring given = windows + (L"\\system32" + name), real = windows + ((wow64 ? L"\\sysnative" : L"\\system32") + name);
   test::SetText(kCorvidKey, L"JournalFolder", given);

@@ -113,9 +113,7 @@ TEST(SystemPaths, NameTheSystemsOwnFilesWhereTheyAre) {
   wchar_t image[MAX_PATH] = {};
   EXPECT_NE(0u, GetProcessImageFileNameW(started.hProcess, image, MAX_PATH));
   EXPECT_STRCASEEQ(ToUtf8(windows + L"\\system32\\cmd.exe"s).c_str(), ToUtf8(NtPathToWin32Path(image)).c_str());
-  TerminateProcess(started.hProcess, 0);
-  CloseHandle(started.hThread);
-  CloseHandle(started.hProcess);
+  TerminateProcess(started.hProcess, 0), CloseHandle(started.hThread), CloseHandle(started.hProcess);
 }
 
 TEST(KnownFolder, FallsBackForTwoFoldersAndReportsEveryFailure) {
