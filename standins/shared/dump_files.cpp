@@ -62,6 +62,8 @@ DumpContent ReadDump(const std::wstring& path) {
         header->StreamDirectoryRva < dump.size() ? (dump.size() - header->StreamDirectoryRva) / sizeof(*directory) : 0;
     for (std::size_t i = 0; i < header->NumberOfStreams && i < room; ++i) content.streams.push_back(directory[i].StreamType);
   }
+  if (const auto* const system = FindStream<MINIDUMP_SYSTEM_INFO>(dump, SystemInfoStream, size))
+    content.build = system->BuildNumber;
   if (const auto* const threads = FindStream<MINIDUMP_THREAD_LIST>(dump, ThreadListStream, size)) {
     for (ULONG i = 0; i < threads->NumberOfThreads; ++i) content.threads.push_back(threads->Threads[i].ThreadId);
   }

@@ -17,6 +17,7 @@ struct DumpContent {
   std::optional<DWORD> exception;      // its code
   DWORD exception_thread = 0;          // who raised it
   std::optional<std::string> comment;  // UTF-8
+  DWORD build = 0;                     // of Windows, as the program that wrote it was told
 };
 DumpContent ReadDump(const std::wstring& path);  // what is missing stays empty, also in a file that is no minidump
 

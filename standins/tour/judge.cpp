@@ -55,7 +55,7 @@ FramedLog Framed(const Step& step) {
 std::vector<Difference> Judge(const Step& step, const Outcome& outcome) {
   std::vector<Difference> differences;
   Lines dumps;
-  for (const Dump& dump : step.dumps) dumps.push_back(DumpLine("unp*.mdmp", dump.exception, dump.comment));
+  for (const Dump& dump : step.dumps) dumps.push_back(DumpLine("unp*.mdmp", dump.exception, dump.comment, dump.build));
   Compare("the step", {}, outcome.troubles, outcome.parent, differences);
   if (!outcome.troubles.empty() && outcome.result.empty()) return differences;  // it was not played
   Compare("result", {Hex(step.result)}, {outcome.result}, outcome.parent, differences);

@@ -47,8 +47,9 @@ void SeeDumps(const std::vector<std::wstring>& before, Outcome& outcome) {
     if (std::find(before.begin(), before.end(), file) != before.end()) continue;
     outcome.dump_files.push_back(file);
     const DumpContent content = ReadDump(file);
-    outcome.dumps.push_back(content.exception && content.comment ? DumpLine(FileName(file), *content.exception, *content.comment)
-                                                                 : FileName(file) + " lacks its exception or its comment");
+    outcome.dumps.push_back(content.exception && content.comment
+                                ? DumpLine(FileName(file), *content.exception, *content.comment, std::to_string(content.build))
+                                : FileName(file) + " lacks its exception or its comment");
   }
 }
 
@@ -104,8 +105,8 @@ std::string Hex(DWORD number) {
   return text;
 }
 
-std::string DumpLine(const std::string& file_name, DWORD exception, const std::string& comment) {
-  return file_name + ", exception " + Hex(exception) + ", comment \"" + comment + "\"";
+std::string DumpLine(const std::string& file_name, DWORD exception, const std::string& comment, const std::string& build) {
+  return file_name + ", exception " + Hex(exception) + ", comment \"" + comment + "\", Windows build " + build;
 }
 
 Lines PrepareMachine(const Chapter& chapter) {

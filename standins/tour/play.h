@@ -26,6 +26,6 @@ Lines LeaveMachineClean();
 Outcome Play(const Step& step);
 
 std::string Hex(DWORD number);
-std::string DumpLine(const std::string& file_name, DWORD exception, const std::string& comment);
+std::string DumpLine(const std::string& file_name, DWORD exception, const std::string& comment, const std::string& build);
 
 }  // namespace crv::standins::tour

@@ -27,6 +27,7 @@ struct Dump {
   DWORD exception;
   std::string comment = {};
   std::string stopped = {};  // "function at file:line", a regular expression that the debuggers must find; empty: nobody looks
+  std::string build = "*";   // of Windows
 };
 
 struct Step {

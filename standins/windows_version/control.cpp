@@ -21,7 +21,10 @@ constexpr wchar_t kProgram[] = L"Program";
 
 constexpr wchar_t kMachineKey[] = L"Software\\Microsoft\\Windows NT\\CurrentVersion";
 constexpr const wchar_t* kMachineValues[] = {L"CurrentVersion", L"CurrentBuildNumber", L"CSDVersion"};
-constexpr const wchar_t* kOldestVista[] = {L"6.0", L"6000", L""};
+constexpr struct {
+  const wchar_t* version;
+  const wchar_t* values[std::size(kMachineValues)];
+} kOfMachine[] = {{L"vista", {L"6.0", L"6000", L""}}, {L"win11", {L"10.0", L"22000", L""}}};
 
 constexpr wchar_t kServicePackKey[] = L"System\\CurrentControlSet\\Control\\Windows";
 constexpr wchar_t kServicePackValue[] = L"CSDVersion";
@@ -72,10 +75,12 @@ void SetWindowsVersion(const std::wstring& version) {
   RestoreWindowsVersion();
   BackUp();
   registry::WriteText(kBackup, kSet, version);
-  if (version == L"vista") {
+  const auto of_machine = std::find_if(std::begin(kOfMachine), std::end(kOfMachine),
+                                       [&version](const auto& other) { return other.version == version; });
+  if (of_machine != std::end(kOfMachine)) {
     WriteProgramVersion(std::nullopt);
     for (std::size_t i = 0; i < std::size(kMachineValues); ++i)
-      registry::WriteText(kMachineKey, kMachineValues[i], kOldestVista[i]);
+      registry::WriteText(kMachineKey, kMachineValues[i], of_machine->values[i]);
     registry::WriteNumber(kServicePackKey, kServicePackValue, 0);
   } else {
     WriteProgramVersion(version == L"vistasp2" ? L"vista" : version);  // as Wine calls it

@@ -1,6 +1,6 @@
 // Which Windows wsc_proxy.exe believes to run on. Wine takes that from the registry: most versions can be named for one program;
-// the oldest Vista, which has no service pack, only as the whole machine's. Failures to reach the registry throw
-// crv::exceptions::error. One process at a time.
+// the oldest Vista, which has no service pack, and Windows 11 (build 22000) only as the whole machine's, for the programs of centre.exe's
+// own kind. Failures to reach the registry throw crv::exceptions::error. One process at a time.
 //
 //   HKLM\SOFTWARE\Corvid Stand-ins\Windows Version     what stood there before, while another version is set
 //     Program, CurrentVersion, CurrentBuildNumber, CSDVersion   texts, absent: there was none

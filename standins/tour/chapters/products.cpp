@@ -125,7 +125,7 @@ std::vector<Chapter> ProductChapters() {
       {"unregister",
        "A product leaves Security Center",
        "To unregister what is not there counts as success; an update brings it back.",
-       "win11",
+       "win10",
        {{.request = "/svc /register /antivirus",
          .log = logs::Register(kAv),
          .calls = asks::Register(kAv),

@@ -125,7 +125,7 @@ std::vector<Chapter> Wow64Chapters() {
       {"parent-64",
        "A 64-bit parent",
        "The driver is asked about the process that started the host, and that one gets the host's whole result.",
-       "win10",
+       "win11",
        {{.before = {"driver start", "driver distrust"},
          .request = "/svc /register /antivirus",
          .through = kStarter,
@@ -150,7 +150,7 @@ std::vector<Chapter> Wow64Chapters() {
                  "warning crashguard: User-initiated crash commencing", "debug crashguard: Entering TopLevelExceptionFilter...",
                  "debug crashguard: Minidump created successfully. Exception code is: c0000005"},
          .leaves = Joined(Lines{"loaded | 1 (trusted) | 2 | * | 1"}, DumpedOutside("")),
-         .dumps = {{0xc0000005, "", "crv::crashguard::CrashNow at user_crash.cpp:[0-9]+"}}}},
+         .dumps = {{0xc0000005, "", "crv::crashguard::CrashNow at user_crash.cpp:[0-9]+", "22000"}}}},
        Machine::only_64_bit},
 
       {"elevated",
