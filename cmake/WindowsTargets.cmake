@@ -40,7 +40,8 @@ if(CMAKE_CXX_COMPILER_ID STREQUAL "Clang")
   # In GCC's C++ library the exception frames of each function that an object may share with others lie in a section of their own, for
   # which the assembler wrote no symbol. LLD knows by that symbol alone what such a section belongs to, and leaves it out: a throw that
   # has to pass the function (a failed allocation in a string, in the constructor of an exception) would end the process. In our copy of
-  # the library the frames are ordinary ones, which the linker keeps, in the order that leaves the end mark last.
+  # the library the frames are ordinary ones, which the linker keeps, in the order that leaves the end mark last. The copy's folder is
+  # named after the library's content: a link line that stays the same would leave the images with an older one.
   set(library "${CRV_GCC_LIBRARIES}/libstdc++.a")
   set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS "${library}")
   execute_process(COMMAND i686-w64-mingw32-objdump -h "${library}" OUTPUT_VARIABLE headers COMMAND_ERROR_IS_FATAL ANY)
@@ -51,11 +52,14 @@ if(CMAKE_CXX_COMPILER_ID STREQUAL "Clang")
   list(REMOVE_DUPLICATES sections)
   list(TRANSFORM sections REPLACE ".+" "--rename-section \\0=.eh_frame,alloc,load,readonly,data,contents\n")
   string(CONCAT renames ${sections})
-  file(WRITE "${CMAKE_BINARY_DIR}/runtime/renames.txt" "${renames}")
-  execute_process(COMMAND i686-w64-mingw32-objcopy -D "@${CMAKE_BINARY_DIR}/runtime/renames.txt" "${library}"
-    "${CMAKE_BINARY_DIR}/runtime/libstdc++.a" COMMAND_ERROR_IS_FATAL ANY)
+  file(SHA256 "${library}" digest)
+  string(SUBSTRING "${digest}" 0 12 digest)
+  set(folder "${CMAKE_BINARY_DIR}/runtime/${digest}")
+  file(WRITE "${folder}/renames.txt" "${renames}")
+  execute_process(COMMAND i686-w64-mingw32-objcopy -D "@${folder}/renames.txt" "${library}" "${folder}/libstdc++.a"
+    COMMAND_ERROR_IS_FATAL ANY)
   add_link_options(-nostdlib++)
-  set(CRV_CXX_LIBRARY runtime/libstdc++.a)  # relative to the build tree, whose path must not get into a program database
+  set(CRV_CXX_LIBRARY runtime/${digest}/libstdc++.a)  # relative to the build tree, whose path must not get into a program database
 else()
   add_link_options(-static-libstdc++)
   set(CRV_CXX_LIBRARY -lstdc++)
