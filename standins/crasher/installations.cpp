@@ -77,6 +77,17 @@ int FourRuns(Stage&) {
   return 0;
 }
 
+// At another place than the one that it was linked for, as most systems load it.
+int LibraryMoved(Stage&) {
+  const HMODULE first = LoadLibraryW(L"wsc.dll");
+  FreeLibrary(first);
+  VirtualAlloc(first, 1, MEM_RESERVE, PAGE_NOACCESS);
+  const HMODULE library = LoadLibraryW(L"wsc.dll");
+  std::printf("moved %d\n", library && library != first);
+  RunLibrary(library, L"crasher.exe /svc");
+  return 0;
+}
+
 // Afterwards nothing of the library may be called any more.
 int LibraryUnloaded(Stage&) {
   SetUnhandledExceptionFilter(&OtherFilter);
@@ -149,6 +160,7 @@ const Case kInstallations[] = {
     {L"installed-again", L"installed, uninstalled, installed, then a crash", &InstalledAgain, true},
     {L"unloaded", L"wsc.dll runs and is freed, then a crash", &LibraryUnloaded, true},
     {L"four-runs", L"wsc.dll makes four wrong requests", &FourRuns, true},
+    {L"moved", L"wsc.dll makes a wrong request where it was not linked for", &LibraryMoved, true},
     {L"loaded-often", L"wsc.dll is loaded, runs a wrong request and is freed, again and again", &LoadedOften, true},
     {L"no-slot", L"wsc.dll runs where no thread-local slot is left", &NoSlot, true},
     {},
