@@ -180,17 +180,23 @@ class Checks:
         machine.wine("taskkill", "/f", "/im", "ping.exe")
         waiting.wait(LONGEST_RUN)
 
-    def begun(self, machine):
-        """A run in the midst of its tests."""
-        run, console = machine.start(MAY)
-        for line in run.stdout:
-            if "[2/" in line:
-                return run, console
-        raise OSError(f"acceptance.exe did not begin: status {run.wait(LONGEST_RUN)}")
+    def begun(self, machine, only):
+        """A run in the midst of the first of these tests."""
+        run, console = machine.start(MAY, f"/only:{only}")
+        self.await_file(machine, run, "wsc.log")
+        return run, console
+
+    @staticmethod
+    def await_file(machine, run, pattern):
+        end = time.monotonic() + LONGEST_RUN / 3
+        while not any((machine.drive / "ProgramData/CORVID Software/Corvid/log").glob(pattern)):
+            time.sleep(0.05)
+            if run.poll() is not None or time.monotonic() > end:
+                run.kill()
+                raise OSError(f"acceptance.exe did not come to its tests: {run.communicate()[0]}")
 
     def killed(self, machine):
-        run, console = self.begun(machine)
-        self.refused(machine, "a second run at the same time", "another run is under way", MAY)
+        run, console = self.begun(machine, "tour.vista,tour.limit")  # while another Windows is pretended
         machine.wine("taskkill", "/f", "/im", "acceptance.exe")
         run.communicate(timeout=LONGEST_RUN)
         os.close(console)
@@ -208,7 +214,9 @@ class Checks:
         self.check(f"the machine is put back after a run was killed on {machine.bits}-bit Windows", said.stdout if said.returncode else "")
 
     def interrupted(self, machine):
-        run, console = self.begun(machine)
+        run, console = self.begun(machine, "tour.crash,tour.limit")
+        self.refused(machine, "a second run at the same time", "another run is under way", MAY)
+        self.await_file(machine, run, "*.mdmp")  # of a step for which the driver is loaded
         os.write(console, b"\x03")
         rest = run.communicate(timeout=LONGEST_RUN)[0]
         os.close(console)

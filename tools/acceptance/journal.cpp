@@ -304,7 +304,10 @@ void DeleteForSure(const std::wstring& path) {
     if (waited >= kFilesAreFreed) {
       throw exceptions::error(ERROR_SHARING_VIOLATION, L"cannot delete %s: a program holds it, or a file in it", path.c_str());
     }
-    if (waited > 0) Sleep(kLook);
+    if (waited > 0) {
+      EndProcessesBelow({path}, L"");  // what was just being started
+      Sleep(kLook);
+    }
     Delete(L"\\\\?\\" + path);
   }
 }

@@ -119,7 +119,9 @@ void EndProcessesBelow(const std::vector<std::wstring>& folders, const std::wstr
     const std::wstring name = image.substr(image.rfind(L'\\') + 1);
     for (const std::wstring& folder : folders) {
       const bool below = _wcsnicmp(image.c_str(), (folder + L"\\").c_str(), folder.size() + 1) == 0;
-      if (below && _wcsicmp(name.c_str(), spared.c_str()) != 0) Terminate(process.get());
+      if (!below || _wcsicmp(name.c_str(), spared.c_str()) == 0) continue;
+      Terminate(process.get());
+      EndDescendants(entry.id, CreationOf(process.get()));
     }
   }
 }

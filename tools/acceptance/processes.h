@@ -31,7 +31,8 @@ class Process {
   DWORD id_ = 0;
 };
 
-// Ends every process, but this one, whose image lies below one of the folders, unless its file has the name `spared`.
+// Ends every process, but this one, whose image lies below one of the folders, unless its file has the name `spared`, and everything that
+// it started.
 void EndProcessesBelow(const std::vector<std::wstring>& folders, const std::wstring& spared);
 
 }  // namespace crv::acceptance
