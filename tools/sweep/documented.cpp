@@ -72,6 +72,7 @@ const Row kRequestRows[] = {
     {"ResumeThread", "pthread_create", L"", held, 0,
      "a thread that never runs hears of no change: the request waits out its hour"},
     {"SetEvent", "wscsvc::changed", L"", held, 0, "the same: the change is not heard of"},
+    {"SetEvent", "pthread_mutex_unlock", L"", held, 0, "the thread that waits for the lock is not woken"},
     {"", "pthread_create", L"", any, 0, "a failure of the runtime propagates from the step that made it"},
     {"", "watcher::notify", L"", any, 0, "a failure of the runtime propagates from the step that made it"},
 
