@@ -201,9 +201,10 @@ TEST(Runtime, FailedAllocationsInTheLibrarysOwnFunctionsAreCaught) {
 }
 
 TEST(BoundedText, WhatDoesNotFitLeavesNothing) {
-  wchar_t text[8] = L"";
+  wchar_t text[] = L"\0    behind";
   EXPECT_TRUE(wcscpy_s(text, 5, L"ab") && wcscat_s(text, 5, L"cd"));
   EXPECT_STREQ(L"abcd", text);
+  EXPECT_STREQ(L"behind", text + 5);
   EXPECT_FALSE(wcscat_s(text, 5, L"e"));
   EXPECT_STREQ(L"", text);
   EXPECT_TRUE(swprintf_s(text, 5, L"%s%d", L"abc", 1));
