@@ -6,6 +6,7 @@
 
 #include <set>
 
+#include "instup/installer_state.h"
 #include "root/scoped_handle.h"
 #include "support/import_fake.h"
 #include "support/probed_installer.h"
@@ -119,6 +120,8 @@ TEST_F(Updater, AnUnregisteredSuiteIsNotLookedForInTheCurrentFolder) {
   for (const wchar_t* const data_folder : {L"", L"data"}) {  // as a broken uninstallation leaves it
     test::SetText(test::kCorvidKey, L"DataFolder", data_folder);
     EXPECT_FALSE(RunUpdater(nullptr, nullptr));
+    bool reboot = false;
+    EXPECT_FALSE(CheckRebootMarker(reboot));
   }
   SetCurrentDirectoryW(before);
   EXPECT_TRUE(Runs().empty());

@@ -16,6 +16,7 @@
 #include "platform/spare_stack.h"
 #include "platform/structured_guard.h"
 #include "platform/throw_record.h"
+#include "platform/tick_count.h"
 #include "platform/type_name.h"
 #include "support/import_fake.h"
 
@@ -213,6 +214,22 @@ TEST(BoundedText, WhatDoesNotFitLeavesNothing) {
   EXPECT_STREQ(L"", text);
   EXPECT_FALSE(swprintf_s(text, 5, L"%s", L"abcde"));
   EXPECT_STREQ(L"", text);
+}
+
+// Behind the third question another thread asks as well, when the system has begun again.
+constexpr DWORD kTicks[] = {5, 0xFFFFFFFF, 0xFFFFFFFF, 3, 3, 2};
+const DWORD* next_tick = kTicks;
+volatile LONGLONG last_tick = 0;
+
+DWORD WINAPI NextTick() {
+  if (next_tick == &kTicks[2]) last_tick = 1LL << 32;
+  return *next_tick++;
+}
+
+TEST(TickCount, GoesOnWhereTheSystemsBeginsAgain) {
+  for (const ULONGLONG expected : {5ULL, 0xFFFFFFFFULL, 0x100000003ULL, 0x100000003ULL, 0x200000002ULL}) {
+    EXPECT_EQ(expected, LongTickCount(last_tick, &NextTick));
+  }
 }
 
 }  // namespace
