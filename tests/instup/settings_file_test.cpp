@@ -72,6 +72,13 @@ class SettingsFile : public test::StageTest {
 
 TEST_F(SettingsFile, ReplacesTheTreeByTheFileAndHoldsItsTextInTwoPlacesAtMost) {
   EXPECT_EQ(Loaded(0, L"New_1"), Load(path_));
+  Write("[Common]\nNewDirectoryName=cut");
+  {
+    const ImportFake<decltype(GetFileSizeEx)> longer("kernel32.dll", "GetFileSizeEx", [](auto real, HANDLE file, auto size) {
+      return real(file, size) && (size->QuadPart += 4, TRUE);
+    });
+    EXPECT_EQ(Loaded(0, L"cut"), Load(path_)) << "the file was longer when it was asked for its size";
+  }
   const std::wstring name(1 << 20, L'x');
   Write("\xFF\xFE" + Utf16(L"[Common]\r\nNewDirectoryName=" + name + L"\r\n"));
   std::set<void*> large;

@@ -24,6 +24,8 @@ constexpr Row kRows[] = {
     {Trait::real_xp, "tour.xp.*", nullptr},
     {Trait::real_windows, "tour.*", kOtherWindows},
     {Trait::guarded, "tour.*", kGuarded},
+    {Trait::real_windows, "matrix.a second thread crashes meanwhile",
+     "the first crash may end the process before the second's turn"},
     {Trait::real_64_bit, "matrix.CrashNow during a run", kNoDriver},
     {Trait::real_64_bit, "matrix.a component crashes in the real host", kNoDriver},
     {Trait::real_64_bit, "matrix.CrashNow outside of runs", kNoDriver},
