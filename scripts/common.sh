@@ -16,7 +16,7 @@ DEBIAN_PACKAGES=(
   osslsigncode zip            # the packages
   lldb-16                     # the other reader of minidumps
   chromium chromium-driver python3-selenium  # the tests of the triage's page, and its picture
-  clang-format-14             # the look at the sources' format
+  clang-format-14 git         # the look at the sources: their format, and which are part of it
 )
 
 # Wine for 64-bit and 32-bit programs is unpacked into the cache and never installed. The stamp names the lists, so a changed list
