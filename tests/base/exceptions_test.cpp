@@ -4,6 +4,7 @@
 
 #include <type_traits>
 
+#include "base/format_message.h"
 #include "support/thrown.h"
 
 namespace crv::exceptions {
@@ -21,6 +22,7 @@ TEST(Exceptions, CarryCodeAndMessageOfEveryForm) {
   // "%s" of a wide format takes a wide string; the message is UTF-8.
   EXPECT_EQ("error 00000002 Gr\xC3\xBC\xC3\x9F \xE2\x82\xAC \xF0\x9F\x98\x80",
             DescribeThrown(error(2, L"Gr\u00FC\u00DF %s %ls", L"\u20AC", L"\xD83D\xDE00")));
+  EXPECT_EQ(L"\u20AC", FromUtf8("\xE2\x82\xAC"));
   // The "C" locale of the C runtime has no narrow form of this character, so the text cannot be formatted.
   EXPECT_EQ("error 00000003 ", DescribeThrown(error(3, "cannot load %ls", L"\u4E2D")));
   const std::wstring longest(32767, L'x');
