@@ -7,34 +7,11 @@
 
 #include "base/exceptions.h"
 #include "base/format_message.h"
-#include "root/scoped_handle.h"
 #include "shared/places.h"
+#include "shared/report_text.h"
 
 namespace crv::standins::tour {
 namespace {
-
-std::string Escaped(const std::string& text) {
-  std::string escaped;
-  for (const char c : text) {
-    switch (c) {
-      case '<': escaped += "&lt;"; break;
-      case '>': escaped += "&gt;"; break;
-      case '&': escaped += "&amp;"; break;
-      case '"': escaped += "&quot;"; break;
-      default: escaped += c;
-    }
-  }
-  return escaped;
-}
-
-void WriteText(const std::wstring& path, const std::string& text) {
-  const root::ScopedFile file(
-      CreateFileW(path.c_str(), GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr));
-  DWORD written = 0;
-  if (!file || !WriteFile(file.get(), text.data(), static_cast<DWORD>(text.size()), &written, nullptr)) {
-    throw exceptions::error(GetLastError(), L"cannot write %s", path.c_str());
-  }
-}
 
 std::string Title(const Chapter& chapter, std::size_t number, const Step& step) {
   return chapter.name + " " + std::to_string(number) + ": " +
@@ -65,8 +42,8 @@ void JUnitReport::Add(const Chapter& chapter, std::size_t number, const Step& st
 }
 
 void JUnitReport::Write(const std::wstring& path) const {
-  WriteText(path, "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<testsuite name=\"tour\" tests=\"" + std::to_string(tests_) +
-                      "\" failures=\"" + std::to_string(failures_) + "\">\n" + cases_ + "</testsuite>\n");
+  WriteTextFile(path, "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<testsuite name=\"tour\" tests=\"" + std::to_string(tests_) +
+                          "\" failures=\"" + std::to_string(failures_) + "\">\n" + cases_ + "</testsuite>\n");
 }
 
 Shelf::Shelf() : folder_(LogFolder() + L"\\tour") {
@@ -97,8 +74,8 @@ void Shelf::Keep(const Chapter& chapter, std::size_t number, const Step& step, c
 }
 
 void Shelf::WriteFiles() const {
-  WriteText(folder_ + L"\\dumps.tsv", list_);
-  WriteText(folder_ + L"\\wsc.log", log_);
+  WriteTextFile(folder_ + L"\\dumps.tsv", list_);
+  WriteTextFile(folder_ + L"\\wsc.log", log_);
 }
 
 }  // namespace crv::standins::tour

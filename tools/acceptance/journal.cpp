@@ -18,6 +18,7 @@
 #include "registry_views/control.h"
 #include "root/scoped_handle.h"
 #include "service/control.h"
+#include "shared/report_text.h"
 
 // The file is text in UTF-8, a fact in each line. What is not plain in a name is written as %XX of its UTF-8 bytes.
 //
@@ -267,15 +268,6 @@ std::string ReadText(const std::wstring& path) {
   return text;
 }
 
-void WriteText(const std::wstring& path, const std::string& text) {
-  const root::ScopedFile file(CreateFileW(path.c_str(), GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS, 0, nullptr));
-  DWORD written = 0;
-  if (!file || !WriteFile(file.get(), text.data(), static_cast<DWORD>(text.size()), &written, nullptr) ||
-      !FlushFileBuffers(file.get())) {
-    throw exceptions::error(GetLastError(), L"cannot write %s", path.c_str());
-  }
-}
-
 // A file, or a folder with all that is in it; what a link in it leads to stays.
 void Delete(const std::wstring& path) {
   const DWORD attributes = GetFileAttributesW(path.c_str());
@@ -351,7 +343,7 @@ void WriteJournal() {
   }
   try {
     const std::wstring unfinished = JournalFile() + L".new";
-    WriteText(unfinished, Describe());
+    standins::WriteTextFile(unfinished, Describe());
     if (!MoveFileExW(unfinished.c_str(), JournalFile().c_str(), MOVEFILE_REPLACE_EXISTING | MOVEFILE_WRITE_THROUGH)) {
       throw exceptions::error(GetLastError(), L"cannot write %s", JournalFile().c_str());
     }

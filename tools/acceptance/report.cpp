@@ -6,25 +6,14 @@
 
 #include "base/exceptions.h"
 #include "root/scoped_handle.h"
+#include "shared/report_text.h"
 
 namespace crv::acceptance {
 namespace {
 
+using standins::Escaped;
+
 constexpr const wchar_t* kFiles[] = {L"\\report.txt", L"\\report.xml"};
-
-root::ScopedFile Open(const std::wstring& path, DWORD creation) {
-  root::ScopedFile file(CreateFileW(path.c_str(), GENERIC_WRITE, 0, nullptr, creation, 0, nullptr));
-  if (!file) throw exceptions::error(GetLastError(), L"cannot write %s", path.c_str());
-  return file;
-}
-
-void Write(const std::wstring& path, const std::string& text) {
-  const root::ScopedFile file = Open(path, CREATE_ALWAYS);
-  DWORD written = 0;
-  if (!WriteFile(file.get(), text.data(), static_cast<DWORD>(text.size()), &written, nullptr)) {
-    throw exceptions::error(GetLastError(), L"cannot write %s", path.c_str());
-  }
-}
 
 // The bytes of the character at the begin of the text that UTF-8 and XML know; 0 for none, as for a control character.
 std::size_t CharacterAt(const std::string& text, std::size_t at) {
@@ -51,20 +40,6 @@ std::string Readable(const std::string& text) {
     at += std::max<std::size_t>(size, 1);
   }
   return readable;
-}
-
-std::string Escaped(const std::string& text) {
-  std::string escaped;
-  for (const char c : text) {
-    switch (c) {
-      case '<': escaped += "&lt;"; break;
-      case '>': escaped += "&gt;"; break;
-      case '&': escaped += "&amp;"; break;
-      case '"': escaped += "&quot;"; break;
-      default: escaped += c;
-    }
-  }
-  return escaped;
 }
 
 std::string Seconds(DWORD duration) {
@@ -156,15 +131,18 @@ Counts Count(const std::vector<Result>& results) {
 
 void RequireWritable(const std::wstring& folder) {
   for (const wchar_t* const file : kFiles) {
-    const bool there = GetFileAttributesW((folder + file).c_str()) != INVALID_FILE_ATTRIBUTES;
-    Open(folder + file, OPEN_ALWAYS).reset();
-    if (!there) DeleteFileW((folder + file).c_str());
+    const std::wstring path = folder + file;
+    const bool there = GetFileAttributesW(path.c_str()) != INVALID_FILE_ATTRIBUTES;
+    root::ScopedFile opened(CreateFileW(path.c_str(), GENERIC_WRITE, 0, nullptr, OPEN_ALWAYS, 0, nullptr));
+    if (!opened) throw exceptions::error(GetLastError(), L"cannot write %s", path.c_str());
+    opened.reset();
+    if (!there) DeleteFileW(path.c_str());
   }
 }
 
 void WriteReports(const Report& report, const std::wstring& folder) {
-  Write(folder + kFiles[0], AsText(report));
-  Write(folder + kFiles[1], Readable(AsJUnit(report)));
+  standins::WriteTextFile(folder + kFiles[0], AsText(report));
+  standins::WriteTextFile(folder + kFiles[1], Readable(AsJUnit(report)));
 }
 
 }  // namespace crv::acceptance
